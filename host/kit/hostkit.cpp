@@ -1,0 +1,157 @@
+#include "host/kit/hostkit.h"
+
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace hostkit {
+namespace {
+std::vector<std::string> lines;
+bool echo = false;
+long allocation_count = 0;
+
+void *kit_malloc(size_t size) {
+    ++allocation_count;
+    return std::malloc(size);
+}
+void *kit_realloc(void *block, size_t size) { return std::realloc(block, size); }
+void kit_free(void *block) { std::free(block); }
+void kit_print(const char *line) {
+    lines.emplace_back(line ? line : "(null)");
+    if (echo) {
+        std::fputs(line, stdout);
+        std::fputc('\n', stdout);
+        std::fflush(stdout);
+    }
+}
+}  // namespace
+
+entry_fn load_library(const char *path, std::string *error) {
+    void *handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        if (error) *error = dlerror();
+        return nullptr;
+    }
+    void *door = dlsym(handle, "_iiop_entry");
+    if (door == nullptr) {
+        if (error) *error = std::string(path) + " has no _iiop_entry";
+        return nullptr;
+    }
+    // The library is never unloaded: under the sanitizers that keeps the
+    // names in leak reports, and a host keeps it for its whole life anyway.
+    return reinterpret_cast<entry_fn>(door);
+}
+
+iiop_record make_record(int32_t op) {
+    iiop_record record;
+    std::memset(&record, 0, sizeof record);
+    record.op = op;
+    return record;
+}
+
+iiop_init_args slots() { return {kit_malloc, kit_realloc, kit_free, kit_print}; }
+
+const std::vector<std::string> &printed() { return lines; }
+
+void clear_printed() { lines.clear(); }
+
+bool printed_contains(const std::string &text) {
+    for (const auto &line : lines)
+        if (line.find(text) != std::string::npos) return true;
+    return false;
+}
+
+std::string printed_text() {
+    std::string all;
+    for (const auto &line : lines) all += line;
+    return all;
+}
+
+void set_echo(bool on) { echo = on; }
+
+long allocations() { return allocation_count; }
+
+void Plist::set(const std::string &name, const char *value) {
+    size_t i = 0;
+    while (i < names_.size() && names_[i] != name) ++i;
+    if (i == names_.size()) {
+        names_.push_back(name);
+        values_.emplace_back();
+        has_value_.push_back(false);
+    }
+    values_[i] = value ? value : "";
+    has_value_[i] = value != nullptr;
+}
+
+iiop_plist_entry *Plist::entries() {
+    entries_.clear();
+    for (size_t i = 0; i < names_.size(); ++i) {
+        iiop_plist_entry e{};
+        e.name = const_cast<char *>(names_[i].c_str());
+        e.value = has_value_[i] ? const_cast<char *>(values_[i].c_str()) : nullptr;
+        entries_.push_back(e);
+    }
+    return entries_.empty() ? nullptr : entries_.data();
+}
+
+ScriptParm *find(ScriptParm *list, const char *name) {
+    for (ScriptParm *p = list; p != nullptr; p = p->next)
+        if (p->name && std::strcmp(p->name, name) == 0) return p;
+    return nullptr;
+}
+
+bool set_value(ScriptParm *list, const char *name, const char *text) {
+    ScriptParm *p = find(list, name);
+    if (p == nullptr) return false;
+    std::free(p->strval);
+    p->strval = text ? strdup(text) : nullptr;
+    return true;
+}
+
+const char *value(ScriptParm *list, const char *name) {
+    ScriptParm *p = find(list, name);
+    return p ? p->strval : nullptr;
+}
+
+std::vector<std::string> names(const ScriptParm *list) {
+    std::vector<std::string> out;
+    for (const ScriptParm *p = list; p != nullptr; p = p->next)
+        out.emplace_back(p->name ? p->name : "(null)");
+    return out;
+}
+
+void free_list(ScriptParm *list) {
+    while (list != nullptr) {
+        ScriptParm *next = list->next;
+        std::free(list->name);
+        std::free(list->strval);
+        std::free(list);
+        list = next;
+    }
+}
+
+int32_t Host::init() {
+    iiop_record record = make_record(IIOP_INIT);
+    record.u.init = slots();
+    return call(record);
+}
+
+int32_t Host::get_parms(iiop_req &req, iiop_target &target, const char *repoid,
+                        const char *operation, Plist *plist) {
+    std::memset(&target, 0, sizeof target);
+    std::memset(&req, 0, sizeof req);
+    target.repoid = const_cast<char *>(repoid);
+    req.target = &target;
+    req.operation = const_cast<char *>(operation);
+    if (plist) {
+        req.plist = plist->entries();
+        req.plist_count = plist->count();
+    }
+    iiop_record record = make_record(IIOP_GET_PARMS);
+    record.u.get_parms.req = &req;
+    return call(record);
+}
+
+}  // namespace hostkit

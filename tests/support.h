@@ -1,0 +1,35 @@
+// Helpers shared by the unit tests.
+#ifndef ORBELLE_TEST_SUPPORT_H
+#define ORBELLE_TEST_SUPPORT_H
+
+#include <string>
+
+#include "host/kit/hostkit.h"
+
+namespace testsupport {
+
+// A host on the linked library, with the kit's slots installed and the
+// captured lines cleared.
+hostkit::Host linked_host();
+
+// Path of a file under tests/data.
+std::string data_path(const std::string &relative);
+
+// Runs the test's body in a fresh temporary directory (the library reads
+// idl/ of the current directory); removed again on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string &path() const { return path_; }
+    // Writes a file below the directory, making folders as needed.
+    void write(const std::string &relative, const std::string &content) const;
+
+private:
+    std::string path_;
+    std::string previous_;
+};
+
+}  // namespace testsupport
+
+#endif

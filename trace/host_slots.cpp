@@ -1,0 +1,36 @@
+#include "trace/host_slots.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+void *default_malloc(size_t size) { return std::malloc(size); }
+void *default_realloc(void *block, size_t size) { return std::realloc(block, size); }
+void default_free(void *block) { std::free(block); }
+void default_print(const char *line) {
+    std::fputs(line, stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+iiop_init_args slots = {default_malloc, default_realloc, default_free, default_print};
+}  // namespace
+
+void set_host_slots(const iiop_init_args &given) { slots = given; }
+
+void *vumalloc(size_t size) { return slots.vumalloc(size); }
+
+void vufree(void *block) { slots.vufree(block); }
+
+void vuprint(const char *line) { slots.vuprint(line); }
+
+vuprint_fn vuprint_slot() { return slots.vuprint; }
+
+char *vustrdup(const char *text) {
+    if (text == nullptr) return nullptr;
+    size_t n = std::strlen(text) + 1;
+    char *copy = static_cast<char *>(vumalloc(n));
+    if (copy) std::memcpy(copy, text, n);
+    return copy;
+}
