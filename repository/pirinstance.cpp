@@ -11,55 +11,69 @@ bool is_discriminator(const PirTypNod *above, const PirTypNod *level) {
     return above->typKind == pirtk::union_kind && level->typNam == pirDiscriminatorName;
 }
 
-// The separator that a level gets from the type above it; index is the
-// level's own position and used only by the stateful form.
-void append_separator(std::string &piece, const PirTypNod *above, const PirTypNod *level,
-                      bool stateful, int32_t index) {
-    switch (above->typKind) {
+// One level of a name: the type at the level, the type above it (null at
+// the top of the type) and the level's index for the stateful form.
+struct name_level {
+    const PirTypNod *level;
+    const PirTypNod *above;
+    int32_t index;
+    bool stateful;
+};
+
+// The separator that a level gets from the type above it.
+void append_separator(std::string &name, const name_level &l) {
+    if (l.above == nullptr) return;
+    switch (l.above->typKind) {
         case pirtk::struct_kind:
-            piece += '.';
+            name += '.';
             break;
         case pirtk::union_kind:
-            if (!is_discriminator(above, level)) piece += ':';
+            if (!is_discriminator(l.above, l.level)) name += ':';
             break;
         case pirtk::sequence_kind:
         case pirtk::array_kind:
-            if (stateful)
-                piece += '[' + std::to_string(index) + ']';
-            else
-                piece += "[]";
+            if (l.stateful) {
+                name += '[';
+                name += std::to_string(l.index);
+                name += ']';
+            } else {
+                name += "[]";
+            }
             break;
         default:
             break;
     }
 }
 
-std::string join_reversed(const std::vector<std::string> &pieces) {
-    size_t length = 0;
-    for (const auto &piece : pieces) length += piece.size();
-    std::string name;
-    name.reserve(length);
-    for (auto it = pieces.rbegin(); it != pieces.rend(); ++it) name += *it;
-    return name;
-}
-
-// Pieces of the stateless name from level up to the top, bottom first.
-void stateless_pieces(const PirTypNod *level, std::vector<std::string> &pieces) {
+// Adds the stateless levels from level up to the top of the type, bottom
+// first, and returns the parameter name that heads the name, if any.
+const std::string *stateless_levels(const PirTypNod *level, std::vector<name_level> &levels) {
     for (;;) {
         const PirNod *above = level->parent;
         const PirTypNod *above_type = as_type(above);
-        std::string piece;
-        if (above_type != nullptr) append_separator(piece, above_type, level, false, 0);
-        piece += level->typNam;
-        pieces.push_back(std::move(piece));
+        levels.push_back({level, above_type, 0, false});
         if (above_type == nullptr) {
             if (above != nullptr && above->kind == pirParKind)
-                pieces.push_back(static_cast<const PirParNod *>(above)->parNam);
-            return;
+                return &static_cast<const PirParNod *>(above)->parNam;
+            return nullptr;
         }
         level = above_type;
     }
 }
+
+// The name is put together top first, so each piece is appended once.
+std::string join_levels(const std::string *head, const std::vector<name_level> &levels) {
+    std::string name;
+    if (head != nullptr) name = *head;
+    for (auto it = levels.rbegin(); it != levels.rend(); ++it) {
+        append_separator(name, *it);
+        name += it->level->typNam;
+    }
+    return name;
+}
+
+// Levels of a name for a type nested a few deep, reserved at once.
+constexpr size_t usual_levels = 8;
 
 PirTypNod *child_type(PirTypNod *typ, size_t i) {
     if (i >= typ->children.size()) return nullptr;
@@ -171,25 +185,23 @@ PirInstance::~PirInstance() {
 
 std::string PirStatelessName(const PirTypNod *basTyp) {
     PIR_ASSERT(basTyp != 0);
-    std::vector<std::string> pieces;
-    stateless_pieces(basTyp, pieces);
-    return join_reversed(pieces);
+    std::vector<name_level> levels;
+    levels.reserve(usual_levels);
+    const std::string *head = stateless_levels(basTyp, levels);
+    return join_levels(head, levels);
 }
 
 std::string PirStatefulName(const PirInstance *basIns) {
     PIR_ASSERT(basIns != 0);
-    std::vector<std::string> pieces;
+    std::vector<name_level> levels;
+    levels.reserve(usual_levels);
     const PirInstance *ins = basIns;
-    for (; ins->parent != nullptr; ins = ins->parent) {
-        std::string piece;
-        append_separator(piece, ins->parent->typ, ins->typ, true, ins->index);
-        piece += ins->typ->typNam;
-        pieces.push_back(std::move(piece));
-    }
+    for (; ins->parent != nullptr; ins = ins->parent)
+        levels.push_back({ins->typ, ins->parent->typ, ins->index, true});
     // Above the top of the walk no values are known: the type tree gives the
     // rest of the name.
-    stateless_pieces(ins->typ, pieces);
-    return join_reversed(pieces);
+    const std::string *head = stateless_levels(ins->typ, levels);
+    return join_levels(head, levels);
 }
 
 PirInstance *PirCreateInstance(PirTypNod *typ, PirPrimitiveCallback *cal) {
