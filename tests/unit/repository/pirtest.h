@@ -7,7 +7,6 @@
 #include <string>
 
 #include "repository/pircsv.h"
-#include "repository/pirnod.h"
 
 namespace pirtest {
 
@@ -21,22 +20,24 @@ inline Tree parse_text(const std::string &text) {
     return ifc;
 }
 
-// The text of the PirException that parsing text raises, or "" if none.
-inline std::string parse_failure(const std::string &text) {
+// The text of the PirException that f raises, or "" if none.
+template <class F>
+std::string failure_of(F &&f) {
     try {
-        parse_text(text);
+        f();
     } catch (PirException e) {
         return e.msg;
     }
     return "";
 }
 
-template <class Node>
-Node *child(PirNod *node, size_t i) {
-    return i < node->children.size() ? dynamic_cast<Node *>(node->children[i]) : nullptr;
+inline std::string parse_failure(const std::string &text) {
+    return failure_of([&] { parse_text(text); });
 }
 
-inline PirTypNod *type_of(PirNod *node, size_t i = 0) { return child<PirTypNod>(node, i); }
+inline PirTypNod *type_of(PirNod *node, size_t i = 0) {
+    return dynamic_cast<PirTypNod *>(node->children.at(i));
+}
 
 }  // namespace pirtest
 
