@@ -90,10 +90,10 @@ void print_catalogue(const char *id, const char *first, const char *second = "")
 bool read_list_line(std::FILE *file, std::string *line) {
     line->clear();
     int c;
-    while ((c = std::getc(file)) != EOF) {
+    while ((c = getc_unlocked(file)) != EOF) {
         if (c == '\n') break;
         if (c == '\r') {
-            int next = std::getc(file);
+            int next = getc_unlocked(file);
             if (next == '\n') break;
             if (next != EOF) std::ungetc(next, file);
         }
