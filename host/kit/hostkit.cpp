@@ -11,9 +11,13 @@ namespace {
 std::vector<std::string> lines;
 bool echo = false;
 long allocation_count = 0;
+// Enough for any test's assertions; a long benchmark must not grow it.
+constexpr size_t max_recorded_sizes = 1 << 16;
+std::vector<size_t> sizes;
 
 void *kit_malloc(size_t size) {
     ++allocation_count;
+    if (sizes.size() < max_recorded_sizes) sizes.push_back(size);
     return std::malloc(size);
 }
 void *kit_realloc(void *block, size_t size) { return std::realloc(block, size); }
@@ -72,6 +76,8 @@ std::string printed_text() {
 void set_echo(bool on) { echo = on; }
 
 long allocations() { return allocation_count; }
+
+const std::vector<size_t> &allocation_sizes() { return sizes; }
 
 void Plist::set(const std::string &name, const char *value) {
     size_t i = 0;

@@ -33,8 +33,9 @@ bool printed_contains(const std::string &text);
 std::string printed_text();
 // Printed lines are also written to standard output while echo is on.
 void set_echo(bool on);
-// Blocks handed out by the kit's allocation slot so far.
+// Blocks handed out by the kit's allocation slot so far, and their sizes.
 long allocations();
+const std::vector<size_t> &allocation_sizes();
 
 // A script's name/value array, owning its texts.
 class Plist {
