@@ -74,8 +74,8 @@ public:
 
     // iiop_get_parms for operation of the interface repoid; the list lands
     // in req.parms (the caller owns it).
-    int32_t get_parms(iiop_req &req, iiop_target &target, const char *repoid,
-                      const char *operation, Plist *plist = nullptr);
+    int32_t get_parms(iiop_req &req, iiop_target &target, const char *repoid, const char *operation,
+                      Plist *plist = nullptr);
 
 private:
     entry_fn entry_;

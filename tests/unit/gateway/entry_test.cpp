@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -49,6 +48,7 @@ TEST(Dispatch, SelectorsOutOfRangeFailWithoutTouchingThePause) {
     iiop_record again = hostkit::make_record(IIOP_TIMEOUT);
     host.call(again);
     EXPECT_EQ(pauses.size(), 1u);
+    std::free(again.status_text);
 }
 
 TEST(Dispatch, PauseWaitsUntilTheVariableIsSet) {
@@ -60,6 +60,7 @@ TEST(Dispatch, PauseWaitsUntilTheVariableIsSet) {
     iiop_record r = hostkit::make_record(IIOP_MAKE_IOR);
     host.call(r);
     EXPECT_EQ(pauses.size(), 1u);
+    std::free(r.status_text);
 }
 
 TEST(Dispatch, UnimplementedOperationsFailWithTheirCatalogueText) {

@@ -1,3 +1,5 @@
+#include "trace/trace.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -6,7 +8,6 @@
 
 #include "orbelle/orbelle.h"
 #include "tests/support.h"
-#include "trace/trace.h"
 
 namespace {
 using hostkit::printed;
@@ -32,8 +33,8 @@ TEST(Trace, NewlineIsAddedOnlyWhenTheFormatHasNone) {
     dmsg_v("%s\n%s\n", "a", "b");
     dmsg_v("mid\nline");
     dmsg_v("%s", "arg has\nnewline");
-    EXPECT_EQ(printed(), (std::vector<std::string>{"plain 7\n", "a\nb\n", "mid\nline",
-                                                   "arg has\nnewline\n"}));
+    EXPECT_EQ(printed(),
+              (std::vector<std::string>{"plain 7\n", "a\nb\n", "mid\nline", "arg has\nnewline\n"}));
 }
 
 TEST(Trace, LongLinesAreSizedFromTheFormat) {
@@ -48,9 +49,9 @@ TEST(Trace, OpaqueDumpLaysOutHexAndCharacters) {
     testsupport::linked_host();
     const unsigned char five[] = {'a', 0x01, 'b', 0xff, ' '};
     dmsg_opaque_full("label", five, 5);
-    EXPECT_EQ(printed(), (std::vector<std::string>{
-                             "label ", "\nhex:   ", "61", "01", "62", "ff", " ", "20",
-                             "\nchars: ", "a ", "? ", "b ", "? ", " ", "  ", "\n", "\n"}));
+    EXPECT_EQ(printed(), (std::vector<std::string>{"label ", "\nhex:   ", "61", "01", "62", "ff",
+                                                   " ", "20", "\nchars: ", "a ", "? ", "b ", "? ",
+                                                   " ", "  ", "\n", "\n"}));
 
     hostkit::clear_printed();
     std::vector<unsigned char> bytes(33);
@@ -69,8 +70,8 @@ TEST(Trace, OpaqueDumpOfNothingSaysEmpty) {
     dmsg_opaque_full("null", nullptr, 5);
     const char one = 'x';
     dmsg_opaque_full("zero", &one, 0);
-    EXPECT_EQ(printed(), (std::vector<std::string>{"null ", "(empty)", "\n", "zero ", "(empty)",
-                                                   "\n"}));
+    EXPECT_EQ(printed(),
+              (std::vector<std::string>{"null ", "(empty)", "\n", "zero ", "(empty)", "\n"}));
 }
 
 TEST(Trace, OpaqueDumpCutsALabelLongerThanItsBuffer) {
