@@ -135,4 +135,18 @@ TEST_F(Reply, InRecordsAndMissingLengthsDoNotDisturbTheReading) {
     EXPECT_TRUE(traced("vu_do_call:  Check for possible mismatch between IDL and script"));
 }
 
+TEST_F(Reply, AHundredThousandElementSequenceIsReadInOnePass) {
+    constexpr int n = 100000;
+    Parms p;
+    p.sequence(PARM_OUT, "s", n);
+    p.add(PARM_OUT, 3, "after", "old");
+    std::vector<uint32_t> wire{n};
+    for (uint32_t i = 0; i < n; ++i) wire.push_back(i * 3);
+    wire.push_back(5);
+    set_debug_level(0);
+    run(p, wire);
+    EXPECT_STREQ(p.value("s[99999]"), "299997");
+    EXPECT_STREQ(p.tail->strval, "5");
+}
+
 }  // namespace
