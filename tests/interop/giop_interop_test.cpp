@@ -9,11 +9,14 @@
 #include <vector>
 
 #include "data/environment.h"
+#include "data/stdtypes.h"
+#include "data/typecode.h"
 #include "giop/invocation.h"
 #include "giop/iortext.h"
 #include "giop/message.h"
 #include "giop/orb.h"
 #include "tests/interop/echo_fixture.h"
+#include "tests/peer/peer.h"
 
 namespace {
 
@@ -42,6 +45,8 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(server_.running());
         timeout_ms = 5000;
+        inittypecodes();
+        ASSERT_NE(ORB_init(nullptr, nullptr, "", env_), nullptr);
         ref_ = string_to_object(server_.ior().c_str(), env_);
         ASSERT_NE(ref_, nullptr) << id_of(env_);
     }
@@ -168,6 +173,31 @@ TEST_F(Echo, ForwardedAndLateRepliesAreFollowed) {
     uint32_t v = 0;
     next.stream.get_long(&v);
     EXPECT_EQ(v, 21u);
+}
+
+TEST_F(Echo, KnownUserExceptionIsDecodedIntoTheEnvironment) {
+    // exception Oops { string reason; long code; }
+    peer::Writer w(true, 0);
+    w.octet(1).string("IDL:EchoTest/Oops:1.0").string("Oops").ulong(2);
+    w.string("reason").ulong(tk_string).ulong(0).string("code").ulong(tk_long);
+    TypeCode oops(tk_except, static_cast<uint32_t>(w.bytes().size()), w.bytes().data(), 0);
+    TypeCode *table[] = {&oops};
+    GIOP::Invocation c(ref_->data, "raiseUser", 1);
+    c.start(nullptr, env_, 0, nullptr);
+    put_string(c.stream, "why");
+    c.stream.put_long(5);
+    ASSERT_EQ(c.invoke({1, table}, env_, 0), USER_EXCEPTION) << id_of(env_);
+    struct Oops {
+        char *id;
+        char *reason;
+        int32_t code;
+    };
+    auto *record = static_cast<Oops *>(env_.exception());
+    EXPECT_STREQ(record->id, "IDL:EchoTest/Oops:1.0");
+    EXPECT_STREQ(record->reason, "why");
+    EXPECT_EQ(record->code, 5);
+    std::free(record->reason);
+    record->reason = nullptr;
 }
 
 class IdleEcho : public Echo {
