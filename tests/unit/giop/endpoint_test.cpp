@@ -104,15 +104,4 @@ TEST(Endpoint, ConnectAndNameFailuresRaiseTheirExceptions) {
     platform::set_resolve_hook(nullptr);
 }
 
-TEST(Endpoint, WinsockErrorsAreExplained) {
-    set_error_text("x");
-    explain_winsock_error(10061);
-    EXPECT_STREQ(error_text,
-                 "This error usually results from trying to connect with no server application "
-                 "running.");
-    set_error_text("kept");
-    explain_winsock_error(10099);
-    EXPECT_STREQ(error_text, "kept");
-}
-
 }  // namespace
