@@ -264,26 +264,6 @@ TEST_F(TypeCodeTest, LabelMatchesByDiscriminatorWidth) {
     EXPECT_STREQ(env.id(), exid::BAD_TYPECODE);
 }
 
-TEST_F(TypeCodeTest, SkipTypeCodeMovesOverOneTypeCode) {
-    Bytes wire = t.structure("IDL:S:1.0", {{"a", t.simple(tk_long)}});
-    Bytes str = t.bounded(tk_string, 3);
-    wire.insert(wire.end(), str.begin(), str.end());
-    alignas(4) unsigned char buf[256];
-    std::memcpy(buf + 4, wire.data(), wire.size());
-    buf[3] = 1;
-    CDR s;
-    s.open_encapsulation(buf + 3, static_cast<uint32_t>(wire.size() + 1));
-    EXPECT_TRUE(TypeCode::skipTypeCode(s));
-    EXPECT_TRUE(TypeCode::skipTypeCode(s));
-    EXPECT_EQ(s.space_left, 0u);
-    for (uint32_t kind : {28u, tk_indirection}) {
-        alignas(4) unsigned char b[12] = {1, 0, 0, 0};
-        std::memcpy(b + 4, &kind, 4);
-        s.open_encapsulation(b, 12);
-        EXPECT_FALSE(TypeCode::skipTypeCode(s)) << kind;
-    }
-}
-
 // struct Twice { Inner a; Inner b; } with b written as an indirection to a.
 Bytes twice_with_indirection(const tcb::Tc &t, int32_t offset_fix) {
     Bytes inner = t.structure("IDL:In:1.0", {{"x", t.simple(tk_long)}, {"y", t.simple(tk_short)}});
