@@ -1,10 +1,7 @@
 // Bind and release from arbitrary bytes: the input up to its first newline is
 // the modus, the rest the record's ior. Slashes in the modus become
-// underscores, so FILE alternatives can only name files of an empty working
-// directory, never devices or other files of the machine; naming services are
-// never contacted.
-#include <unistd.h>
-
+// underscores, so FILE alternatives can only read plain files of the working
+// directory, never devices elsewhere; naming services are never contacted.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -26,8 +23,6 @@ int32_t unreachable(iiop_record *) { return IIOP_STATUS_SYSTEM_EXCEPTION; }
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static bool ready = [] {
         unsetenv("ZANTH_HOME");  // the agent kinds fail without loading anything
-        char dir[] = "/tmp/orbelle-fuzz-bind-XXXXXX";
-        if (mkdtemp(dir) == nullptr || chdir(dir) != 0) std::abort();
         set_host_slots({std::malloc, std::realloc, std::free, silent});
         set_debug_level(5);
         set_naming_door(unreachable);
