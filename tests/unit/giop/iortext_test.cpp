@@ -57,7 +57,7 @@ TEST(IorText, IiopFormParsesAndKeepsEveryKeyByte) {
     EXPECT_EQ(p.obj->data->profile.port, 2809);
     EXPECT_EQ(p.key(), std::string("a\0b\\c\xff"
                                    "z",
-                                   6));
+                                   7));
     EXPECT_EQ(p.obj->data->type_id, nullptr);
     EXPECT_EQ(text_of(p.obj, false), "iiop:1.0//example.org:2809/a\\00b\\5cc\\ffz");
 
