@@ -4,6 +4,7 @@ option errors, a clean stop on SIGTERM, and (when the check client is given)
 calls through every kind of object it serves."""
 
 import os
+import shutil
 import signal
 import socket
 import subprocess
@@ -71,7 +72,6 @@ class BankServer(unittest.TestCase):
             ids = [l.split(",")[0] for l in f.read().splitlines()]
         self.assertEqual(ids, ["IDL:Banking/Bank:1.0", "IDL:Banking/Diagnostics:1.0",
                                "IDL:Banking/Account:1.0", "IDL:Banking/SavingsAccount:1.0"])
-        # The same port gives the same references: objects keep their keys.
         if CHECK:
             run = subprocess.run([CHECK, lines[0].split(" ")[1], lines[1].split(" ")[1],
                                   lines[5].split(" ")[1]], capture_output=True, text=True, timeout=30,
@@ -80,11 +80,38 @@ class BankServer(unittest.TestCase):
         self.proc.send_signal(signal.SIGTERM)
         self.assertEqual(self.proc.wait(timeout=10), 0)
 
+        # The same port gives the same references: objects keep their keys.
         self.proc.stdout.close()
         self.proc.stderr.close()
         self.proc = start(port)
         again = read_until_ready(self.proc)
         self.assertEqual(again, lines)
+
+    @unittest.skipUnless(shutil.which("omniNames") and shutil.which("nameclt"), "omniNames not installed")
+    def test_registers_with_the_naming_service(self):
+        ns_port = free_port()
+        env = dict(os.environ, OMNIORB_CONFIG="/dev/null")
+        names = subprocess.Popen(["omniNames", "-start", str(ns_port), "-datadir", self.dir.name,
+                                  "-ORBendPoint", "giop:tcp:127.0.0.1:%d" % ns_port],
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=env)
+        try:
+            ns = "corbaloc::1.0@127.0.0.1:%d/NameService" % ns_port
+            for _ in range(50):  # until omniNames listens
+                with socket.socket() as s:
+                    if s.connect_ex(("127.0.0.1", ns_port)) == 0:
+                        break
+                time.sleep(0.1)
+            self.proc = start(free_port(), "-ORBInitRef", "NameService=" + ns, "-register")
+            lines = read_until_ready(self.proc)
+            listing = subprocess.run(["nameclt", "-ORBInitRef", "NameService=" + ns, "list"],
+                                     capture_output=True, text=True, env=env, timeout=10)
+            self.assertEqual(sorted(listing.stdout.split()), ["Bank", "Diagnostics"])
+            bank = subprocess.run(["nameclt", "-ORBInitRef", "NameService=" + ns, "resolve", "Bank"],
+                                  capture_output=True, text=True, env=env, timeout=10)
+            self.assertEqual(bank.stdout.strip(), lines[0].split(" ")[1])
+        finally:
+            names.kill()
+            names.wait()
 
     def test_bad_options_and_missing_naming_service_fail(self):
         self.proc = start(free_port(), "-frobnicate")
