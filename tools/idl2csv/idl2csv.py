@@ -63,6 +63,10 @@ MAX_NESTING = 64
 # A token is read into a 255-byte buffer.
 MAX_TOKEN = 255
 
+# The library refuses arrays whose lengths multiply beyond this along one
+# path of a type: each element becomes at least one script parameter.
+MAX_ARRAY_ELEMENTS = 1 << 20
+
 
 class GenError(Exception):
     """A construct that cannot be described; the text is the whole message."""
@@ -102,6 +106,7 @@ class TypeWriter:
         self.where = where
         self.decl = decl
         self.open = []  # structs and unions being written, to find recursion
+        self.elements = 1  # product of the array lengths around the position
 
     def fail(self, what):
         raise GenError("%s: %s, used in %s, cannot be written in a .csv description" % (
@@ -176,11 +181,16 @@ class TypeWriter:
 
     def arrays(self, name, sizes, t, out, depth):
         """Writes t behind array dimensions, the first dimension outermost."""
+        outer = self.elements
         for size in sizes or []:
+            self.elements *= size
+            if self.elements > MAX_ARRAY_ELEMENTS:
+                self.fail("an array of %d elements in all (more than %d)" % (self.elements, MAX_ARRAY_ELEMENTS))
             out += [name, "array", str(size)]
             name = "."
             depth += 1
         self.write(name, t, out, depth)
+        self.elements = outer
 
 
 class Describer:

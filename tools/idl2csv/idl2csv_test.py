@@ -125,6 +125,12 @@ class Descriptions(unittest.TestCase):
             }; };""", self.folder)
         self.assertEqual(rc, 0, err)
         self.assertEqual(sorted(os.listdir(os.path.join(self.folder, "idl"))), ["A-B-C.csv", "other-Name.csv"])
+        # Another folder on request; an unknown option is refused.
+        rc, err = generate("module A { interface C { void f(); }; };", self.folder, "-Wbdir=out")
+        self.assertEqual((rc, os.listdir(os.path.join(self.folder, "out"))), (0, ["A-C.csv"]))
+        rc, err = generate("module A { interface C { void f(); }; };", self.folder, "-Wbfast")
+        self.assertEqual(rc, 2)
+        self.assertIn("unknown option -Wbfast", err)
 
     def test_inexpressible_constructs_stop_with_a_message_and_write_nothing(self):
         cases = {
@@ -161,6 +167,12 @@ class Descriptions(unittest.TestCase):
                   interface T { void g(); };
                   interface U : T { void h(out long x) context("user"); };
                 };""", "context clause of operation M::U::h"),
+            "huge array": ("""
+                module M {
+                  typedef long Row[1024];
+                  struct Page { Row rows[2048]; };
+                  interface T { void f(in Page p); };
+                };""", "an array of 2097152 elements in all (more than 1048576), used in parameter 'p'"),
             "id without IDL: prefix": ("""
                 module M {
                   interface T { void f(); };
