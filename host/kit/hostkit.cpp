@@ -10,6 +10,7 @@ namespace hostkit {
 namespace {
 std::vector<std::string> lines;
 bool echo = false;
+bool capture = true;
 long allocation_count = 0;
 // Enough for any test's assertions; a long benchmark must not grow it.
 constexpr size_t max_recorded_sizes = 1 << 16;
@@ -23,10 +24,15 @@ void *kit_malloc(size_t size) {
 void *kit_realloc(void *block, size_t size) { return std::realloc(block, size); }
 void kit_free(void *block) { std::free(block); }
 void kit_print(const char *line) {
-    lines.emplace_back(line ? line : "(null)");
-    if (echo) {
+    if (capture) lines.emplace_back(line ? line : "(null)");
+    if (echo && line) {
+        // Trace lines bring their own newline. The hex dump arrives in short
+        // pieces (a label ending in a blank, hex pairs, separators) that
+        // belong on one line; any other text is a line of its own.
         std::fputs(line, stdout);
-        std::fputc('\n', stdout);
+        size_t n = std::strlen(line);
+        bool piece = n <= 9 || line[n - 1] == ' ';
+        if (n == 0 || (line[n - 1] != '\n' && !piece)) std::fputc('\n', stdout);
         std::fflush(stdout);
     }
 }
@@ -74,6 +80,13 @@ std::string printed_text() {
 }
 
 void set_echo(bool on) { echo = on; }
+
+void set_capture(bool on) { capture = on; }
+
+void *find_symbol(const char *path, const char *name) {
+    void *handle = dlopen(path, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
+    return handle ? dlsym(handle, name) : nullptr;
+}
 
 long allocations() { return allocation_count; }
 

@@ -33,6 +33,8 @@ bool printed_contains(const std::string &text);
 std::string printed_text();
 // Printed lines are also written to standard output while echo is on.
 void set_echo(bool on);
+// Printed lines are kept for printed() while capture is on (the default).
+void set_capture(bool on);
 // Blocks handed out by the kit's allocation slot so far, and their sizes.
 long allocations();
 const std::vector<size_t> &allocation_sizes();
@@ -62,6 +64,13 @@ const char *value(ScriptParm *list, const char *name);
 std::vector<std::string> names(const ScriptParm *list);
 // Releases records, names and value texts.
 void free_list(ScriptParm *list);
+
+// An export of a library that load_library loaded, or null.
+void *find_symbol(const char *path, const char *name);
+template <typename Fn>
+Fn find_export(const char *path, const char *name) {
+    return reinterpret_cast<Fn>(find_symbol(path, name));
+}
 
 // A host: the door plus convenience for the common operations.
 class Host {

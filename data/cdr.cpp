@@ -1,0 +1,143 @@
+#include "data/cdr.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include "trace/trace.h"
+
+namespace {
+// Alignment of every writable base: the largest value width, so that the
+// padding before a value is the same in any block the stream moves to.
+constexpr uintptr_t base_alignment = 16;
+// Below this capacity grow(0) adds a fixed step; from it on it doubles.
+constexpr uint32_t grow_step = 4096;
+
+uint32_t padding_for(const unsigned char *cursor, uint32_t width) {
+    uintptr_t at = reinterpret_cast<uintptr_t>(cursor);
+    return static_cast<uint32_t>((width - (at & (width - 1))) & (width - 1));
+}
+
+void copy_reversed(void *dest, const unsigned char *src, uint32_t width) {
+    unsigned char tmp[16];
+    for (uint32_t i = 0; i < width; ++i) tmp[i] = src[width - 1 - i];
+    std::memcpy(dest, tmp, width);
+}
+}  // namespace
+
+CDR::~CDR() {
+    if (owns_allocation != 0) std::free(allocation);
+}
+
+void CDR::attach_buffer(void *array, uint32_t size) {
+    auto *start = static_cast<unsigned char *>(array);
+    uintptr_t at = reinterpret_cast<uintptr_t>(start);
+    uint32_t rounding = static_cast<uint32_t>((base_alignment - (at & (base_alignment - 1))) &
+                                              (base_alignment - 1));
+    if (rounding > size) rounding = size;
+    allocation = start;
+    owns_allocation = 0;
+    base = start + rounding;
+    cursor = base;
+    capacity = size - rounding;
+    space_left = capacity;
+    swap = 0;
+}
+
+void CDR::open_encapsulation(const void *bytes, uint32_t length) {
+    // The stream is only read from here on; the cast lets it share the
+    // cursor field with writable streams.
+    auto *start = const_cast<unsigned char *>(static_cast<const unsigned char *>(bytes));
+    swap = start[0] == 1 ? 0 : 1;
+    cursor = start + 1;
+    space_left = length - 1;
+    allocation = nullptr;
+    base = nullptr;
+    capacity = 0;
+    owns_allocation = 0;
+}
+
+int CDR::put_aligned(const void *value, uint32_t width) {
+    uint32_t pad = padding_for(cursor, width);
+    uint32_t need = pad + width;
+    if (need > space_left) {
+        if (!grow(0)) return 0;
+        // base is 16-aligned in the new block, so the padding is unchanged.
+    }
+    space_left -= need;
+    std::memcpy(cursor + pad, value, width);
+    cursor += need;
+    return 1;
+}
+
+int CDR::get_aligned(void *dest, uint32_t width) {
+    uint32_t pad = padding_for(cursor, width);
+    uint32_t need = pad + width;
+    if (need > space_left) return 0;
+    space_left -= need;
+    if (swap != 0 && width > 1)
+        copy_reversed(dest, cursor + pad, width);
+    else
+        std::memcpy(dest, cursor + pad, width);
+    cursor += need;
+    return 1;
+}
+
+int CDR::put_byte(uint8_t value) { return put_aligned(&value, 1); }
+int CDR::put_short(uint16_t value) { return put_aligned(&value, 2); }
+int CDR::put_long(uint32_t value) { return put_aligned(&value, 4); }
+int CDR::put_longlong(const void *eight_bytes) { return put_aligned(eight_bytes, 8); }
+int CDR::put_longdouble(const void *sixteen_bytes) { return put_aligned(sixteen_bytes, 16); }
+
+int CDR::get_byte(void *dest) { return get_aligned(dest, 1); }
+int CDR::get_short(void *dest) { return get_aligned(dest, 2); }
+int CDR::get_long(void *dest) { return get_aligned(dest, 4); }
+int CDR::get_longlong(void *dest) { return get_aligned(dest, 8); }
+int CDR::get_longdouble(void *dest) { return get_aligned(dest, 16); }
+
+int CDR::skip_counted() {
+    uint32_t count = 0;
+    if (!get_long(&count)) return 0;
+    if (count > space_left) return 0;
+    cursor += count;
+    space_left -= count;
+    return 1;
+}
+
+int CDR::grow(uint32_t size) {
+    uint32_t old_swap = swap;
+    unsigned char *old_base = base;
+    uint32_t used_bytes = base != nullptr ? static_cast<uint32_t>(cursor - base) : 0;
+    unsigned char *old_block = owns_allocation != 0 ? allocation : nullptr;
+
+    uint64_t n;
+    if (size == 0)
+        n = capacity < grow_step ? uint64_t{capacity} + grow_step : uint64_t{capacity} * 2;
+    else if (size <= capacity)
+        return 1;
+    else
+        n = size;
+    // capacity and space_left are 32-bit: a step past that is out of memory.
+    void *block = nullptr;
+    if (n + (base_alignment - 1) <= UINT32_MAX)
+        block = std::malloc(static_cast<size_t>(n + (base_alignment - 1)));
+    if (block == nullptr) {
+        TRACE("grow:  new failed");
+        return 0;
+    }
+    auto block_size = static_cast<uint32_t>(n + (base_alignment - 1));
+    TRACE("grow:  malloc %" PRIu32 " at " PTR_FMT, block_size, ptrv(block));
+    attach_buffer(block, block_size);
+    owns_allocation = 1;
+    TRACE("grow:  new CDR at " PTR_FMT, ptrv(this));
+
+    swap = old_swap;
+    if (used_bytes != 0) std::memcpy(base, old_base, used_bytes);
+    cursor += used_bytes;
+    space_left -= used_bytes;
+    if (old_block != nullptr) {
+        TRACE("grow:  free " PTR_FMT, ptrv(old_block));
+        std::free(old_block);
+    }
+    return 1;
+}

@@ -1,0 +1,79 @@
+// The byte stream on which all marshalling works: a memory area with a
+// moving cursor, primitive values by width, alignment on memory addresses,
+// and a swap flag for input in the other byte order. It knows nothing of
+// types or messages.
+#ifndef ORBELLE_CDR_H
+#define ORBELLE_CDR_H
+
+#include <cstdint>
+
+class CDR {
+public:
+    // An empty stream: no memory, nothing left to read or write. A write on
+    // it grows it onto the heap.
+    CDR() = default;
+    ~CDR();
+    CDR(const CDR &) = delete;
+    CDR &operator=(const CDR &) = delete;
+
+    // Writes go to array (owned by the caller, not copied). The usable area
+    // starts at the first 16-byte boundary inside it, so alignment measured
+    // on addresses equals alignment measured from that start.
+    void attach_buffer(void *array, uint32_t size);
+
+    // Reads an encapsulation where it lies: the first byte is the byte order
+    // (1 little-endian, anything else the other order), the values follow.
+    // length must be at least 1. The stream never writes to bytes.
+    void open_encapsulation(const void *bytes, uint32_t length);
+
+    // Writes in the machine's byte order, aligned to the value's width.
+    // 1 on success, 0 when the stream could not be enlarged.
+    int put_byte(uint8_t value);
+    int put_short(uint16_t value);
+    int put_long(uint32_t value);
+    int put_longlong(const void *eight_bytes);
+    int put_longdouble(const void *sixteen_bytes);
+
+    // Reads into dest (any address), byte-reversed when swap is set.
+    // 1 on success; 0 when the value and its padding don't fit in
+    // space_left, with the stream unchanged.
+    int get_byte(void *dest);
+    int get_short(void *dest);
+    int get_long(void *dest);
+    int get_longlong(void *dest);
+    int get_longdouble(void *dest);
+
+    // Reads an unsigned long count and skips that many bytes. 0 when the read
+    // fails or the count exceeds what is left (the count stays consumed).
+    int skip_counted();
+
+    // Moves the stream to a larger heap block, keeping the bytes written so
+    // far, their offsets from base and swap. size 0 asks for the next step
+    // (capacity + 4096 below 4096, else double); a size not above capacity
+    // changes nothing. 1 on success, 0 when no memory (stream unchanged).
+    int grow(uint32_t size);
+
+    // Bytes from base to cursor in a writable stream.
+    uint32_t used() const { return static_cast<uint32_t>(cursor - base); }
+    // Starts the message again: nothing written, whole capacity free.
+    void rewind() {
+        cursor = base;
+        space_left = capacity;
+    }
+
+    // The fields are open to the message code, which points cursor,
+    // space_left and swap at a message it has received.
+    unsigned char *cursor = nullptr;      // next byte to write or read
+    uint32_t space_left = 0;              // bytes between cursor and the end
+    unsigned char *allocation = nullptr;  // block behind the stream
+    uint32_t owns_allocation = 0;         // nonzero: released by the stream
+    unsigned char *base = nullptr;        // start of the usable area (16-aligned)
+    uint32_t capacity = 0;                // bytes usable from base
+    uint32_t swap = 0;                    // nonzero: input of the other order
+
+private:
+    int put_aligned(const void *value, uint32_t width);
+    int get_aligned(void *dest, uint32_t width);
+};
+
+#endif

@@ -1,0 +1,200 @@
+#include "data/cdr.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "host/kit/hostkit.h"
+#include "trace/host_slots.h"
+#include "trace/trace.h"
+
+namespace {
+
+// A stream over a local array; alignas keeps base at the array's start.
+struct Local {
+    alignas(16) unsigned char bytes[64];
+    CDR cdr;
+    explicit Local(uint32_t size = sizeof bytes) {
+        std::memset(bytes, 0xEE, sizeof bytes);
+        cdr.attach_buffer(bytes, size);
+    }
+};
+
+TEST(Cdr, AttachBufferRoundsBaseUpTo16) {
+    alignas(16) unsigned char bytes[100];
+    CDR cdr;
+    cdr.attach_buffer(bytes + 3, 90);
+    EXPECT_EQ(cdr.allocation, bytes + 3);
+    EXPECT_EQ(cdr.base, bytes + 16);
+    EXPECT_EQ(cdr.cursor, cdr.base);
+    EXPECT_EQ(cdr.capacity, 77u);
+    EXPECT_EQ(cdr.space_left, 77u);
+    EXPECT_EQ(cdr.owns_allocation, 0u);
+    EXPECT_EQ(cdr.swap, 0u);
+}
+
+TEST(Cdr, PutAlignsOnAddressesAndLeavesPaddingUntouched) {
+    Local s;
+    ASSERT_TRUE(s.cdr.put_byte(0x11));
+    ASSERT_TRUE(s.cdr.put_short(0x2233));
+    ASSERT_TRUE(s.cdr.put_long(0x44556677));
+    uint64_t ll = 0x0102030405060708ull;
+    ASSERT_TRUE(s.cdr.put_longlong(&ll));
+    unsigned char ld[16];
+    for (int i = 0; i < 16; ++i) ld[i] = static_cast<unsigned char>(0xA0 + i);
+    ASSERT_TRUE(s.cdr.put_longdouble(ld));
+    const unsigned char expect[] = {0x11, 0xEE, 0x33, 0x22, 0x77, 0x66, 0x55, 0x44,
+                                    0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01};
+    EXPECT_EQ(0, std::memcmp(s.bytes, expect, sizeof expect));
+    EXPECT_EQ(0, std::memcmp(s.bytes + 16, ld, 16));
+    EXPECT_EQ(s.cdr.used(), 32u);
+    EXPECT_EQ(s.cdr.space_left, 32u);
+}
+
+TEST(Cdr, PutLongGrowsOnlyWhenPaddingAndValueDoNotFit) {
+    Local fits(8);
+    fits.cdr.put_byte(1);  // cursor one past a 4-byte boundary, 7 left
+    ASSERT_EQ(fits.cdr.space_left, 7u);
+    ASSERT_TRUE(fits.cdr.put_long(5));
+    EXPECT_EQ(fits.cdr.owns_allocation, 0u);
+    EXPECT_EQ(fits.cdr.space_left, 0u);
+
+    Local grows(7);
+    grows.cdr.put_byte(1);
+    ASSERT_EQ(grows.cdr.space_left, 6u);
+    ASSERT_TRUE(grows.cdr.put_long(0xAABBCCDD));
+    EXPECT_EQ(grows.cdr.owns_allocation, 1u);
+    EXPECT_EQ(grows.cdr.used(), 8u);
+    EXPECT_EQ(grows.cdr.base[0], 1);
+    uint32_t v;
+    std::memcpy(&v, grows.cdr.base + 4, 4);
+    EXPECT_EQ(v, 0xAABBCCDDu);
+}
+
+TEST(Cdr, FailedGetLeavesStreamUnchanged) {
+    alignas(16) unsigned char bytes[16] = {1, 0, 0, 0, 7, 0, 0, 0, 9, 0};
+    CDR cdr;
+    cdr.open_encapsulation(bytes, 7);  // cursor at offset 1: 3 padding + 4 > 6
+    unsigned char *cursor = cdr.cursor;
+    uint32_t v = 0x12345678;
+    EXPECT_FALSE(cdr.get_long(&v));
+    EXPECT_EQ(cdr.cursor, cursor);
+    EXPECT_EQ(cdr.space_left, 6u);
+    EXPECT_EQ(v, 0x12345678u);
+
+    CDR empty;
+    empty.open_encapsulation(bytes, 1);
+    unsigned char b = 0;
+    EXPECT_FALSE(empty.get_byte(&b));
+    EXPECT_EQ(empty.space_left, 0u);
+}
+
+TEST(Cdr, OpenEncapsulationTakesByteOrderFromFirstByte) {
+    alignas(16) unsigned char big[8] = {0, 0, 0, 0, 0x01, 0x02, 0x03, 0x04};
+    CDR cdr;
+    cdr.open_encapsulation(big, 8);
+    EXPECT_EQ(cdr.swap, 1u);
+    EXPECT_EQ(cdr.base, nullptr);
+    EXPECT_EQ(cdr.capacity, 0u);
+    uint32_t v;
+    ASSERT_TRUE(cdr.get_long(&v));
+    EXPECT_EQ(v, 0x01020304u);
+
+    big[0] = 2;  // any value but 1 is the other order
+    cdr.open_encapsulation(big, 8);
+    EXPECT_EQ(cdr.swap, 1u);
+    big[0] = 1;
+    cdr.open_encapsulation(big, 8);
+    EXPECT_EQ(cdr.swap, 0u);
+    ASSERT_TRUE(cdr.get_long(&v));
+    EXPECT_EQ(v, 0x04030201u);
+}
+
+TEST(Cdr, SwappedReadsReverseEveryWidth) {
+    alignas(16) unsigned char big[48] = {0};
+    const unsigned char body[] = {0,    0,    0x12, 0x34, 0,    0,    0,    0,
+                                  0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
+    std::memcpy(big, body, sizeof body);
+    for (int i = 0; i < 16; ++i) big[16 + i] = static_cast<unsigned char>(i);
+    CDR cdr;
+    cdr.open_encapsulation(big, 32);
+    uint16_t s;
+    uint64_t ll;
+    unsigned char ld[16];
+    ASSERT_TRUE(cdr.get_short(&s));
+    ASSERT_TRUE(cdr.get_longlong(&ll));
+    ASSERT_TRUE(cdr.get_longdouble(ld));
+    EXPECT_EQ(s, 0x1234);
+    EXPECT_EQ(ll, 0x0102030405060708ull);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(ld[i], 15 - i);
+    EXPECT_EQ(cdr.space_left, 0u);
+}
+
+TEST(Cdr, GrowWithSizeAndStepSizes) {
+    unsigned char *array = new unsigned char[1416];
+    CDR cdr;
+    cdr.attach_buffer(array, 1416);
+    uint32_t cap = cdr.capacity;
+    EXPECT_TRUE(cdr.grow(100));
+    EXPECT_EQ(cdr.capacity, cap);
+    EXPECT_EQ(cdr.allocation, array);
+
+    cdr.put_long(0xCAFEBABE);
+    cdr.put_byte(7);
+    cdr.swap = 1;
+    set_host_slots(hostkit::slots());
+    hostkit::clear_printed();
+    set_debug_level(1);
+    ASSERT_TRUE(cdr.grow(5000));
+    EXPECT_TRUE(hostkit::printed_contains("grow:  malloc 5015 at 0x"));
+    EXPECT_TRUE(hostkit::printed_contains("grow:  new CDR at 0x"));
+    EXPECT_FALSE(hostkit::printed_contains("grow:  free"));
+    EXPECT_GE(cdr.capacity, 5000u);
+    EXPECT_LE(cdr.capacity, 5015u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(cdr.base) % 16, 0u);
+    EXPECT_EQ(cdr.used(), 5u);
+    EXPECT_EQ(cdr.space_left, cdr.capacity - 5);
+    EXPECT_EQ(cdr.swap, 1u);
+    EXPECT_EQ(cdr.base[4], 7);
+    uint32_t v;
+    std::memcpy(&v, cdr.base, 4);
+    EXPECT_EQ(v, 0xCAFEBABEu);
+    delete[] array;
+
+    // The step: 4095 + 4096, or twice a capacity from 4096 on.
+    hostkit::clear_printed();
+    cdr.capacity = 4095;
+    ASSERT_TRUE(cdr.grow(0));
+    EXPECT_TRUE(hostkit::printed_contains("grow:  malloc 8206 at 0x"));
+    EXPECT_TRUE(hostkit::printed_contains("grow:  free 0x"));
+    cdr.capacity = 4096;
+    ASSERT_TRUE(cdr.grow(0));
+    EXPECT_TRUE(hostkit::printed_contains("grow:  malloc 8207 at 0x"));
+    EXPECT_EQ(cdr.used(), 5u);
+    EXPECT_EQ(cdr.base[4], 7);
+    set_debug_level(0);
+}
+
+TEST(Cdr, SkipCountedConsumesCountAndBytes) {
+    alignas(16) unsigned char bytes[12] = {1, 0, 0, 0, 4, 0, 0, 0, 'a', 'b', 'c', 0};
+    CDR cdr;
+    cdr.open_encapsulation(bytes, 12);
+    EXPECT_TRUE(cdr.skip_counted());
+    EXPECT_EQ(cdr.space_left, 0u);
+    EXPECT_EQ(cdr.cursor, bytes + 12);
+
+    bytes[4] = 5;  // one more than is there
+    cdr.open_encapsulation(bytes, 12);
+    EXPECT_FALSE(cdr.skip_counted());
+    EXPECT_EQ(cdr.space_left, 4u);
+}
+
+TEST(Cdr, EmptyStreamGrowsOnFirstWrite) {
+    CDR cdr;
+    ASSERT_TRUE(cdr.put_short(0x55AA));
+    EXPECT_EQ(cdr.owns_allocation, 1u);
+    EXPECT_GE(cdr.capacity, 4096u);
+    EXPECT_EQ(cdr.used(), 2u);
+}
+
+}  // namespace

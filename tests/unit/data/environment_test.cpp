@@ -1,0 +1,108 @@
+#include "data/environment.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "host/kit/hostkit.h"
+#include "trace/host_slots.h"
+#include "trace/trace.h"
+
+namespace {
+
+int kind_of(const char *id) {
+    Environment env;
+    env.take_system(new_system_exception(id, 0, 0));
+    return env.exception_kind();
+}
+
+TEST(Environment, ExceptionKindByIdPrefix) {
+    Environment empty;
+    EXPECT_EQ(empty.exception_kind(), 0);
+    EXPECT_EQ(kind_of(exid::COMM_FAILURE), 1);
+    EXPECT_EQ(kind_of(exid::Bounds), 1);
+    EXPECT_EQ(kind_of("IDL:omg.org/CORBA/SOMETHING_NEWER:1.0"), 1);
+    EXPECT_EQ(kind_of("IDL:omg.org/CORBA/TypeCode/BadKind:1.0"), 2);
+    EXPECT_EQ(kind_of("IDL:omg.org/CORBA"), 2);
+    EXPECT_EQ(kind_of("IDL:omg.org/corba/MARSHAL:1.0"), 2);
+    EXPECT_EQ(kind_of("IDL:Demo/Oops:1.0"), 2);
+    EXPECT_EQ(kind_of(nullptr), 2);
+}
+
+TEST(Environment, RaiseReplacesAndClearReleases) {
+    Environment env;
+    env.clear();  // empty: nothing happens
+    EXPECT_EQ(raise_system(env, exid::MARSHAL), 0);
+    ASSERT_NE(env.system_exception(), nullptr);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+    EXPECT_NE(env.id(), exid::MARSHAL);  // a copy
+    EXPECT_EQ(env.system_exception()->minor, 0xFFFF0000u);
+    EXPECT_EQ(env.system_exception()->completed, 2u);
+
+    raise_bounds(env);
+    EXPECT_STREQ(env.id(), exid::Bounds);
+    EXPECT_EQ(env.system_exception()->minor, 0u);
+    EXPECT_EQ(env.system_exception()->completed, 0u);
+
+    // A user exception block: id then members.
+    struct User {
+        char *id;
+        int32_t member;
+    };
+    auto *user = static_cast<User *>(std::malloc(sizeof(User)));
+    user->id = static_cast<char *>(std::malloc(16));
+    std::strcpy(user->id, "IDL:Demo/E:1.0");
+    env.take_user(user);
+    EXPECT_EQ(env.exception(), user);
+    EXPECT_EQ(env.system_exception(), nullptr);
+    EXPECT_EQ(env.exception_kind(), 2);
+    env.clear();
+    env.clear();
+    EXPECT_FALSE(env.has_exception());
+    EXPECT_EQ(env.id(), nullptr);
+}
+
+TEST(Environment, DmsgXFillsErrorTextAtEveryLevelAndPrintsWhenTracing) {
+    set_host_slots(hostkit::slots());
+    hostkit::clear_printed();
+    set_error_text("connect failure to '%s:%d'", "host", 1);
+    Environment env;
+    env.take_system(new_system_exception(exid::TRANSIENT, 5, 1));
+    set_debug_level(0);
+    _dmsg_x(env, "here");
+    EXPECT_STREQ(error_text, exid::TRANSIENT);
+    EXPECT_TRUE(hostkit::printed().empty());
+
+    set_debug_level(1);
+    _dmsg_x(env, "do_call, invoke");
+    ASSERT_EQ(hostkit::printed().size(), 2u);
+    EXPECT_EQ(hostkit::printed()[0],
+              "exception 'IDL:omg.org/CORBA/TRANSIENT:1.0' at 'do_call, invoke'\n");
+    EXPECT_EQ(hostkit::printed()[1], "minor 0x5, completion 0x1\n");
+
+    // A user exception prints no minor or completion.
+    hostkit::clear_printed();
+    auto *user = static_cast<char **>(std::malloc(sizeof(char *)));
+    *user = static_cast<char *>(std::malloc(10));
+    std::strcpy(*user, "IDL:X:1.0");
+    env.take_user(user);
+    _dmsg_x(env, "w");
+    EXPECT_EQ(hostkit::printed().size(), 1u);
+    set_debug_level(0);
+}
+
+TEST(Environment, LongIdIsCutToErrorText) {
+    std::string id = "IDL:omg.org/CORBA/" + std::string(2000, 'X');
+    Environment env;
+    env.take_system(new_system_exception(id.c_str(), 0, 0));
+    set_host_slots(hostkit::slots());
+    set_debug_level(1);
+    _dmsg_x(env, "w");
+    set_debug_level(0);
+    EXPECT_EQ(std::strlen(error_text), error_text_size - 1);
+    EXPECT_EQ(std::string(error_text), id.substr(0, error_text_size - 1));
+}
+
+}  // namespace
