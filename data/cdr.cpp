@@ -42,6 +42,7 @@ void CDR::attach_buffer(void *array, uint32_t size) {
     capacity = size - rounding;
     space_left = capacity;
     swap = 0;
+    origin = base;
 }
 
 void CDR::open_encapsulation(const void *bytes, uint32_t length) {
@@ -55,6 +56,7 @@ void CDR::open_encapsulation(const void *bytes, uint32_t length) {
     base = nullptr;
     capacity = 0;
     owns_allocation = 0;
+    origin = start;
 }
 
 int CDR::put_aligned(const void *value, uint32_t width) {
@@ -94,6 +96,30 @@ int CDR::get_short(void *dest) { return get_aligned(dest, 2); }
 int CDR::get_long(void *dest) { return get_aligned(dest, 4); }
 int CDR::get_longlong(void *dest) { return get_aligned(dest, 8); }
 int CDR::get_longdouble(void *dest) { return get_aligned(dest, 16); }
+
+int CDR::put_bytes(const void *bytes, uint32_t n) {
+    if (n > space_left) {
+        // One step of grow(0) when it makes room, as single bytes would;
+        // otherwise straight to the size needed, so a large block costs one copy.
+        uint64_t want = uint64_t{used()} + n;
+        uint64_t step =
+            capacity < grow_step ? uint64_t{capacity} + grow_step : uint64_t{capacity} * 2;
+        if (want > UINT32_MAX) return 0;
+        if (!grow(want <= step ? 0 : static_cast<uint32_t>(want))) return 0;
+    }
+    if (n != 0) std::memcpy(cursor, bytes, n);
+    cursor += n;
+    space_left -= n;
+    return 1;
+}
+
+int CDR::get_bytes(void *dest, uint32_t n) {
+    if (n > space_left) return 0;
+    if (n != 0) std::memcpy(dest, cursor, n);
+    cursor += n;
+    space_left -= n;
+    return 1;
+}
 
 int CDR::skip_counted() {
     uint32_t count = 0;

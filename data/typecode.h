@@ -1,0 +1,138 @@
+// TypeCodes: a thin, reference-counted object around the CDR encapsulation
+// that describes a type. Every question is answered by reading those bytes
+// again; no type is ever expanded into a tree. The same parser tells how a
+// value of the type lies in memory, so that values can be walked member by
+// member.
+#ifndef ORBELLE_TYPECODE_H
+#define ORBELLE_TYPECODE_H
+
+#include <cstdint>
+
+#include "data/cdr.h"
+#include "data/environment.h"
+
+// TCKind numbers known here.
+enum : int32_t {
+    tk_null = 0,
+    tk_void = 1,
+    tk_short = 2,
+    tk_long = 3,
+    tk_ushort = 4,
+    tk_ulong = 5,
+    tk_float = 6,
+    tk_double = 7,
+    tk_boolean = 8,
+    tk_char = 9,
+    tk_octet = 10,
+    tk_any = 11,
+    tk_TypeCode = 12,
+    tk_Principal = 13,
+    tk_objref = 14,
+    tk_struct = 15,
+    tk_union = 16,
+    tk_enum = 17,
+    tk_string = 18,
+    tk_sequence = 19,
+    tk_array = 20,
+    tk_alias = 21,
+    tk_except = 22,
+    tk_longlong = 23,
+    tk_ulonglong = 24,
+    tk_longdouble = 25,
+    tk_wchar = 26,
+    tk_wstring = 27,
+};
+// One past the last kind known here.
+constexpr int32_t tk_count = 28;
+// The kind word that marks an indirection to a TypeCode met earlier.
+constexpr uint32_t tk_indirection = 0xFFFFFFFFu;
+
+// A sequence (and a Principal) in memory: maximum, length, elements packed
+// at the element's size. It may lie at any address: access it with
+// load_unaligned / store_unaligned.
+struct SequenceRecord {
+    uint32_t maximum;
+    uint32_t length;
+    void *buffer;
+};
+
+class TypeCode;
+
+// Driven by walkValue over the parts of a value. value2 may be null and is
+// stepped like value1. 1 to go on, 0 to stop (with the failure in env).
+using valueVisitor = int (*)(TypeCode *tc, void *value1, void *value2, void *context,
+                             Environment &env);
+
+class TypeCode {
+public:
+    // A TypeCode of a simple kind, or a local for nestedSize to fill. Not
+    // owned, count 1.
+    explicit TypeCode(int32_t kind = tk_null);
+    // Over an encapsulation of length bytes (kept by reference). Bytes at an
+    // address that is not a multiple of 4 are copied to an aligned block that
+    // the TypeCode frees; such a TypeCode is not owned whatever owned says.
+    // An owned TypeCode is on the heap (new) and frees bytes (std::free).
+    TypeCode(int32_t kind, uint32_t length, const void *bytes, uint32_t owned);
+    ~TypeCode();
+    TypeCode(const TypeCode &) = delete;
+    TypeCode &operator=(const TypeCode &) = delete;
+
+    // Counting happens only on owned TypeCodes.
+    TypeCode *addRef();
+    // Accepts null. Destroys an owned TypeCode when its count reaches 0.
+    static void release(TypeCode *tc);
+
+    int32_t getKind(Environment &env);
+    // How many parameters the kind has (see paramType for the numbering).
+    uint32_t paramCount(Environment &env);
+    // A bound or length: index 0 of strings, index 1 of sequences and arrays.
+    uint32_t paramLong(uint32_t index, Environment &env);
+    // A TypeCode parameter, with a reference the caller releases: element of
+    // sequence and array (0), aliased type (2), struct or exception member i
+    // (4 + 2i), union discriminator (2) and member i (7 + 3i).
+    TypeCode *paramType(uint32_t index, Environment &env);
+    // The id's characters inside the encapsulation; valid while this lives.
+    const char *repositoryId(Environment &env);
+    // Bytes a value of this type takes in memory.
+    uint32_t valueSize(Environment &env);
+    // Calls visitor on the value itself for simple kinds, on each member or
+    // element for compound kinds (one level; visitors descend themselves).
+    int walkValue(void *value1, void *value2, valueVisitor visitor, void *context,
+                  Environment &env);
+
+    // Moves stream over one TypeCode. 0 on a failed read, an unknown kind or
+    // an indirection. Uses no Environment.
+    static int skipTypeCode(CDR &stream);
+    // Moves stream over one TypeCode (following an indirection) and gives the
+    // size and alignment of its values. A non-null target is filled to refer
+    // to the bytes in the stream, valid only while they live.
+    static uint32_t nestedSize(TypeCode *target, CDR &stream, uint32_t *alignment,
+                               Environment &env);
+    // Reads a union label of the discriminator's kind from stream and tells
+    // whether it equals the discriminator value at disc (1) or not (0).
+    static int labelMatches(int32_t discKind, CDR &stream, const void *disc, Environment &env);
+
+    uint32_t length;        // encapsulation length; the bound of a string
+    unsigned char *buffer;  // the encapsulation, or null
+    int32_t kind;
+    TypeCode *parent;  // never set here; released on destruction
+    uint32_t refCount;
+    uint32_t owned;
+
+private:
+    bool ownsCopy_ = false;
+};
+
+// Size and alignment of a value of each simple kind in memory; sizes of the
+// compound kinds are computed from their TypeCodes.
+struct ValueRow {
+    uint32_t size;
+    uint32_t alignment;
+};
+// Fills the table; until then every row reads size 0, alignment 1. Part of
+// ORB start-up, which must run before the first size is asked for.
+void fill_value_table();
+// The row of a kind from 0 to 27 (other kinds read as size 0, alignment 1).
+ValueRow value_row(int32_t kind);
+
+#endif
