@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "data/objref_codec.h"
+#include "data/primitive_runs.h"
 #include "data/stdtypes.h"
 #include "data/unaligned.h"
 
@@ -65,7 +66,10 @@ int freeValue(TypeCode *tc, void *value1, void *, void *, Environment &env) {
             std::free(load_unaligned<void *>(value1));
             break;
         case tk_sequence: {
-            int r = tc->walkValue(value1, nullptr, freeValue, nullptr, env);
+            // Plain numbers own nothing: only the element block goes.
+            int r = primitive_run_width(tc) != 0
+                        ? 1
+                        : tc->walkValue(value1, nullptr, freeValue, nullptr, env);
             std::free(load_unaligned<SequenceRecord>(value1).buffer);
             if (r != 1) return env.has_exception() ? 0 : r;
             break;

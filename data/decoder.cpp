@@ -159,16 +159,21 @@ int get_wstring(void *data, CDR &s, Environment &env) {
 int get_sequence(TypeCode *tc, void *data, CDR &s, Environment &env) {
     uint32_t count;
     if (!s.get_long(&count)) return marshal_error(env);
-    SequenceRecord record{count, count, nullptr};
-    store_unaligned(data, record);
+    // Until the elements have a block the record claims none, so that a
+    // value that fails here can still be released.
+    store_unaligned(data, SequenceRecord{0, 0, nullptr});
     if (count == 0) return 1;
+    SequenceRecord record{count, count, nullptr};
     TypeCode *element = tc->paramType(0, env);
     if (element == nullptr) return 0;
     uint32_t size = element->valueSize(env);
     TypeCode::release(element);
     if (env.has_exception()) return 0;
     // Elements of size 0 hold nothing in memory and nothing on the wire.
-    if (size == 0) return 1;
+    if (size == 0) {
+        store_unaligned(data, record);
+        return 1;
+    }
     // Every element with a size takes at least one byte on the wire.
     uint64_t total = uint64_t{count} * size;
     if (count > s.space_left || !value_block_allowed(total, s.space_left))

@@ -76,7 +76,6 @@ int put_principal(void *data, CDR &s, Environment &env) {
     auto *record = load_unaligned<SequenceRecord *>(data);
     if (record == nullptr) return s.put_long(0) ? 1 : marshal_error(env);
     SequenceRecord r = load_unaligned<SequenceRecord>(record);
-    if (r.length != 0 && r.buffer == nullptr) return marshal_error(env);
     return s.put_long(r.length) && s.put_bytes(r.buffer, r.length) ? 1 : marshal_error(env);
 }
 

@@ -617,6 +617,9 @@ int walk_elements(TypeCode &tc, uint32_t count, void *e1, void *e2, valueVisitor
     // Elements of size 0 hold nothing, and their wire form is empty too:
     // visiting them would only spin over a count that may be huge.
     if (size == 0) count = 0;
+    // Elements claimed without a block: nothing to visit, and nothing right
+    // to write for them.
+    if (result == 1 && count != 0 && e1 == nullptr) result = raise_system(env, exid::BAD_PARAM);
     for (uint32_t i = 0; result == 1 && i < count; ++i) {
         uint64_t offset = uint64_t{size} * i;
         if (visit(visitor, element, step(e1, offset), step(e2, offset), context, env) == 0)

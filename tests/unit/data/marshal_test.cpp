@@ -1,0 +1,407 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "data/any.h"
+#include "data/decoder.h"
+#include "data/encoder.h"
+#include "data/objref_codec.h"
+#include "data/stdtypes.h"
+#include "data/unaligned.h"
+#include "host/kit/hostkit.h"
+#include "tests/unit/data/tc_builder.h"
+#include "trace/host_slots.h"
+#include "trace/trace.h"
+
+namespace {
+
+using tcb::Bytes;
+using tcb::Enc;
+using tcb::Held;
+
+class MarshalTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        inittypecodes();
+        fill_value_table();
+        restart();
+    }
+    // Padding keeps what memory held, so the tests start from zeros.
+    void restart() {
+        std::memset(out_bytes, 0, sizeof out_bytes);
+        out.attach_buffer(out_bytes, sizeof out_bytes);
+    }
+    // Wire bytes copied to a 16-aligned block and opened for reading, with
+    // alignment measured from their first byte.
+    CDR &input(const Bytes &wire, bool big) {
+        in_bytes.assign(wire.size() + 16, 0);
+        unsigned char *at = in_bytes.data();
+        at += (16 - reinterpret_cast<uintptr_t>(at) % 16) % 16;
+        std::memcpy(at, wire.data(), wire.size());
+        in.cursor = at;
+        in.origin = at;
+        in.space_left = static_cast<uint32_t>(wire.size());
+        in.swap = big ? 1 : 0;
+        return in;
+    }
+    Bytes written() const { return Bytes(out.base, out.cursor); }
+
+    tcb::Tc le;
+    alignas(16) unsigned char out_bytes[256];
+    CDR out;
+    std::vector<unsigned char> in_bytes;
+    CDR in;
+    Environment env;
+};
+
+// A struct with a member of every kind that can be one (all but null, void,
+// except and objref), in wire form, in either byte order. TypeCodes inside
+// the value keep little-endian bodies (an encapsulation carries its own
+// order), while their kind and length words follow the stream.
+struct Everything {
+    tcb::Tc le;
+    Bytes inner =
+        le.structure("IDL:In:1.0", {{"n", le.simple(tk_long)}, {"s", le.simple(tk_string)}});
+    Bytes uni = le.union_of(le.simple(tk_long), tk_long, -1,
+                            {{1, le.simple(tk_double)}, {2, le.simple(tk_string)}});
+    Bytes type() const {
+        return le.structure("IDL:All:1.0", {{"s", le.simple(tk_short)},
+                                            {"l", le.simple(tk_long)},
+                                            {"us", le.simple(tk_ushort)},
+                                            {"ul", le.simple(tk_ulong)},
+                                            {"f", le.simple(tk_float)},
+                                            {"d", le.simple(tk_double)},
+                                            {"b", le.simple(tk_boolean)},
+                                            {"c", le.simple(tk_char)},
+                                            {"o", le.simple(tk_octet)},
+                                            {"a", le.simple(tk_any)},
+                                            {"t", le.simple(tk_TypeCode)},
+                                            {"p", le.simple(tk_Principal)},
+                                            {"st", inner},
+                                            {"u", uni},
+                                            {"e", le.enumeration(3)},
+                                            {"str", le.simple(tk_string)},
+                                            {"ss", le.sequence(le.sequence(le.simple(tk_short)))},
+                                            {"arr", le.array(le.simple(tk_long), 3)},
+                                            {"al", le.alias(le.bounded(tk_string, 10))},
+                                            {"ll", le.simple(tk_longlong)},
+                                            {"ull", le.simple(tk_ulonglong)},
+                                            {"ld", le.simple(tk_longdouble)},
+                                            {"wc", le.simple(tk_wchar)},
+                                            {"ws", le.simple(tk_wstring)}});
+    }
+    Bytes value(bool big) const {
+        static const uint8_t ld[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+        float f = 1.5f;
+        double d = -2.25;
+        uint32_t fbits;
+        uint64_t dbits;
+        std::memcpy(&fbits, &f, 4);
+        std::memcpy(&dbits, &d, 8);
+        Enc e(big, false);
+        e.ushort(0xFFFE).ulong(0x12345678).ushort(65000).ulong(4000000000u).ulong(fbits);
+        e.ulonglong(dbits).octet(1).octet('c').octet(0xAB);
+        e.tc(tcb::Tc{big}.simple(tk_long)).ulong(77);                       // any
+        e.ulong(tk_struct).ulong(static_cast<uint32_t>(inner.size() - 8));  // TypeCode:
+        e.raw(Bytes(inner.begin() + 8, inner.end()));                       // body in its own order
+        e.ulong(3).octet(9).octet(8).octet(7);                              // Principal
+        e.ulong(5).str("in`ner");                                           // struct In
+        e.ulong(2).str("arm");                                              // union, member 2
+        e.ulong(2);                                                         // enum
+        e.str(std::string("a\x07") + "b");                                  // string
+        e.ulong(2).ulong(2).ushort(1).ushort(2).ulong(0);                   // sequence of sequences
+        e.ulong(10).ulong(20).ulong(30);                                    // array
+        e.str("alias");                                                     // alias of string
+        e.ulonglong(0x0102030405060708ull).ulonglong(~0ull);
+        e.longdouble(ld);
+        e.ushort(0x263A);                              // wchar
+        e.ulong(3).ushort('h').ushort('i').ushort(0);  // wstring
+        return e.bytes();
+    }
+};
+
+int count_kind(TypeCode *tc, void *, void *, void *context, Environment &) {
+    static_cast<std::vector<int32_t> *>(context)->push_back(tc->kind);
+    return 1;
+}
+
+TEST_F(MarshalTest, EveryKindRoundTripsInBothByteOrders) {
+    Everything all;
+    Held tc(all.type());
+    uint32_t size = tc->valueSize(env);
+    ASSERT_FALSE(env.has_exception());
+    Bytes expect = all.value(false);
+    for (bool big : {false, true}) {
+        std::vector<unsigned char> value(size, 0);
+        CDR &s = input(all.value(big), big);
+        ASSERT_EQ(decoder(tc.get(), value.data(), nullptr, &s, env), 1) << nz(env.id());
+        EXPECT_EQ(s.space_left, 0u);
+        restart();
+        ASSERT_EQ(encoder(tc.get(), value.data(), nullptr, &out, env), 1) << nz(env.id());
+        EXPECT_EQ(written(), expect) << (big ? "big-endian input" : "little-endian input");
+        // Spot checks on the memory form.
+        EXPECT_EQ(load_unaligned<int16_t>(value.data()), -2);
+        EXPECT_EQ(load_unaligned<uint32_t>(value.data() + 32), 1u);  // boolean word
+        EXPECT_EQ(freeValue(tc.get(), value.data(), nullptr, nullptr, env), 1);
+    }
+    std::vector<int32_t> kinds;
+    std::vector<unsigned char> blank(size, 0);
+    tc->walkValue(blank.data(), nullptr, count_kind, &kinds, env);
+    EXPECT_EQ(kinds.size(), 24u);
+}
+
+TEST_F(MarshalTest, StringsCrossAsScriptText) {
+    Bytes wire = Enc(false, false).str(std::string("a\x07") + "b").str("").ulong(0).bytes();
+    CDR &s = input(wire, false);
+    char *text[3] = {nullptr, nullptr, nullptr};
+    for (auto &t : text) ASSERT_EQ(decoder(tc_string(), &t, nullptr, &s, env), 1);
+    EXPECT_STREQ(text[0], "`6107`b");
+    EXPECT_STREQ(text[1], "");
+    EXPECT_STREQ(text[2], "");
+    for (auto &t : text) std::free(t);
+
+    const char *backquoted = "`41`";
+    ASSERT_EQ(encoder(tc_string(), &backquoted, nullptr, &out, env), 1);
+    EXPECT_EQ(written(), (Bytes{2, 0, 0, 0, 0x41, 0}));
+    restart();
+    const char *null_text = nullptr, *empty = "";
+    encoder(tc_string(), &null_text, nullptr, &out, env);
+    encoder(tc_string(), &empty, nullptr, &out, env);
+    EXPECT_EQ(written(), (Bytes{1, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0}));
+
+    // Over the bound, or holding a zero byte: MARSHAL, nothing of it written.
+    restart();
+    Held bounded(le.bounded(tk_string, 3));
+    const char *four = "abcd", *zero = "a`00`b";
+    EXPECT_EQ(encoder(bounded.get(), &four, nullptr, &out, env), 0);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+    EXPECT_EQ(encoder(tc_string(), &zero, nullptr, &out, env), 0);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+    EXPECT_EQ(out.used(), 0u);
+}
+
+TEST_F(MarshalTest, SequenceBoundsAndCounts) {
+    Held bounded(le.sequence(le.simple(tk_long), 2));
+    int32_t three[3] = {1, 2, 3};
+    SequenceRecord rec{3, 3, three};
+    EXPECT_EQ(encoder(bounded.get(), &rec, nullptr, &out, env), 0);
+    EXPECT_STREQ(env.id(), exid::BAD_PARAM);
+    EXPECT_EQ(out.used(), 0u);
+    rec = SequenceRecord{0, 0, nullptr};
+    EXPECT_EQ(encoder(bounded.get(), &rec, nullptr, &out, env), 1);
+    EXPECT_EQ(encoder(bounded.get(), nullptr, nullptr, &out, env), 1);  // null: empty
+    EXPECT_EQ(written(), (Bytes{0, 0, 0, 0, 0, 0, 0, 0}));
+
+    CDR &s = input(Enc(false, false).ulong(0).bytes(), false);
+    SequenceRecord got{9, 9, three};
+    ASSERT_EQ(decoder(bounded.get(), &got, nullptr, &s, env), 1);
+    EXPECT_EQ(got.maximum, 0u);
+    EXPECT_EQ(got.buffer, nullptr);
+
+    // A count the rest of the message can't hold fails before allocating.
+    Held octets(le.sequence(le.simple(tk_octet)));
+    for (uint32_t count : {0x7FFFFFFFu, 5u}) {
+        CDR &c = input(Enc(false, false).ulong(count).octet(1).octet(2).bytes(), false);
+        EXPECT_EQ(decoder(octets.get(), &got, nullptr, &c, env), 0);
+        EXPECT_STREQ(env.id(), exid::MARSHAL);
+    }
+    // Elements without size take no bytes: a huge count reads nothing.
+    Held empties(le.sequence(le.structure("IDL:E:1.0", {})));
+    CDR &e = input(Enc(false, false).ulong(0xFFFFFFFFu).bytes(), false);
+    ASSERT_EQ(decoder(empties.get(), &got, nullptr, &e, env), 1);
+    EXPECT_EQ(got.length, 0xFFFFFFFFu);
+    EXPECT_EQ(freeValue(empties.get(), &got, nullptr, nullptr, env), 1);
+}
+
+TEST_F(MarshalTest, PrimitiveWireForms) {
+    uint32_t word = 2;
+    EXPECT_EQ(encoder(tc_boolean(), &word, nullptr, &out, env), 1);
+    TypeCode *type = tc_long();
+    EXPECT_EQ(encoder(tc_TypeCode(), &type, nullptr, &out, env), 1);
+    EXPECT_EQ(written(), (Bytes{1, 0, 0, 0, 3, 0, 0, 0}));
+
+    Bytes wire = Enc(false, false).octet(2).octet(1).bytes();
+    CDR &s = input(wire, false);
+    uint32_t flags[2] = {7, 7};
+    decoder(tc_boolean(), &flags[0], nullptr, &s, env);
+    decoder(tc_boolean(), &flags[1], nullptr, &s, env);
+    EXPECT_EQ(flags[0], 0u);  // only exactly 1 is true
+    EXPECT_EQ(flags[1], 1u);
+
+    // A struct TypeCode goes out as kind, length and body.
+    Held st(le.structure("IDL:S:1.0", {{"a", le.simple(tk_long)}}));
+    restart();
+    type = st.get();
+    encoder(tc_TypeCode(), &type, nullptr, &out, env);
+    Bytes w = written();
+    EXPECT_EQ(w, le.structure("IDL:S:1.0", {{"a", le.simple(tk_long)}}));
+
+    TypeCode indirect(-1);
+    type = &indirect;
+    EXPECT_EQ(encoder(tc_TypeCode(), &type, nullptr, &out, env), 0);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+}
+
+TEST_F(MarshalTest, TypeCodesReadFromTheWire) {
+    Bytes wire = Enc(false, false)
+                     .ulong(tk_string)
+                     .ulong(0)
+                     .ulong(tk_string)
+                     .ulong(5)
+                     .ulong(tk_long)
+                     .bytes();
+    CDR &s = input(wire, false);
+    TypeCode *t[3] = {nullptr, nullptr, nullptr};
+    for (auto &p : t) ASSERT_EQ(decoder(tc_TypeCode(), &p, nullptr, &s, env), 1);
+    EXPECT_EQ(t[0], tc_string());
+    EXPECT_NE(t[1], tc_string());
+    EXPECT_EQ(t[1]->length, 5u);
+    EXPECT_EQ(t[1]->owned, 1u);
+    EXPECT_EQ(t[2], tc_long());
+    EXPECT_EQ(s.space_left, 0u);
+    TypeCode::release(t[1]);
+
+    for (uint32_t bad : {28u, tk_indirection}) {
+        CDR &b = input(Enc(false, false).ulong(bad).ulong(0).bytes(), false);
+        EXPECT_EQ(decoder(tc_TypeCode(), &t[0], nullptr, &b, env), 0);
+        EXPECT_STREQ(env.id(), exid::MARSHAL);
+    }
+    CDR &cut = input(Enc(false, false).ulong(tk_struct).ulong(400).ulong(1).bytes(), false);
+    EXPECT_EQ(decoder(tc_TypeCode(), &t[0], nullptr, &cut, env), 0);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+}
+
+TEST_F(MarshalTest, AnysHoldingAnys) {
+    // any(any(any(long 42))), then an any of tk_null.
+    Enc e(false, false);
+    e.tc(le.simple(tk_any)).tc(le.simple(tk_any)).tc(le.simple(tk_long)).ulong(42);
+    e.tc(le.simple(tk_null));
+    Bytes wire = e.bytes();
+    CDR &s = input(wire, false);
+    unsigned char a[sizeof(Any)], n[sizeof(Any)];
+    ASSERT_EQ(decoder(tc_any(), a, nullptr, &s, env), 1);
+    ASSERT_EQ(decoder(tc_any(), n, nullptr, &s, env), 1);
+    Any outer = load_any(a);
+    EXPECT_EQ(outer.type, tc_any());
+    EXPECT_EQ(outer.ownsValue, 1u);
+    Any middle = load_any(outer.value);
+    Any inner = load_any(middle.value);
+    EXPECT_EQ(inner.type, tc_long());
+    EXPECT_EQ(load_unaligned<int32_t>(inner.value), 42);
+    EXPECT_EQ(load_any(n).type, tc_null());
+
+    ASSERT_EQ(encoder(tc_any(), a, nullptr, &out, env), 1);
+    ASSERT_EQ(encoder(tc_any(), n, nullptr, &out, env), 1);
+    EXPECT_EQ(written(), wire);
+    destroy_any(a);
+    destroy_any(n);
+
+    // Nesting deeper than the limit is refused, not a stack overflow.
+    Enc deep(false, false);
+    for (int i = 0; i < 5000; ++i) deep.tc(le.simple(tk_any));
+    deep.tc(le.simple(tk_long)).ulong(1);
+    CDR &d = input(deep.bytes(), false);
+    EXPECT_EQ(decoder(tc_any(), a, nullptr, &d, env), 0);
+    EXPECT_TRUE(env.has_exception());
+}
+
+TEST_F(MarshalTest, ExceptionValuesStartWithTheirId) {
+    Held ex(le.structure("IDL:Demo/Oops:1.0", {{"code", le.simple(tk_long)}}, tk_except));
+    Bytes wire = Enc(false, false).str("IDL:Demo/Oops:1.0").ulong(17).bytes();
+    CDR &s = input(wire, false);
+    std::vector<unsigned char> value(ex->valueSize(env), 0);
+    ASSERT_EQ(decoder(ex.get(), value.data(), nullptr, &s, env), 1);
+    EXPECT_STREQ(load_unaligned<char *>(value.data()), "IDL:Demo/Oops:1.0");
+    EXPECT_EQ(load_unaligned<int32_t>(value.data() + sizeof(char *)), 17);
+    ASSERT_EQ(encoder(ex.get(), value.data(), nullptr, &out, env), 1);
+    EXPECT_EQ(written(), wire);
+    freeValue(ex.get(), value.data(), nullptr, nullptr, env);
+}
+
+TEST_F(MarshalTest, UnionsWithAndWithoutDefault) {
+    Held with_default(le.union_of(le.simple(tk_char), tk_char, 1,
+                                  {{'a', le.simple(tk_long)}, {'b', le.simple(tk_string)}}));
+    // 'z' matches no label and takes the default, a string.
+    Bytes wire = Enc(false, false).octet('z').str("dflt").octet('a').ulong(5).bytes();
+    CDR &s = input(wire, false);
+    uint32_t size = with_default->valueSize(env);
+    std::vector<unsigned char> v1(size, 0), v2(size, 0);
+    ASSERT_EQ(decoder(with_default.get(), v1.data(), nullptr, &s, env), 1);
+    ASSERT_EQ(decoder(with_default.get(), v2.data(), nullptr, &s, env), 1);
+    EXPECT_STREQ(load_unaligned<char *>(v1.data() + sizeof(char *)), "dflt");
+    EXPECT_EQ(load_unaligned<int32_t>(v2.data() + sizeof(char *)), 5);
+    encoder(with_default.get(), v1.data(), nullptr, &out, env);
+    encoder(with_default.get(), v2.data(), nullptr, &out, env);
+    EXPECT_EQ(written(), wire);
+    freeValue(with_default.get(), v1.data(), nullptr, nullptr, env);
+
+    Held no_default(le.union_of(le.simple(tk_short), tk_short, -1, {{1, le.simple(tk_long)}}));
+    CDR &n = input(Enc(false, false).ushort(3).ulong(99).bytes(), false);
+    std::vector<unsigned char> v3(no_default->valueSize(env), 0);
+    ASSERT_EQ(decoder(no_default.get(), v3.data(), nullptr, &n, env), 1);
+    EXPECT_EQ(n.space_left, 6u);  // only the discriminator was read
+}
+
+TEST_F(MarshalTest, FailuresTraceAndRaiseMarshal) {
+    set_host_slots(hostkit::slots());
+    hostkit::clear_printed();
+    set_debug_level(1);
+    TypeCode odd(40);
+    int32_t v = 0;
+    EXPECT_EQ(encoder(&odd, &v, nullptr, &out, env), 0);
+    EXPECT_TRUE(hostkit::printed_contains("encoder default case ?"));
+    EXPECT_TRUE(hostkit::printed_contains("marshaling encoder detected error"));
+    CDR &s = input(Bytes{1, 2}, false);
+    EXPECT_EQ(decoder(tc_long(), &v, nullptr, &s, env), 0);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+    EXPECT_EQ(env.system_exception()->minor, 0xFFFF0000u);
+    EXPECT_TRUE(hostkit::printed_contains("marshaling decoder detected error"));
+    EXPECT_EQ(decoder(&odd, &v, nullptr, &s, env), 0);
+    EXPECT_TRUE(hostkit::printed_contains("decode, default case?"));
+    // Object references need the transport's codec.
+    void *ref = nullptr;
+    EXPECT_EQ(encoder(tc_Object(), &ref, nullptr, &out, env), 0);
+    EXPECT_STREQ(env.id(), exid::MARSHAL);
+    set_debug_level(0);
+}
+
+Bytes object_wire() {
+    Bytes b = Enc(false, false).ulong(tk_objref).ulong(tc_Object_body_length).bytes();
+    b.insert(b.end(), tc_Object_body, tc_Object_body + tc_Object_body_length);
+    return b;
+}
+
+// A stand-in for the transport's codec: a reference is a heap long.
+int fake_encode(TypeCode *, void *ref, CDR &s, Environment &) {
+    return s.put_long(ref ? *static_cast<uint32_t *>(ref) : 0);
+}
+int fake_decode(TypeCode *, void **ref, CDR &s, Environment &env) {
+    uint32_t v;
+    if (!s.get_long(&v)) return raise_system(env, exid::MARSHAL);
+    *ref = v ? new uint32_t(v) : nullptr;
+    return 1;
+}
+int released = 0;
+void fake_release(void *ref) {
+    ++released;
+    delete static_cast<uint32_t *>(ref);
+}
+
+TEST_F(MarshalTest, ObjectReferencesGoThroughTheRegisteredCodec) {
+    set_objref_codec({fake_encode, fake_decode, fake_release});
+    Held st(le.structure("IDL:S:1.0", {{"c", le.simple(tk_char)}, {"r", object_wire()}}));
+    Bytes wire = Enc(false, false).octet(1).ulong(0xBEEF).bytes();
+    CDR &s = input(wire, false);
+    std::vector<unsigned char> value(st->valueSize(env), 0);
+    ASSERT_EQ(decoder(st.get(), value.data(), nullptr, &s, env), 1);
+    ASSERT_EQ(encoder(st.get(), value.data(), nullptr, &out, env), 1);
+    EXPECT_EQ(written(), wire);
+    freeValue(st.get(), value.data(), nullptr, nullptr, env);
+    EXPECT_EQ(released, 1);
+    set_objref_codec({nullptr, nullptr, nullptr});
+}
+
+}  // namespace

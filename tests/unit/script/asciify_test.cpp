@@ -1,0 +1,84 @@
+#include "script/asciify.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "host/kit/hostkit.h"
+#include "trace/host_slots.h"
+#include "trace/trace.h"
+
+namespace {
+
+std::string text_of(const std::string &bytes) {
+    char *t = asciify(bytes.data(), static_cast<long>(bytes.size()));
+    std::string s(t);
+    std::free(t);
+    return s;
+}
+
+std::string bytes_of(const char *text) {
+    size_t n = 99;
+    unsigned char *b = un_asciify(text, &n);
+    std::string s(reinterpret_cast<char *>(b), n);
+    EXPECT_EQ(b[n], 0);
+    std::free(b);
+    return s;
+}
+
+TEST(Asciify, TableInBothDirections) {
+    const std::pair<std::string, std::string> table[] = {
+        {"abc", "abc"},
+        {"ab\x01", "ab`01`"},
+        {std::string("a\x01") + "b", "`6101`b"},
+        {std::string("\x01") + "ab", "`01`ab"},
+        {std::string("\x01") + "a\x02", "`016102`"},
+        {"xy\"z", "xy\"z"},
+        {"x\"y", "`7822`y"},
+        {"\\", "`5c`"},
+        {"\xff", "`ff`"},
+    };
+    for (const auto &row : table) {
+        EXPECT_EQ(text_of(row.first), row.second);
+        EXPECT_EQ(bytes_of(row.second.c_str()), row.first) << row.second;
+    }
+}
+
+TEST(Asciify, PlainControlsAndEmptyInput) {
+    EXPECT_EQ(text_of("xa\nb\tc\rd\be\ff"), "xa\nb\tc\rd\be\ff");
+    EXPECT_EQ(text_of("a\nb"), "`610a`b");  // a first byte joins the run ahead
+    EXPECT_EQ(text_of("xa`"), "xa`60`");
+    char *empty = asciify(nullptr, 5);
+    EXPECT_STREQ(empty, "");
+    std::free(empty);
+    empty = asciify("abc", -1);
+    EXPECT_STREQ(empty, "");
+    std::free(empty);
+    EXPECT_EQ(text_of(std::string("\0", 1)), "`00`");
+}
+
+TEST(UnAsciify, HexRunsDigitsAndCutText) {
+    EXPECT_EQ(bytes_of("`41`"), "A");
+    EXPECT_EQ(bytes_of("`41"), "A");
+    EXPECT_EQ(bytes_of("`4A`"), bytes_of("`4a`"));
+    EXPECT_EQ(bytes_of("`00`"), std::string("\0", 1));
+    EXPECT_EQ(bytes_of(""), "");
+    EXPECT_EQ(bytes_of("ab`4"), "ab");  // half a pair is dropped
+    set_host_slots(hostkit::slots());
+    hostkit::clear_printed();
+    set_debug_level(1);
+    EXPECT_EQ(bytes_of("`zz`").size(), 1u);
+    set_debug_level(0);
+    EXPECT_TRUE(hostkit::printed_contains("un_asciify: expected hex digit at character 1: 'z'"));
+}
+
+TEST(Asciify, LongMixedTextsRoundTrip) {
+    std::string bytes;
+    for (int i = 0; i < 300000; ++i) bytes.push_back(static_cast<char>(i * 7 % 256));
+    std::string text = text_of(bytes);
+    EXPECT_GT(text.size(), bytes.size() + 8096);  // past the first area
+    EXPECT_EQ(bytes_of(text.c_str()), bytes);
+}
+
+}  // namespace
