@@ -91,6 +91,33 @@ void Runner::report(const Command &cmd, const std::string &what, int32_t result,
     if (t.ms.empty() && t.failures == 0) timing_order_.push_back(what);
     t.ms.push_back(ms);
     bool failed = result != 0 && !(cmd.verb == Verb::Poll && result == 1);
+    if (cmd.expect_status != 0) {
+        // The script expects this exception: it is the success, anything
+        // else a failure.
+        bool as_expected = result != 0 && record.status == cmd.expect_status;
+        if (as_expected) {
+            if (!options_.quiet)
+                std::fprintf(
+                    out_, "%-24s %-32s ok, as expected: status %d, exception %d, %s  %.3f ms\n",
+                    where(cmd).c_str(), what.c_str(), record.status, record.exception_index,
+                    record.status_text ? record.status_text : "(no text)", ms);
+            return;
+        }
+        ++t.failures;
+        ++failures_;
+        if (result == 0)
+            std::fprintf(out_,
+                         "%-24s %-32s FAILED: succeeded, but the script expected %s  %.3f ms\n",
+                         where(cmd).c_str(), what.c_str(),
+                         cmd.expect_status == 1 ? "a system exception" : "a user exception", ms);
+        else
+            std::fprintf(
+                out_,
+                "%-24s %-32s FAILED status %d, exception %d, %s (expected status %d)  %.3f ms\n",
+                where(cmd).c_str(), what.c_str(), record.status, record.exception_index,
+                record.status_text ? record.status_text : "(no text)", cmd.expect_status, ms);
+        return;
+    }
     if (failed) {
         ++t.failures;
         ++failures_;

@@ -18,9 +18,11 @@ const std::map<std::string, VerbInfo> verbs = {
     {"bind", {Verb::Bind, 4, 5, "bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS [IOR-TEXT]"}},
     {"params", {Verb::Params, 2, 2, "params OBJECT OPERATION [NAME^length=N ...]"}},
     {"set", {Verb::Set, 2, 2, "set NAME VALUE"}},
-    {"invoke", {Verb::Invoke, 0, 0, "invoke [twoway|oneway|deferred] [timeout=MILLISECONDS]"}},
+    {"invoke",
+     {Verb::Invoke, 0, 0,
+      "invoke [twoway|oneway|deferred] [timeout=MILLISECONDS] [expect=ok|system|user]"}},
     {"poll", {Verb::Poll, 1, 1, "poll OPERATION"}},
-    {"wait", {Verb::Wait, 1, 1, "wait OPERATION [timeout=MILLISECONDS]"}},
+    {"wait", {Verb::Wait, 1, 1, "wait OPERATION [timeout=MILLISECONDS] [expect=ok|system|user]"}},
     {"check", {Verb::Check, 2, 2, "check NAME EXPECTED-TEXT"}},
     {"print", {Verb::Print, 0, 1, "print [NAME]"}},
     {"release", {Verb::Release, 1, 1, "release OBJECT"}},
@@ -87,6 +89,32 @@ bool split_words(const std::string &line, std::vector<std::string> &words, std::
     return true;
 }
 
+bool expand_variables(std::string &text, std::string &error) {
+    std::string out;
+    size_t pos = 0;
+    while (true) {
+        size_t start = text.find("${", pos);
+        if (start == std::string::npos) break;
+        size_t end = text.find('}', start + 2);
+        if (end == std::string::npos) {
+            error = "'${' without a closing '}'";
+            return false;
+        }
+        std::string name = text.substr(start + 2, end - start - 2);
+        const char *value = std::getenv(name.c_str());
+        if (value == nullptr) {
+            error = "environment variable " + name + " is not set";
+            return false;
+        }
+        out.append(text, pos, start - pos);
+        out += value;
+        pos = end + 1;
+    }
+    out.append(text, pos, std::string::npos);
+    text = std::move(out);
+    return true;
+}
+
 bool parse_script(const std::string &file, const std::string &text, Script &script,
                   std::string &error) {
     script.file = file;
@@ -105,7 +133,7 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
         pos = end + 1;
         ++line_no;
         std::string why;
-        if (!split_words(line, words, why)) return fail(why);
+        if (!expand_variables(line, why) || !split_words(line, words, why)) return fail(why);
         if (words.empty()) continue;
         auto it = verbs.find(words[0]);
         if (it == verbs.end()) return fail("unknown command '" + words[0] + "'");
@@ -141,6 +169,19 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
                     return fail("time-out '" + word.substr(8) +
                                 "' is not a number of milliseconds above 0");
                 cmd.has_timeout = true;
+                continue;
+            }
+            if ((info.verb == Verb::Invoke || info.verb == Verb::Wait) &&
+                word.rfind("expect=", 0) == 0) {
+                std::string what = word.substr(7);
+                if (what == "ok")
+                    cmd.expect_status = 0;
+                else if (what == "system")
+                    cmd.expect_status = 1;
+                else if (what == "user")
+                    cmd.expect_status = 2;
+                else
+                    return fail("expect= takes ok, system or user, not '" + what + "'");
                 continue;
             }
             cmd.args.push_back(word);

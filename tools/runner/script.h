@@ -23,6 +23,9 @@ struct Command {
     long timeout_ms = 0;               // invoke, wait; 0 is the library's default
     bool has_timeout = false;
     long number = 0;  // sleep
+    // invoke, wait: the outcome the script expects; a call that ends so
+    // counts as a success (0 none, 1 system exception, 2 user exception)
+    int expect_status = 0;
 };
 
 struct Script {
@@ -34,6 +37,10 @@ struct Script {
 // (with \" and \\ inside), '#' outside quotes starts a comment. False with
 // a message on an unterminated quote.
 bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error);
+
+// Replaces every ${NAME} in text by the environment variable NAME. False
+// with a message when one is not set or a "${" is not closed.
+bool expand_variables(std::string &text, std::string &error);
 
 // Parses a whole script text. On the first error returns false with
 // "file:line: message" in error.

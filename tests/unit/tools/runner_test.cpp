@@ -34,6 +34,19 @@ TEST(RunnerScript, WordsQuotesAndComments) {
     EXPECT_EQ(error, "unterminated quote");
 }
 
+TEST(RunnerScript, EnvironmentVariablesAreExpanded) {
+    setenv("ORBELLE_T_PORT", "2809", 1);
+    std::string text =
+        "NameService(iiop:1.0//127.0.0.1:${ORBELLE_T_PORT}/NameService) ${ORBELLE_T_PORT}";
+    std::string error;
+    ASSERT_TRUE(runner::expand_variables(text, error));
+    EXPECT_EQ(text, "NameService(iiop:1.0//127.0.0.1:2809/NameService) 2809");
+    unsetenv("ORBELLE_T_NONE");
+    EXPECT_EQ(parse_error("bind a b c ${ORBELLE_T_NONE}\n"),
+              "s.orb:1: environment variable ORBELLE_T_NONE is not set");
+    EXPECT_EQ(parse_error("bind a b c ${OPEN\n"), "s.orb:1: '${' without a closing '}'");
+}
+
 TEST(RunnerScript, ParsesEveryCommand) {
     Script s;
     std::string error;
@@ -41,7 +54,7 @@ TEST(RunnerScript, ParsesEveryCommand) {
                                      "bind a IDL:A:1.0 one \"FILE(a.ior) | IOR\" IOR:00\n"
                                      "params a op seq^length=3 m.s^length=0\n"
                                      "set seq[0] 7\n"
-                                     "invoke deferred timeout=500\n"
+                                     "invoke deferred timeout=500 expect=user\n"
                                      "poll op\n"
                                      "wait op timeout=100\n"
                                      "check ^op 1\n"
@@ -57,6 +70,7 @@ TEST(RunnerScript, ParsesEveryCommand) {
     EXPECT_EQ(s.commands[1].lengths[0].second, "3");
     EXPECT_EQ(s.commands[3].kind, CallKind::Deferred);
     EXPECT_EQ(s.commands[3].timeout_ms, 500);
+    EXPECT_EQ(s.commands[3].expect_status, 2);
     EXPECT_EQ(s.commands[5].verb, Verb::Wait);
     EXPECT_EQ(s.commands[9].line, 10);
     EXPECT_TRUE(runner::check_script(s, error)) << error;
@@ -75,6 +89,8 @@ TEST(RunnerScript, ErrorsNameTheLineAndWhatIsWrong) {
               "s.orb:2: expected NAME^length=N, got 's=1'");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke timeout=0\n"),
               "s.orb:3: time-out '0' is not a number of milliseconds above 0");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke expect=maybe\n"),
+              "s.orb:3: expect= takes ok, system or user, not 'maybe'");
     EXPECT_EQ(parse_error("set x 1\n"), "s.orb:1: no parameter list yet: use 'params' first");
     EXPECT_EQ(parse_error("params b op\n"), "s.orb:1: object 'b' is not bound here: bind it first");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke\nwait op\n"),
