@@ -259,7 +259,7 @@ TEST_F(Bind, ReleaseClosesTheConnectionOnlyForTheOneHandleOfItsAddressOnTheList)
     client_endpoint *connection = lookup("127.0.0.1", server.port(), env);
     ASSERT_NE(connection, nullptr);
     release_endpoint(connection);
-    std::free(last_connect_host);  // the connect report is the host's
+    std::free(take_last_connect_host());  // the connect report is the host's
 
     EXPECT_EQ(release(h[0]), IIOP_OK);  // count 0: the connection stays
     EXPECT_EQ(hostkit::printed(),
@@ -281,7 +281,7 @@ TEST_F(Bind, ReleaseClosesTheConnectionOnlyForTheOneHandleOfItsAddressOnTheList)
     ASSERT_NE(again, nullptr);
     EXPECT_NE(again, connection);
     release_endpoint(again);
-    std::free(last_connect_host);
+    std::free(take_last_connect_host());
     EXPECT_TRUE(server.wait(2000)) << server.failure();
     EXPECT_EQ(server.connections(), 2);
     EXPECT_TRUE(on_connection_list(h[2]));
