@@ -15,9 +15,7 @@ int32_t not_available(iiop_record *record, const char *who) {
 }
 }  // namespace
 
-int32_t _iiop_bind(iiop_record *record) { return not_available(record, "_iiop_bind"); }
 int32_t _iiop_invoke(iiop_record *record) { return not_available(record, "_iiop_invoke"); }
-int32_t _iiop_release(iiop_record *record) { return not_available(record, "_iiop_release"); }
 int32_t _iiop_get_response_dispatch(iiop_record *record) {
     return not_available(record, "_iiop_get_response");
 }

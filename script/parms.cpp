@@ -24,8 +24,7 @@ void opDetails_reset() {
     opDetailsTail = nullptr;
 }
 
-ScriptParm *opDetails_new_record(const char *name, int32_t flags, int32_t type,
-                                 int32_t supertype) {
+ScriptParm *opDetails_new_record(const char *name, int32_t flags, int32_t type, int32_t supertype) {
     auto *record = static_cast<ScriptParm *>(vumalloc(sizeof(ScriptParm)));
     if (record == nullptr) return nullptr;
     record->flags = flags;

@@ -24,8 +24,7 @@ void opDetails_reset();  // empties the list
 // A record from vumalloc with the given name copied (vumalloc too), null
 // strval, ptr and next, and valuesize 0. datalen and the reserved word are
 // left as allocated.
-ScriptParm *opDetails_new_record(const char *name, int32_t flags, int32_t type,
-                                 int32_t supertype);
+ScriptParm *opDetails_new_record(const char *name, int32_t flags, int32_t type, int32_t supertype);
 void opDetails_append(ScriptParm *record);
 ScriptParm *opDetails_head();
 iiop_req *opDetails_call();

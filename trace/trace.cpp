@@ -45,7 +45,8 @@ void print_piece(char *buffer, const char *format, ...) {
     vuprint(buffer);
 }
 
-void dump_rows(char *buffer, const unsigned char *bytes, int length, const char *first, bool chars) {
+void dump_rows(char *buffer, const unsigned char *bytes, int length, const char *first,
+               bool chars) {
     for (int i = 0; i < length; ++i) {
         if (i == 0)
             print_piece(buffer, "%s", first);

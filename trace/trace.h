@@ -35,8 +35,8 @@ ORBELLE_EXPORT int32_t enable_debug(void);
     } while (0)
 
 // A trace line shown from the given level on.
-#define TRACE_AT(level, ...)                                          \
-    do {                                                              \
+#define TRACE_AT(level, ...)                                           \
+    do {                                                               \
         if ((level) <= debug_level) dmsg_filter((level), __VA_ARGS__); \
     } while (0)
 

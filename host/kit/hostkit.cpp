@@ -10,19 +10,29 @@ namespace hostkit {
 namespace {
 std::vector<std::string> lines;
 bool echo = false;
+bool capture = true;
 long allocation_count = 0;
+// Enough for any test's assertions; a long benchmark must not grow it.
+constexpr size_t max_recorded_sizes = 1 << 16;
+std::vector<size_t> sizes;
 
 void *kit_malloc(size_t size) {
     ++allocation_count;
+    if (sizes.size() < max_recorded_sizes) sizes.push_back(size);
     return std::malloc(size);
 }
 void *kit_realloc(void *block, size_t size) { return std::realloc(block, size); }
 void kit_free(void *block) { std::free(block); }
 void kit_print(const char *line) {
-    lines.emplace_back(line ? line : "(null)");
-    if (echo) {
+    if (capture) lines.emplace_back(line ? line : "(null)");
+    if (echo && line) {
+        // Trace lines bring their own newline. The hex dump arrives in short
+        // pieces (a label ending in a blank, hex pairs, separators) that
+        // belong on one line; any other text is a line of its own.
         std::fputs(line, stdout);
-        std::fputc('\n', stdout);
+        size_t n = std::strlen(line);
+        bool piece = n <= 9 || line[n - 1] == ' ';
+        if (n == 0 || (line[n - 1] != '\n' && !piece)) std::fputc('\n', stdout);
         std::fflush(stdout);
     }
 }
@@ -71,7 +81,16 @@ std::string printed_text() {
 
 void set_echo(bool on) { echo = on; }
 
+void set_capture(bool on) { capture = on; }
+
+void *find_symbol(const char *path, const char *name) {
+    void *handle = dlopen(path, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
+    return handle ? dlsym(handle, name) : nullptr;
+}
+
 long allocations() { return allocation_count; }
+
+const std::vector<size_t> &allocation_sizes() { return sizes; }
 
 void Plist::set(const std::string &name, const char *value) {
     size_t i = 0;

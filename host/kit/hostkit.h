@@ -33,8 +33,11 @@ bool printed_contains(const std::string &text);
 std::string printed_text();
 // Printed lines are also written to standard output while echo is on.
 void set_echo(bool on);
-// Blocks handed out by the kit's allocation slot so far.
+// Printed lines are kept for printed() while capture is on (the default).
+void set_capture(bool on);
+// Blocks handed out by the kit's allocation slot so far, and their sizes.
 long allocations();
+const std::vector<size_t> &allocation_sizes();
 
 // A script's name/value array, owning its texts.
 class Plist {
@@ -62,6 +65,13 @@ std::vector<std::string> names(const ScriptParm *list);
 // Releases records, names and value texts.
 void free_list(ScriptParm *list);
 
+// An export of a library that load_library loaded, or null.
+void *find_symbol(const char *path, const char *name);
+template <typename Fn>
+Fn find_export(const char *path, const char *name) {
+    return reinterpret_cast<Fn>(find_symbol(path, name));
+}
+
 // A host: the door plus convenience for the common operations.
 class Host {
 public:
@@ -73,8 +83,8 @@ public:
 
     // iiop_get_parms for operation of the interface repoid; the list lands
     // in req.parms (the caller owns it).
-    int32_t get_parms(iiop_req &req, iiop_target &target, const char *repoid,
-                      const char *operation, Plist *plist = nullptr);
+    int32_t get_parms(iiop_req &req, iiop_target &target, const char *repoid, const char *operation,
+                      Plist *plist = nullptr);
 
 private:
     entry_fn entry_;

@@ -1,0 +1,3 @@
+// A side library that loads but lacks iiop_vb_find_ior: stands for a broken
+// installation, so that a failed lookup can be shown.
+extern "C" __attribute__((visibility("default"))) int iiop_vb_version(void) { return 0; }

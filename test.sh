@@ -1,0 +1,101 @@
+#!/usr/bin/env bash
+# Runs every Orbelle test: installs what is missing (Debian 12, as root),
+# then builds and tests three configurations — the normal 64-bit build, the
+# 64-bit build under AddressSanitizer and UBSan, and the 32-bit build of the
+# library and its unit tests — and runs each fuzz target for a short while.
+#
+#   bash test.sh            everything
+#   ORBELLE_CONFIGS="normal" bash test.sh   only the named configurations
+#   FUZZ_SECONDS=0 bash test.sh             skip the fuzz runs
+set -uo pipefail
+cd "$(dirname "$0")"
+root=$(pwd)
+
+packages=(cmake make g++ pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev
+          gcc-multilib g++-multilib clang libclang-rt-14-dev
+          libomniorb4-dev omniidl omniorb omniorb-nameserver)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  if [ "$(id -u)" = 0 ]; then
+    echo "== installing: ${missing[*]}"
+    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+  else
+    echo "== missing packages (run as root to install): ${missing[*]}" >&2
+  fi
+fi
+
+jobs=$(nproc 2>/dev/null || echo 2)
+configs=${ORBELLE_CONFIGS:-"normal sanitize m32"}
+fuzz_seconds=${FUZZ_SECONDS:-20}
+passed=0
+failed=0
+broken=()
+
+run_config() {
+  local name=$1; shift
+  local dir="$root/build/$name"
+  echo "== $name: configure and build"
+  if ! cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >"$dir.configure.log" 2>&1; then
+    cat "$dir.configure.log"; broken+=("$name (configure)"); return
+  fi
+  if ! cmake --build "$dir" -j"$jobs" >"$dir.build.log" 2>&1; then
+    grep -E -A5 'error|Error' "$dir.build.log" | head -60; broken+=("$name (build)"); return
+  fi
+  echo "== $name: tests"
+  local log="$dir.ctest.log"
+  ctest --test-dir "$dir" -j"$jobs" --output-on-failure --timeout 300 2>&1 | tee "$log" | \
+    grep -E -v '^\s+Start |Passed|^$' || true
+  local line
+  line=$(grep -E '[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -1)
+  if [ -z "$line" ]; then broken+=("$name (no test summary)"); return; fi
+  local total bad
+  total=$(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")
+  bad=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$line")
+  passed=$((passed + total - bad))
+  failed=$((failed + bad))
+}
+
+mkdir -p "$root/build"
+for c in $configs; do
+  case $c in
+    normal)   run_config normal ;;
+    sanitize) ASAN_OPTIONS=detect_leaks=1 run_config sanitize -DORBELLE_SANITIZE=ON -DORBELLE_BENCH=OFF ;;
+    m32)      run_config m32 -DCMAKE_TOOLCHAIN_FILE="$root/cmake/m32.cmake" -DORBELLE_BENCH=OFF ;;
+    *) echo "unknown configuration $c" >&2; broken+=("$c") ;;
+  esac
+done
+
+# Fuzz targets: a bounded run of each over its seed corpus.
+if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && ls fuzz/*_fuzz.cpp >/dev/null 2>&1; then
+  dir="$root/build/fuzz"
+  echo "== fuzz: build"
+  if CC=clang CXX=clang++ cmake -S "$root" -B "$dir" -DORBELLE_FUZZ=ON >"$dir.configure.log" 2>&1 &&
+     cmake --build "$dir" -j"$jobs" >"$dir.build.log" 2>&1; then
+    for src in fuzz/*_fuzz.cpp; do
+      name=$(basename "$src" .cpp)
+      work="$dir/corpus-run/$name"
+      mkdir -p "$work"
+      seeds=()
+      [ -d "fuzz/corpus/$name" ] && seeds=("fuzz/corpus/$name")
+      echo "== fuzz: $name for ${fuzz_seconds}s"
+      if "$dir/bin/$name" -max_total_time="$fuzz_seconds" -print_final_stats=0 \
+           -artifact_prefix="$dir/" "$work" "${seeds[@]}" >"$dir/$name.log" 2>&1; then
+        passed=$((passed + 1))
+      else
+        tail -40 "$dir/$name.log"; failed=$((failed + 1)); broken+=("fuzz $name")
+      fi
+    done
+  else
+    tail -40 "$dir.build.log"; broken+=("fuzz (build)")
+  fi
+fi
+
+if [ ${#broken[@]} -gt 0 ]; then
+  echo "== broken: ${broken[*]}"
+  failed=$((failed + ${#broken[@]}))
+fi
+echo "total: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]

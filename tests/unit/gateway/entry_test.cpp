@@ -1,0 +1,229 @@
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "gateway/catalogue.h"
+#include "host/tellcat/tellcat.h"
+#include "orbelle/orbelle.h"
+#include "platform/platform.h"
+#include "tests/support.h"
+#include "trace/trace.h"
+
+namespace {
+
+std::vector<uint32_t> pauses;
+void record_pause(uint32_t ms) { pauses.push_back(ms); }
+
+iiop_record sentinel_record(int32_t op) {
+    iiop_record r = hostkit::make_record(op);
+    r.status = 77;
+    r.exception_index = 88;
+    r.status_text = reinterpret_cast<char *>(0x1234);
+    return r;
+}
+
+TEST(Dispatch, SelectorsOutOfRangeFailWithoutTouchingThePause) {
+    setenv("orbelledebug", "1", 1);
+    platform::set_sleep_hook(record_pause);
+    hostkit::Host host(&_iiop_entry);
+    for (int32_t op : {0, -1, -2147483647 - 1, 10, 1000}) {
+        iiop_record r = sentinel_record(op);
+        EXPECT_EQ(host.call(r), 3) << op;
+        EXPECT_EQ(r.status, 3) << op;
+        EXPECT_EQ(r.exception_index, 10) << op;
+        EXPECT_EQ(r.status_text, nullptr) << op;
+    }
+    EXPECT_TRUE(pauses.empty());
+
+    // The first valid call pauses once, whichever operation it is.
+    iiop_record init = hostkit::make_record(IIOP_INIT);
+    init.u.init = hostkit::slots();
+    EXPECT_EQ(host.call(init), 0);
+    ASSERT_EQ(pauses.size(), 1u);
+    EXPECT_EQ(pauses[0], 25000u);
+    iiop_record again = hostkit::make_record(IIOP_TIMEOUT);
+    host.call(again);
+    EXPECT_EQ(pauses.size(), 1u);
+    std::free(again.status_text);
+}
+
+TEST(Dispatch, PauseWaitsUntilTheVariableIsSet) {
+    unsetenv("orbelledebug");
+    platform::set_sleep_hook(record_pause);
+    hostkit::Host host = testsupport::linked_host();
+    EXPECT_TRUE(pauses.empty());
+    setenv("orbelledebug", "", 1);  // set to anything, even the empty text
+    iiop_record r = hostkit::make_record(IIOP_MAKE_IOR);
+    host.call(r);
+    EXPECT_EQ(pauses.size(), 1u);
+    std::free(r.status_text);
+}
+
+TEST(Dispatch, UnimplementedOperationsFailWithTheirCatalogueText) {
+    hostkit::Host host = testsupport::linked_host();
+    struct Case {
+        int32_t op;
+        const char *id;
+        size_t block;
+    } cases[] = {{IIOP_GET_EXCEPTION, "MC_8_6_3", 132},
+                 {IIOP_MAKE_IOR, "MC_8_6_4", 80},
+                 {IIOP_TIMEOUT, "MC_8_6_5", 80}};
+    for (int round = 0; round < 2; ++round) {
+        for (const Case &c : cases) {
+            size_t before = hostkit::allocation_sizes().size();
+            iiop_record r = hostkit::make_record(c.op);
+            EXPECT_EQ(host.call(r), 3);
+            EXPECT_EQ(r.status, 3);
+            EXPECT_EQ(r.exception_index, 10);
+            ASSERT_NE(r.status_text, nullptr);
+            EXPECT_STREQ(r.status_text, mc_msg(c.id));
+            ASSERT_EQ(hostkit::allocation_sizes().size(), before + 1);
+            EXPECT_EQ(hostkit::allocation_sizes().back(), c.block);
+            std::free(r.status_text);
+        }
+    }
+}
+
+TEST(Dispatch, OnlyTimeoutTracesThatItIsNotImplemented) {
+    hostkit::Host host = testsupport::linked_host();
+    set_debug_level(5);
+    iiop_record r1 = hostkit::make_record(IIOP_GET_EXCEPTION);
+    iiop_record r2 = hostkit::make_record(IIOP_MAKE_IOR);
+    host.call(r1);
+    host.call(r2);
+    EXPECT_TRUE(hostkit::printed().empty());
+    iiop_record r3 = hostkit::make_record(IIOP_TIMEOUT);
+    host.call(r3);
+    ASSERT_EQ(hostkit::printed().size(), 1u);
+    EXPECT_EQ(hostkit::printed()[0], "_iiop_timeout:  not implemented\n");
+    std::free(r1.status_text);
+    std::free(r2.status_text);
+    std::free(r3.status_text);
+}
+
+TEST(Dispatch, SuccessLeavesTheOutcomeFieldsAsTheHostLeftThem) {
+    hostkit::Host host(&_iiop_entry);
+    iiop_record init = sentinel_record(IIOP_INIT);
+    init.u.init = hostkit::slots();
+    EXPECT_EQ(host.call(init), 0);
+    EXPECT_EQ(init.status, 77);
+    EXPECT_EQ(init.exception_index, 88);
+    EXPECT_EQ(init.status_text, reinterpret_cast<char *>(0x1234));
+
+    iiop_target target{};
+    iiop_req req{};
+    target.repoid = const_cast<char *>("IDL:Any:1.0");
+    req.target = &target;
+    req.operation = const_cast<char *>("_non_existent");
+    iiop_record parms = sentinel_record(IIOP_GET_PARMS);
+    parms.u.get_parms.req = &req;
+    EXPECT_EQ(host.call(parms), 0);
+    EXPECT_EQ(parms.status, 77);
+    EXPECT_EQ(parms.exception_index, 88);
+    EXPECT_EQ(parms.status_text, reinterpret_cast<char *>(0x1234));
+    hostkit::free_list(req.parms);
+}
+
+TEST(Dispatch, OperationsNotYetBuiltFailHonestly) {
+    hostkit::Host host = testsupport::linked_host();
+    set_debug_level(1);
+    for (int32_t op : {IIOP_INVOKE, IIOP_GET_RESPONSE}) {
+        iiop_record r = hostkit::make_record(op);
+        EXPECT_EQ(host.call(r), 3) << op;
+        EXPECT_EQ(r.status, 3) << op;
+    }
+    EXPECT_FALSE(hostkit::printed().empty());
+}
+
+TEST(Slots, BeforeInitTheLibraryHeapAndStandardOutputServe) {
+    hostkit::Host host(&_iiop_entry);
+    set_debug_level(1);
+    iiop_target target{};
+    iiop_req req{};
+    req.target = &target;
+    req.operation = const_cast<char *>("_is_a");
+    iiop_record r = hostkit::make_record(IIOP_GET_PARMS);
+    r.u.get_parms.req = &req;
+    testing::internal::CaptureStdout();
+    host.call(r);
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_NE(out.find("_iiop_get_parms:  operation '_is_a', repoid 'NULL'\n"), std::string::npos);
+    EXPECT_EQ(hostkit::allocations(), 0);
+    EXPECT_TRUE(hostkit::printed().empty());
+    ASSERT_NE(req.parms, nullptr);
+    hostkit::free_list(req.parms);  // the library's heap is the C heap
+
+    // After iiop_init every block and line goes through the host's slots.
+    host.init();
+    testing::internal::CaptureStdout();
+    host.call(r);
+    out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out, "");
+    // two records and their two names
+    EXPECT_EQ(hostkit::allocations(), 4);
+    EXPECT_TRUE(hostkit::printed_contains("_iiop_get_parms: returning IIOP_OK"));
+    hostkit::free_list(req.parms);
+}
+
+TEST(Catalogue, TextsLongerThanTheirBlocksAreCutAndTerminated) {
+    hostkit::Host host = testsupport::linked_host();
+    std::string long_text(300, 'x');
+    TellcatTestSetText(8, 6, 3, long_text.c_str());
+    TellcatTestSetText(8, 6, 4, long_text.c_str());
+    iiop_record r = hostkit::make_record(IIOP_GET_EXCEPTION);
+    host.call(r);
+    EXPECT_EQ(std::strlen(r.status_text), 131u);
+    iiop_record s = hostkit::make_record(IIOP_MAKE_IOR);
+    host.call(s);
+    EXPECT_EQ(std::strlen(s.status_text), 79u);
+    EXPECT_EQ(std::string(s.status_text).substr(0, 10), "MC_8_6_4: ");
+    std::free(r.status_text);
+    std::free(s.status_text);
+
+    // mc_msg appends at most 500 characters of text and never overruns its
+    // 512-byte buffer, however long the identity.
+    std::string long_identity(600, 'i');
+    TellcatTestSetText(8, 6, 1, std::string(900, 't').c_str());
+    EXPECT_EQ(std::strlen(mc_msg("MC_8_6_1")), 10u + 500u);
+    TellcatTestSetIdentity(8, 6, 1, long_identity.c_str());
+    EXPECT_EQ(std::strlen(mc_msg("MC_8_6_1")), 511u);
+}
+
+TEST(Catalogue, MessageTextsServeAsFormats) {
+    std::string six = mc_msg("MC_8_6_6");
+    EXPECT_EQ(six.rfind("MC_8_6_6: ", 0), 0u);
+    char line[600];
+    std::snprintf(line, sizeof line, six.c_str(), "IDL:Bank:1.0", "main");
+    EXPECT_NE(std::string(line).find("'IDL:Bank:1.0' named 'main'"), std::string::npos);
+    // the buffer is shared: the next call replaces the text
+    const char *first = mc_msg("MC_8_6_1");
+    mc_msg("MC_8_6_2");
+    EXPECT_NE(std::string(first).find("MC_8_6_2"), std::string::npos);
+}
+
+TEST(Exports, AHostFindsTheDoorAndTheNamedExportsOnly) {
+    std::string error;
+    hostkit::entry_fn door = hostkit::load_library(ORBELLE_LIB_PATH, &error);
+    ASSERT_NE(door, nullptr) << error;
+    void *lib = dlopen(ORBELLE_LIB_PATH, RTLD_NOW | RTLD_NOLOAD);
+    ASSERT_NE(lib, nullptr);
+    for (const char *name : {"_iiop_entry", "enable_debug", "set_debug_level", "fnOrbelle",
+                             "nOrbelle", "_ZN8COrbelleC1Ev", "_ZN8COrbelleaSERKS_"})
+        EXPECT_NE(dlsym(lib, name), nullptr) << name;
+    for (const char *name : {"_iiop_init", "mc_msg", "_Z6mc_msgPKc", "_Z6dmsg_vPKcz"})
+        EXPECT_EQ(dlsym(lib, name), nullptr) << name;
+    auto fn = reinterpret_cast<int (*)()>(dlsym(lib, "fnOrbelle"));
+    EXPECT_EQ(fn(), 42);
+    EXPECT_EQ(*static_cast<int *>(dlsym(lib, "nOrbelle")), 0);
+
+    // the loaded door works on its own state
+    iiop_record r = hostkit::make_record(42);
+    EXPECT_EQ(door(&r), 3);
+    EXPECT_EQ(r.exception_index, 10);
+}
+
+}  // namespace

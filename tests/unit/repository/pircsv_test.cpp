@@ -1,0 +1,126 @@
+#include "repository/pircsv.h"
+
+#include <gtest/gtest.h>
+
+#include "repository/pirapi.h"
+#include "tests/support.h"
+#include "tests/unit/repository/pirtest.h"
+
+using namespace pirtest;
+
+namespace {
+std::vector<std::string> tokens_of(const std::string &text) {
+    PirCsvFile file;
+    file.readText(text.data(), text.size());
+    return file.tokens();
+}
+
+// kind, name, count, bound and number of children of a type node, in one text.
+std::string shape(PirTypNod *t) {
+    for (PirNod *c : t->children) EXPECT_EQ(c->parent, t);
+    return std::to_string(t->typKind) + " '" + t->typNam + "' " + std::to_string(t->typCnt) + " " +
+           std::to_string(t->typBnd) + " " + std::to_string(t->children.size());
+}
+}  // namespace
+
+TEST(PirCsvFile, WorkedExampleParsesToTheDescribedTree) {
+    Tree ifc(PirReadInterfaceFile(testsupport::data_path("idl/Bank-Teller-Account.csv").c_str()));
+    ASSERT_EQ(ifc->children.size(), 3u);
+    auto *att = dynamic_cast<PirAttNod *>(ifc->children[0]);
+    auto *balance = dynamic_cast<PirOprNod *>(ifc->children[1]);
+    auto *transfer = dynamic_cast<PirOprNod *>(ifc->children[2]);
+    ASSERT_TRUE(att && balance && transfer);
+    EXPECT_EQ(att->attId + att->attNam + std::to_string(att->attMod), "a1owner1");
+    EXPECT_EQ(shape(type_of(att)), "18 '' 0 0 0");
+    EXPECT_EQ(balance->oprId + balance->oprNam + std::to_string(balance->oprMod), "o1balance0");
+    EXPECT_EQ(shape(type_of(balance->children.at(0))), "7 '' 0 0 0");
+    EXPECT_EQ(transfer->oprNam + std::to_string(transfer->oprMod), "transfer1");
+    ASSERT_EQ(transfer->children.size(), 3u);
+    EXPECT_EQ(transfer->children[0]->kind, pirResKind);
+    EXPECT_EQ(shape(type_of(transfer->children[0])), "1 '' 0 0 0");
+    auto *to = dynamic_cast<PirParNod *>(transfer->children[1]);
+    auto *choice = dynamic_cast<PirParNod *>(transfer->children[2]);
+    ASSERT_TRUE(to && choice);
+    EXPECT_EQ(to->parNam + std::to_string(to->parDir), "to0");
+    EXPECT_EQ(shape(type_of(to)), "15 '' 2 0 2");
+    EXPECT_EQ(shape(type_of(type_of(to), 0)), "18 'bank' 0 0 0");
+    EXPECT_EQ(shape(type_of(type_of(to), 1)), "3 'branch' 0 0 0");
+    EXPECT_EQ(choice->parNam + std::to_string(choice->parDir), "choice1");
+    PirTypNod *un = type_of(choice);
+    EXPECT_EQ(shape(un), "16 '' 2 0 3");
+    EXPECT_EQ(shape(type_of(un, 0)), "3 '^discriminator' 0 0 0");
+    EXPECT_EQ(shape(type_of(un, 1)), "2 'a' 0 0 0");
+    EXPECT_EQ(shape(type_of(un, 2)), "19 'b' 0 10 1");
+    EXPECT_EQ(shape(type_of(type_of(un, 2))), "10 '' 0 0 0");
+    for (PirNod *c : ifc->children) EXPECT_EQ(c->parent, ifc.get());
+}
+
+TEST(PirCsvFile, TokeniserJoinsAtCommentsAndCommasAndSplitsAtWhiteSpace) {
+    using V = std::vector<std::string>;
+    EXPECT_EQ(tokens_of("ab#x\ncd normal#x\nres"), (V{"abcd", "normalres"}));
+    EXPECT_EQ(tokens_of("a,b a, b , c opr,o1,x"), (V{"ab", "a", "b", "c", "opro1x"}));
+    EXPECT_EQ(tokens_of("\ta\r\nb\v\f\xe9\xc3"), (V{"a", "b", "\xe9\xc3"}));
+    // End of file inside a comment drops the token still being gathered.
+    EXPECT_EQ(tokens_of("x y#tail"), V{"x"});
+    testsupport::TempDir dir;
+    dir.write("comment.csv", "# nothing here\n , ,,\n# more");
+    EXPECT_EQ(failure_of([] { PirReadInterfaceFile("comment.csv"); }), ".csv is empty");
+    EXPECT_EQ(failure_of([] { PirReadInterfaceFile("absent.csv"); }), "can't open .csv file");
+}
+
+TEST(PirCsvFile, FieldsTakeDefaultsAndUnknownKeywordsStayUnconsumed) {
+    Tree ifc = parse_text(
+        "opr a b sometimes res . null par both p . long res . struct 2 x foo long "
+        "exc E 0 att i n normal . alias opr c d normal");
+    auto *opr = dynamic_cast<PirOprNod *>(ifc->children.at(0));
+    EXPECT_EQ(opr->oprMod, 0);
+    ASSERT_EQ(opr->children.size(), 4u);
+    EXPECT_EQ(shape(type_of(opr->children[0])), "0 '' 0 0 0");
+    EXPECT_EQ(dynamic_cast<PirParNod *>(opr->children[1])->parDir, 0);
+    // "foo" is no keyword: x stays kind 0 and foo names the second member.
+    EXPECT_EQ(shape(type_of(type_of(opr->children[2]), 0)), "0 'x' 0 0 0");
+    EXPECT_EQ(shape(type_of(type_of(opr->children[2]), 1)), "3 'foo' 0 0 0");
+    EXPECT_EQ(dynamic_cast<PirExcNod *>(opr->children[3])->children.size(), 0u);
+    EXPECT_EQ(shape(type_of(ifc->children.at(1))), "21 '' 0 0 0");
+    EXPECT_TRUE(ifc->children.at(2)->children.empty());
+
+    const std::string invalid = "invalid csv record";
+    EXPECT_EQ(parse_failure("opr,o1,balance,normal res . void"), invalid);
+    EXPECT_EQ(parse_failure("opr a b normal res . struct 2 x long y long z long"), invalid);
+    EXPECT_EQ(parse_failure("opr a b normal res . foo"), invalid);
+}
+
+TEST(PirCsvFile, TruncatedOrHostileInputIsRefusedWithoutOverrun) {
+    const std::string invalid = "invalid csv record";
+    // Every cut of a description inside a record fails cleanly.
+    std::string text;
+    for (const std::string &token : tokens_of(
+             "att a1 owner readonly . string opr o2 transfer oneway res . void par in to . struct "
+             "2 bank string branch long exc E 1 . long par out c . union d long 1 b sequence 10 "
+             ". array 2 . octet")) {
+        std::string failure = text.empty() ? "" : parse_failure(text);
+        EXPECT_TRUE(failure.empty() || failure == invalid) << text;
+        text += token + " ";
+    }
+    EXPECT_EQ(parse_failure(text), "");
+
+    std::string longest(pirMaxTokenLength, 'n');
+    EXPECT_EQ(parse_failure("att i " + longest + " normal . long"), "");
+    EXPECT_EQ(parse_failure("att i " + longest + "n normal . long"), invalid);
+    for (const char *count : {"-1", "4294967295", "99999999999999999999", "3"})
+        EXPECT_EQ(parse_failure(std::string("opr a b normal exc E ") + count + " x long"), invalid);
+    EXPECT_EQ(parse_failure("opr a b normal res . sequence -5 . long"), invalid);
+    EXPECT_EQ(parse_failure("opr a b normal res . struct -0 res . struct +1 x long"), "");
+    const std::string most = std::to_string(pirMaxArrayElements);
+    EXPECT_EQ(parse_failure("opr a b normal res . array " + most + " . long"), "");
+    EXPECT_EQ(parse_failure("opr a b normal res . array 1024 . array 1025 . long"), invalid);
+
+    auto nested = [](int depth) {
+        std::string t = "opr a b normal res ";
+        for (int i = 1; i < depth; ++i) t += ". sequence 0 ";
+        return t + ". long";
+    };
+    EXPECT_EQ(parse_failure(nested(pirMaxTypeDepth)), "");
+    EXPECT_EQ(parse_failure(nested(pirMaxTypeDepth + 1)), invalid);
+    EXPECT_EQ(parse_failure(nested(100000)), invalid);
+}

@@ -1,0 +1,91 @@
+#include "repository/pirinstance.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "repository/pirapi.h"
+#include "tests/support.h"
+#include "tests/unit/repository/pirtest.h"
+
+using namespace pirtest;
+
+namespace {
+// Records every call as "operation type supertype flg stlNam stfNam subNam";
+// answers lengths by subNam and one member position.
+class Recorder : public PirPrimitiveCallback {
+public:
+    std::vector<std::string> calls;
+    std::map<std::string, uint32_t> lengths;
+    uint32_t member = 0;
+
+    void NewPrimitive(PirPrimitive &p) override {
+        add("NP", p);
+        p.val = "v";
+        p.stfNam += "!";  // a rename reaches the instance
+    }
+    void NewSequence(PirPrimitive &p) override { add("NS", p); }
+    void NewUnion(PirPrimitive &p) override { add("NU", p); }
+    uint32_t NewSequenceLength(PirPrimitive &p) override {
+        return add("NSL", p), lengths[p.subNam];
+    }
+    uint32_t NewUnionDiscriminator(PirPrimitive &p) override { return add("NUD", p), member; }
+
+private:
+    void add(const char *op, const PirPrimitive &p) {
+        calls.push_back(std::string(op) + " " + std::to_string(p.type) + " " +
+                        std::to_string(p.supertype) + " " + std::to_string(p.flg) + " " + p.stlNam +
+                        " " + p.stfNam + " " + p.subNam + " " + std::to_string(p.index));
+    }
+};
+}  // namespace
+
+TEST(PirCreateInstance, UnionWalkMakesTheCallsOfTheWorkedExample) {
+    Tree ifc(PirReadInterfaceFile(testsupport::data_path("idl/Bank-Teller-Account.csv").c_str()));
+    PirParNod *to = PirGetFirstParameter(PirGetOperation(ifc.get(), "transfer"));
+    Recorder rec;
+    rec.member = 1;
+    rec.lengths["choice:b^length"] = 2;
+    PirFreeInstance(PirCreateInstance(PirGetParameterType(to), &rec));
+    PirFreeInstance(PirCreateInstance(PirGetParameterType(PirGetNextParameter(to)), &rec));
+    EXPECT_EQ(rec.calls, (std::vector<std::string>{
+                             "NP 18 15 0 to.bank to.bank  0",
+                             "NP 3 15 0 to.branch to.branch  1",
+                             "NU 16 0 0 choice choice  0",
+                             "NP 3 16 1 choice^discriminator choice^discriminator  0",
+                             "NUD 16 0 0 choice choice choice^discriminator 0",
+                             "NS 19 16 0 choice:b choice:b  1",
+                             "NSL 19 16 0 choice:b choice:b choice:b^length 1",
+                             "NP 10 19 0 choice:b[] choice:b[0]  0",
+                             "NP 10 19 0 choice:b[] choice:b[1]  1",
+                         }));
+}
+
+TEST(PirCreateInstance, InstancesMirrorTheValueAndAreReleasedOnFailure) {
+    Tree ifc = parse_text(
+        "opr o x normal res . void par in s . sequence 3 . struct 2 a long b array 2 . short "
+        "par in t x struct 1 y union . long 1 z alias");
+    PirParNod *s = PirGetFirstParameter(PirGetOperation(ifc.get(), "x"));
+    Recorder rec;
+    rec.lengths["s^length"] = 2;
+    PirInstance *top = PirCreateInstance(PirGetParameterType(s), &rec);
+    EXPECT_EQ(top->count, 2);
+    ASSERT_EQ(top->children.size(), 2u);
+    PirInstance *second = top->children[1];
+    EXPECT_EQ(second->index, 1);
+    EXPECT_EQ(second->parent, top);
+    EXPECT_EQ(second->stlNam + " " + second->stfNam, "s[] s[1]");
+    PirInstance *leaf = second->children.at(1)->children.at(1);
+    EXPECT_EQ(leaf->stlNam + " " + leaf->stfNam + " " + leaf->val, "s[].b[] s[1].b[1]! v");
+    EXPECT_EQ(leaf->count, -1);
+    PirFreeInstance(top);
+
+    // A name behind the parameter's joins it directly; an alias is a leaf.
+    rec.calls.clear();
+    PirFreeInstance(PirCreateInstance(PirGetParameterType(PirGetNextParameter(s)), &rec));
+    EXPECT_EQ(rec.calls.back(), "NP 21 16 0 tx.y:z tx.y:z  0");
+
+    rec.lengths["s^length"] = 4;  // past the bound of 3
+    EXPECT_EQ(failure_of([&] { PirCreateInstance(PirGetParameterType(s), &rec); }),
+              "invalid sequence length");
+}

@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tests/support.h"
+#include "tools/runner/run.h"
+#include "tools/runner/script.h"
+
+namespace {
+using runner::CallKind;
+using runner::Script;
+using runner::Verb;
+
+std::string parse_error(const std::string &text) {
+    Script script;
+    std::string error;
+    if (runner::parse_script("s.orb", text, script, error) && runner::check_script(script, error))
+        return "";
+    return error;
+}
+
+TEST(RunnerScript, WordsQuotesAndComments) {
+    std::vector<std::string> words;
+    std::string error;
+    ASSERT_TRUE(runner::split_words(R"(set  name "two words" # comment)", words, error));
+    EXPECT_EQ(words, (std::vector<std::string>{"set", "name", "two words"}));
+    ASSERT_TRUE(runner::split_words(R"(set x "a\"b\\c" "" "#not")", words, error));
+    EXPECT_EQ(words, (std::vector<std::string>{"set", "x", "a\"b\\c", "", "#not"}));
+    ASSERT_TRUE(runner::split_words("   # only a comment", words, error));
+    EXPECT_TRUE(words.empty());
+    EXPECT_FALSE(runner::split_words("set x \"open", words, error));
+    EXPECT_EQ(error, "unterminated quote");
+}
+
+TEST(RunnerScript, EnvironmentVariablesAreExpanded) {
+    setenv("ORBELLE_T_PORT", "2809", 1);
+    std::string text =
+        "NameService(iiop:1.0//127.0.0.1:${ORBELLE_T_PORT}/NameService) ${ORBELLE_T_PORT}";
+    std::string error;
+    ASSERT_TRUE(runner::expand_variables(text, error));
+    EXPECT_EQ(text, "NameService(iiop:1.0//127.0.0.1:2809/NameService) 2809");
+    unsetenv("ORBELLE_T_NONE");
+    EXPECT_EQ(parse_error("bind a b c ${ORBELLE_T_NONE}\n"),
+              "s.orb:1: environment variable ORBELLE_T_NONE is not set");
+    EXPECT_EQ(parse_error("bind a b c ${OPEN\n"), "s.orb:1: '${' without a closing '}'");
+}
+
+TEST(RunnerScript, ParsesEveryCommand) {
+    Script s;
+    std::string error;
+    ASSERT_TRUE(runner::parse_script("s.orb",
+                                     "bind a IDL:A:1.0 one \"FILE(a.ior) | IOR\" IOR:00\n"
+                                     "params a op seq^length=3 m.s^length=0\n"
+                                     "set seq[0] 7\n"
+                                     "invoke deferred timeout=500 expect=user\n"
+                                     "poll op\n"
+                                     "wait op timeout=100\n"
+                                     "check ^op 1\n"
+                                     "print\n"
+                                     "sleep 5\n"
+                                     "release a\n",
+                                     s, error))
+        << error;
+    ASSERT_EQ(s.commands.size(), 10u);
+    EXPECT_EQ(s.commands[0].args[3], "FILE(a.ior) | IOR");
+    EXPECT_EQ(s.commands[1].lengths.size(), 2u);
+    EXPECT_EQ(s.commands[1].lengths[0].first, "seq^length");
+    EXPECT_EQ(s.commands[1].lengths[0].second, "3");
+    EXPECT_EQ(s.commands[3].kind, CallKind::Deferred);
+    EXPECT_EQ(s.commands[3].timeout_ms, 500);
+    EXPECT_EQ(s.commands[3].expect_status, 2);
+    EXPECT_EQ(s.commands[5].verb, Verb::Wait);
+    EXPECT_EQ(s.commands[9].line, 10);
+    EXPECT_TRUE(runner::check_script(s, error)) << error;
+}
+
+TEST(RunnerScript, ErrorsNameTheLineAndWhatIsWrong) {
+    EXPECT_EQ(parse_error("\n\nfrobnicate x\n"), "s.orb:3: unknown command 'frobnicate'");
+    EXPECT_EQ(parse_error("bind a b c\n"),
+              "s.orb:1: missing argument; usage: bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS "
+              "[IOR-TEXT]");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=x\n"),
+              "s.orb:2: sequence length 'x' is not a number from 0 to 10000000");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=-1\n"),
+              "s.orb:2: sequence length '-1' is not a number from 0 to 10000000");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op s=1\n"),
+              "s.orb:2: expected NAME^length=N, got 's=1'");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke timeout=0\n"),
+              "s.orb:3: time-out '0' is not a number of milliseconds above 0");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke expect=maybe\n"),
+              "s.orb:3: expect= takes ok, system or user, not 'maybe'");
+    EXPECT_EQ(parse_error("set x 1\n"), "s.orb:1: no parameter list yet: use 'params' first");
+    EXPECT_EQ(parse_error("params b op\n"), "s.orb:1: object 'b' is not bound here: bind it first");
+    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke\nwait op\n"),
+              "s.orb:4: no deferred call of op before this line");
+    EXPECT_EQ(parse_error("print x y\n"), "s.orb:1: too many arguments ('y'); usage: print [NAME]");
+    EXPECT_EQ(parse_error("set x \"y\n"), "s.orb:1: unterminated quote");
+}
+
+// Runs orbelle-run as a user would and returns its output and exit status.
+int run_runner(const std::string &args, std::string &output) {
+    std::string command = std::string(ORBELLE_RUNNER_PATH) + " " + args + " 2>&1";
+    FILE *p = popen(command.c_str(), "r");
+    if (!p) return -1;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) output.append(buffer, n);
+    int status = pclose(p);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
+    testsupport::TempDir dir;
+    dir.write("ok.orb",
+              "bind obj IDL:Thing:1.0 one IOR\n"
+              "params obj _is_a\n"
+              "set logical_type_id IDL:Thing:1.0\n"
+              "check logical_type_id IDL:Thing:1.0\n"
+              "print logical_type_id\n");
+    std::string out;
+    int status = run_runner("--trace 5 --iterations 2 ok.orb", out);
+    // the trace of the loaded library shows through
+    EXPECT_NE(out.find("_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n"),
+              std::string::npos)
+        << out;
+    EXPECT_NE(out.find("    logical_type_id = IDL:Thing:1.0"), std::string::npos) << out;
+    EXPECT_NE(out.find("-- iteration 2 of 2"), std::string::npos) << out;
+    EXPECT_NE(out.find("params _is_a"), std::string::npos) << out;
+    // a failed bind fails the run
+    EXPECT_NE(out.find("bind obj"), std::string::npos);
+    EXPECT_EQ(status, out.find("bind obj                         ok") == std::string::npos ? 1 : 0)
+        << out;
+}
+
+TEST(Runner, BadScriptsStopBeforeAnythingRuns) {
+    testsupport::TempDir dir;
+    dir.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
+    std::string out;
+    EXPECT_EQ(run_runner("--trace 5 bad.orb", out), 2);
+    EXPECT_EQ(out, "bad.orb:3: missing argument; usage: set NAME VALUE\n");
+
+    dir.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
+    out.clear();
+    EXPECT_EQ(run_runner("unknown.orb", out), 2);
+    EXPECT_EQ(out, "unknown.orb:1: object 'x' is not bound here: bind it first\n");
+
+    dir.write("noname.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj _is_a\nset nosuch 1\n");
+    out.clear();
+    EXPECT_EQ(run_runner("noname.orb", out), 2);
+    EXPECT_NE(out.find("noname.orb:3: no parameter named 'nosuch' in the list of _is_a"),
+              std::string::npos)
+        << out;
+
+    out.clear();
+    EXPECT_EQ(run_runner("missing-file.orb", out), 2);
+    EXPECT_EQ(out, "orbelle-run: cannot read missing-file.orb\n");
+    out.clear();
+    EXPECT_EQ(run_runner("--iterations zero x.orb", out), 2);
+}
+
+}  // namespace

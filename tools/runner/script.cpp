@@ -1,0 +1,201 @@
+#include "tools/runner/script.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <map>
+
+namespace runner {
+namespace {
+
+struct VerbInfo {
+    Verb verb;
+    size_t min_args;
+    size_t max_args;  // positional words, options excluded
+    const char *usage;
+};
+
+const std::map<std::string, VerbInfo> verbs = {
+    {"bind", {Verb::Bind, 4, 5, "bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS [IOR-TEXT]"}},
+    {"params", {Verb::Params, 2, 2, "params OBJECT OPERATION [NAME^length=N ...]"}},
+    {"set", {Verb::Set, 2, 2, "set NAME VALUE"}},
+    {"invoke",
+     {Verb::Invoke, 0, 0,
+      "invoke [twoway|oneway|deferred] [timeout=MILLISECONDS] [expect=ok|system|user]"}},
+    {"poll", {Verb::Poll, 1, 1, "poll OPERATION"}},
+    {"wait", {Verb::Wait, 1, 1, "wait OPERATION [timeout=MILLISECONDS] [expect=ok|system|user]"}},
+    {"check", {Verb::Check, 2, 2, "check NAME EXPECTED-TEXT"}},
+    {"print", {Verb::Print, 0, 1, "print [NAME]"}},
+    {"release", {Verb::Release, 1, 1, "release OBJECT"}},
+    {"sleep", {Verb::Sleep, 1, 1, "sleep MILLISECONDS"}},
+};
+
+bool read_number(const std::string &text, long min, long max, long &out) {
+    if (text.empty()) return false;
+    errno = 0;
+    char *end = nullptr;
+    long v = std::strtol(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || v < min || v > max) return false;
+    out = v;
+    return true;
+}
+
+// Largest time-out a script may give: the library counts milliseconds in
+// a signed 32-bit word.
+constexpr long max_timeout_ms = 2147483647L;
+// Largest sequence length a script may ask for.
+constexpr long max_sequence_length = 10000000L;
+
+}  // namespace
+
+bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error) {
+    words.clear();
+    size_t i = 0, n = line.size();
+    while (i < n) {
+        char c = line[i];
+        if (c == ' ' || c == '\t' || c == '\r') {
+            ++i;
+            continue;
+        }
+        if (c == '#') break;
+        std::string word;
+        bool quoted_word = false;
+        while (i < n) {
+            c = line[i];
+            if (c == '"') {
+                quoted_word = true;
+                ++i;
+                bool closed = false;
+                while (i < n) {
+                    char q = line[i++];
+                    if (q == '"') {
+                        closed = true;
+                        break;
+                    }
+                    if (q == '\\' && i < n && (line[i] == '"' || line[i] == '\\')) q = line[i++];
+                    word += q;
+                }
+                if (!closed) {
+                    error = "unterminated quote";
+                    return false;
+                }
+                continue;
+            }
+            if (c == ' ' || c == '\t' || c == '\r') break;
+            word += c;
+            ++i;
+        }
+        if (!word.empty() || quoted_word) words.push_back(word);
+    }
+    return true;
+}
+
+bool expand_variables(std::string &text, std::string &error) {
+    std::string out;
+    size_t pos = 0;
+    while (true) {
+        size_t start = text.find("${", pos);
+        if (start == std::string::npos) break;
+        size_t end = text.find('}', start + 2);
+        if (end == std::string::npos) {
+            error = "'${' without a closing '}'";
+            return false;
+        }
+        std::string name = text.substr(start + 2, end - start - 2);
+        const char *value = std::getenv(name.c_str());
+        if (value == nullptr) {
+            error = "environment variable " + name + " is not set";
+            return false;
+        }
+        out.append(text, pos, start - pos);
+        out += value;
+        pos = end + 1;
+    }
+    out.append(text, pos, std::string::npos);
+    text = std::move(out);
+    return true;
+}
+
+bool parse_script(const std::string &file, const std::string &text, Script &script,
+                  std::string &error) {
+    script.file = file;
+    script.commands.clear();
+    int line_no = 0;
+    size_t pos = 0;
+    std::vector<std::string> words;
+    auto fail = [&](const std::string &message) {
+        error = file + ":" + std::to_string(line_no) + ": " + message;
+        return false;
+    };
+    while (pos <= text.size()) {
+        size_t end = text.find('\n', pos);
+        if (end == std::string::npos) end = text.size();
+        std::string line = text.substr(pos, end - pos);
+        pos = end + 1;
+        ++line_no;
+        std::string why;
+        if (!expand_variables(line, why) || !split_words(line, words, why)) return fail(why);
+        if (words.empty()) continue;
+        auto it = verbs.find(words[0]);
+        if (it == verbs.end()) return fail("unknown command '" + words[0] + "'");
+        const VerbInfo &info = it->second;
+        Command cmd;
+        cmd.verb = info.verb;
+        cmd.line = line_no;
+        for (size_t w = 1; w < words.size(); ++w) {
+            const std::string &word = words[w];
+            if (info.verb == Verb::Params && cmd.args.size() == 2) {
+                size_t eq = word.find('=');
+                size_t caret = word.find("^length");
+                if (eq == std::string::npos || caret == std::string::npos || caret > eq)
+                    return fail("expected NAME^length=N, got '" + word + "'");
+                long n = 0;
+                if (!read_number(word.substr(eq + 1), 0, max_sequence_length, n))
+                    return fail("sequence length '" + word.substr(eq + 1) +
+                                "' is not a number from 0 to " +
+                                std::to_string(max_sequence_length));
+                cmd.lengths.emplace_back(word.substr(0, eq), std::to_string(n));
+                continue;
+            }
+            if (info.verb == Verb::Invoke && cmd.args.empty() &&
+                (word == "twoway" || word == "oneway" || word == "deferred")) {
+                cmd.kind = word == "oneway"     ? CallKind::OneWay
+                           : word == "deferred" ? CallKind::Deferred
+                                                : CallKind::TwoWay;
+                continue;
+            }
+            if ((info.verb == Verb::Invoke || info.verb == Verb::Wait) &&
+                word.rfind("timeout=", 0) == 0) {
+                if (!read_number(word.substr(8), 1, max_timeout_ms, cmd.timeout_ms))
+                    return fail("time-out '" + word.substr(8) +
+                                "' is not a number of milliseconds above 0");
+                cmd.has_timeout = true;
+                continue;
+            }
+            if ((info.verb == Verb::Invoke || info.verb == Verb::Wait) &&
+                word.rfind("expect=", 0) == 0) {
+                std::string what = word.substr(7);
+                if (what == "ok")
+                    cmd.expect_status = 0;
+                else if (what == "system")
+                    cmd.expect_status = 1;
+                else if (what == "user")
+                    cmd.expect_status = 2;
+                else
+                    return fail("expect= takes ok, system or user, not '" + what + "'");
+                continue;
+            }
+            cmd.args.push_back(word);
+        }
+        if (cmd.args.size() < info.min_args)
+            return fail("missing argument; usage: " + std::string(info.usage));
+        if (cmd.args.size() > info.max_args)
+            return fail("too many arguments ('" + cmd.args[info.max_args] +
+                        "'); usage: " + info.usage);
+        if (cmd.verb == Verb::Sleep && !read_number(cmd.args[0], 0, 3600000, cmd.number))
+            return fail("'" + cmd.args[0] + "' is not a number of milliseconds");
+        script.commands.push_back(std::move(cmd));
+    }
+    return true;
+}
+
+}  // namespace runner
