@@ -28,8 +28,8 @@ bool is_opaque(const ScriptParm *p) {
     return sends_value(p) && p->name != nullptr && std::strcmp(p->name, "*") == 0;
 }
 
-void drop_area(ScriptParm *p) {
-    deletedataptr(p);
+void drop_area(ScriptParm *p, DataArea &area) {
+    deletedataptr(p, area);
     p->ptr = nullptr;
 }
 
@@ -40,7 +40,7 @@ void refuse_outside_block(Environment &env) { raise_system(env, exid::MARSHAL); 
 
 // The opaque way: strval is a stretch of the Request's body in byte
 // notation, written as it stands with no alignment and no type.
-void marshal_opaque(ScriptParm *p, CDR &stream, Environment &env) {
+void marshal_opaque(ScriptParm *p, DataArea &place, CDR &stream, Environment &env) {
     TRACE("vu_do_call: opaque parameter");
     char *copy = strdup(p->strval != nullptr ? p->strval : "");
     if (copy == nullptr) {
@@ -64,13 +64,14 @@ void marshal_opaque(ScriptParm *p, CDR &stream, Environment &env) {
         }
         std::free(copy);
     }
-    drop_area(p);
+    drop_area(p, place);
 }
 
 // Marshals one record. False when the call must end at once (a type that
 // can't be converted); other failures stay in env for the caller.
 bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) {
-    void *area = newdataptr(p);
+    DataArea place;
+    void *area = newdataptr(p, place);
     p->ptr = area;
     TRACE("vu_do_call:  new dataptr at " PTR_FMT, ptrv(area));
     if (area == nullptr) {
@@ -79,12 +80,12 @@ bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) 
         return false;
     }
     if (!sends_value(p)) {
-        drop_area(p);
+        drop_area(p, place);
         return true;
     }
     if (is_opaque(p)) {
         opaque = true;
-        marshal_opaque(p, stream, env);
+        marshal_opaque(p, place, stream, env);
         return true;
     }
     if (p->flags == PARM_IN || p->valuesize == 0) {
@@ -94,7 +95,7 @@ bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) 
     } else {
         refuse_outside_block(env);
     }
-    drop_area(p);
+    drop_area(p, place);
     return true;
 }
 
@@ -142,6 +143,8 @@ private:
     Environment &env_;
     std::vector<Frame> stack_;
     std::string member_;
+    // The data area of the record being read.
+    DataArea place_;
 };
 
 void ReplyReader::read_opaque(ScriptParm *p) {
@@ -235,7 +238,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
             continue;
         }
         if (!receives_value(p)) continue;
-        void *area = newdataptr(p);
+        void *area = newdataptr(p, place_);
         p->ptr = area;
         TRACE("vu_do_call:  (out) new dataptr at " PTR_FMT, ptrv(area));
         TRACE("vu_do_call:  flags=%d, type=%d", static_cast<int>(p->flags),
@@ -253,13 +256,14 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
         } else {
             TRACE("vu_do_call:  beginning unmarshalling");
             if (!stack_.empty() && passed_over(p)) {
-                drop_area(p);
+                drop_area(p, place_);
                 continue;
             }
             TRACE("vu_do_call:  get_value for script parm '%s'", nz(p->name));
             if (decoder(get_typecodeptr(p->type), area, nullptr, &stream_, env_)) {
-                getdata(p, area, env_);
-                // getdata hands a reference over to ptr and frees the area.
+                getdata(p, place_, env_);
+                // getdata hands a reference over to ptr, which no longer
+                // designates the area.
                 area_live = p->type != tk_objref;
                 if (!env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
                     Frame &top = stack_.back();
@@ -274,7 +278,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
                         if (top.wire_len == 0) {
                             TRACE("vu_do_call:  seq len 0");
                             TRACE("vu_do_call:  exiting");
-                            drop_area(p);
+                            drop_area(p, place_);
                             return;
                         }
                     }
@@ -283,10 +287,10 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
         }
         if (env_.has_exception()) {
             _dmsg_x(env_, "do_call, get reply parameter");
-            if (area_live) drop_area(p);
+            if (area_live) drop_area(p, place_);
             return;
         }
-        if (area_live) drop_area(p);
+        if (area_live) drop_area(p, place_);
     }
     TRACE("vu_do_call:  exiting");
 }

@@ -13,8 +13,9 @@ const ExceptionTable no_user_exceptions{0, nullptr};
 // Decodes the out and inout records in list order. False after a failure,
 // which env holds.
 bool read_records(ScriptParm *parms, CDR &stream, Environment &env) {
+    DataArea place;
     for (ScriptParm *p = parms; p != nullptr; p = p->next) {
-        void *area = newdataptr(p);
+        void *area = newdataptr(p, place);
         p->ptr = area;
         TRACE("vu_do_get_response:  (out) new dataptr at " PTR_FMT, ptrv(area));
         TRACE("vu_do_get_response:  flags=%d, type=%d", static_cast<int>(p->flags),
@@ -24,7 +25,7 @@ bool read_records(ScriptParm *parms, CDR &stream, Environment &env) {
             if (p->valuesize == 0) {
                 TRACE("here");
                 if (decoder(get_typecodeptr(p->type), area, nullptr, &stream, env)) {
-                    getdata(p, area, env);
+                    getdata(p, place, env);
                     area_live = p->type != tk_objref;
                 }
             } else {
@@ -34,7 +35,7 @@ bool read_records(ScriptParm *parms, CDR &stream, Environment &env) {
             }
         }
         if (area_live) {
-            deletedataptr(p);
+            deletedataptr(p, place);
             p->ptr = nullptr;
         }
         if (env.has_exception()) {

@@ -109,6 +109,7 @@ void replace_strval(ScriptParm *parm, const char *text, size_t n) {
     parm->strval = copy;
 }
 
+// The area itself stays with the caller.
 void getdata_objref(ScriptParm *parm, void *area, Environment &env) {
     auto *obj = load_unaligned<objref *>(area);
     TRACE("getdata:  Object stored at " PTR_FMT " object at " PTR_FMT, ptrv(area), ptrv(obj));
@@ -123,126 +124,20 @@ void getdata_objref(ScriptParm *parm, void *area, Environment &env) {
     std::free(text);
     TRACE("getdata:  Object IOR=[%s]", nz(parm->strval));
     parm->ptr = obj;
-    std::free(area);
-}
-}  // namespace
-
-int32_t decimal_reading(const char *text) {
-    if (text == nullptr) return 0;
-    const char *p = text;
-    while (std::isspace(static_cast<unsigned char>(*p))) ++p;
-    bool negative = false;
-    if (*p == '+' || *p == '-') negative = *p++ == '-';
-    uint32_t value = 0;
-    for (; *p >= '0' && *p <= '9'; ++p) value = value * 10u + static_cast<uint32_t>(*p - '0');
-    if (negative) value = 0u - value;
-    return static_cast<int32_t>(value);
 }
 
-double float_reading(const char *text) {
-    if (text == nullptr) return 0;
-    const char *p = text;
-    while (std::isspace(static_cast<unsigned char>(*p))) ++p;
-    // Only the decimal form is taken: strtod alone would also read
-    // hexadecimal, "inf" and "nan".
-    const char *start = p;
-    if (*p == '+' || *p == '-') ++p;
-    const char *digits = p;
-    while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
-    bool any = p != digits;
-    if (*p == '.') {
-        const char *fraction = ++p;
-        while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
-        any = any || p != fraction;
-    }
-    if (!any) return 0;
-    if (*p == 'e' || *p == 'E') {
-        const char *q = p + 1;
-        if (*q == '+' || *q == '-') ++q;
-        if (std::isdigit(static_cast<unsigned char>(*q))) {
-            while (std::isdigit(static_cast<unsigned char>(*q))) ++q;
-            p = q;
-        }
-    }
-    std::string number(start, static_cast<size_t>(p - start));
-    return std::strtod(number.c_str(), nullptr);
+void report_unknown_type(int32_t type) {
+    TRACE("newdataptr:  ERROR, unknown type %d", static_cast<int>(type));
+    unknown_type_text(type);
 }
 
-void *newdataptr(const ScriptParm *parm) {
-    size_t size = area_size(parm->type);
-    if (size == 0) {
-        TRACE("newdataptr:  ERROR, unknown type %d", static_cast<int>(parm->type));
-        unknown_type_text(parm->type);
-        return nullptr;
-    }
-    // Pointer areas start null so that a record passed over unread can be
-    // released without looking at what it never held.
-    if (parm->type == tk_string || parm->type == tk_objref) return std::calloc(1, size);
-    return std::malloc(size);
-}
+// Every area fits in place.
+static_assert(sizeof(DataArea) >= sizeof(double) && sizeof(DataArea) >= sizeof(void *),
+              "DataArea holds every convertible type");
 
-void putdata(ScriptParm *parm, void *area, Environment &env) {
-    const char *text = parm->strval;
-    if (text == nullptr) {
-        TRACE("putdata:  p->name='%s', p->strval='NULL'", nz(parm->name));
-        TRACE("putdata:  WARNING - no string data to convert");
-        return;
-    }
-    TRACE("putdata:  p->name='%s', p->strval='%s'", nz(parm->name), text);
-    if (parm->flags == PARM_IN || parm->flags == PARM_INOUT) {
-        switch (parm->type) {
-            case tk_short:
-            case tk_ushort:
-                store_unaligned(area, static_cast<uint16_t>(decimal_reading(text)));
-                break;
-            case tk_long:
-            case tk_ulong:
-            case tk_enum:
-                store_unaligned(area, decimal_reading(text));
-                break;
-            case tk_float:
-                store_unaligned(area, static_cast<float>(float_reading(text)));
-                break;
-            case tk_double:
-                store_unaligned(area, float_reading(text));
-                break;
-            case tk_boolean: {
-                uint32_t value = std::strcmp(text, "1") == 0 ? 1 : 0;
-                TRACE("putdata:  boolean %u", value);
-                store_unaligned(area, value);
-                break;
-            }
-            case tk_char:
-                store_unaligned(area, static_cast<uint8_t>(text[0]));
-                break;
-            case tk_octet: {
-                unsigned char *bytes = un_asciify(text, nullptr);
-                store_unaligned(area, static_cast<uint8_t>(bytes != nullptr ? bytes[0] : 0));
-                std::free(bytes);
-                parm->datalen = 1;
-                break;
-            }
-            case tk_objref: {
-                objref *obj = string_to_object(text, env);
-                TRACE("putdata:  objptr=" PTR_FMT, ptrv(obj));
-                store_unaligned(area, obj);
-                break;
-            }
-            case tk_string: {
-                char *copy = strdup(text);
-                if (copy == nullptr) raise_system(env, exid::NO_MEMORY);
-                store_unaligned(area, copy);
-                break;
-            }
-            default:
-                break;
-        }
-    }
-    parm->valuesize = 0;
-    TRACE("putdata:  exiting, valuesize=%d", static_cast<int>(parm->valuesize));
-}
-
-void getdata(ScriptParm *parm, void *area, Environment &env) {
+// Writes the text of the value in area to strval; for an object reference
+// ptr takes the reference instead of the area.
+void convert_to_text(ScriptParm *parm, void *area, Environment &env) {
     TRACE("getdata:  entering, ptr=" PTR_FMT, ptrv(area));
     char text[text_area_step];
     const char *result = text;
@@ -308,26 +203,171 @@ void getdata(ScriptParm *parm, void *area, Environment &env) {
     TRACE("getdata:  exiting");
 }
 
+// Releases the string or reference an area holds, not the area.
+void release_held(const ScriptParm *parm, void *area) {
+    if (parm->type == tk_objref) {
+        auto *obj = load_unaligned<objref *>(area);
+        TRACE("deletedataptr:  objref delete [] " PTR_FMT, ptrv(obj));
+        // The reference that putdata made for an in record has no other
+        // owner; the environment of the call is not disturbed.
+        Environment scratch;
+        release_objref(obj, scratch);
+    } else if (parm->type == tk_string) {
+        char *s = load_unaligned<char *>(area);
+        if (s != nullptr) {
+            TRACE("deletedataptr:  string delete [] " PTR_FMT, ptrv(s));
+            std::free(s);
+        }
+    }
+}
+}  // namespace
+
+int32_t decimal_reading(const char *text) {
+    if (text == nullptr) return 0;
+    const char *p = text;
+    while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+    bool negative = false;
+    if (*p == '+' || *p == '-') negative = *p++ == '-';
+    uint32_t value = 0;
+    for (; *p >= '0' && *p <= '9'; ++p) value = value * 10u + static_cast<uint32_t>(*p - '0');
+    if (negative) value = 0u - value;
+    return static_cast<int32_t>(value);
+}
+
+double float_reading(const char *text) {
+    if (text == nullptr) return 0;
+    const char *p = text;
+    while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+    // Only the decimal form is taken: strtod alone would also read
+    // hexadecimal, "inf" and "nan".
+    const char *start = p;
+    if (*p == '+' || *p == '-') ++p;
+    const char *digits = p;
+    while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
+    bool any = p != digits;
+    if (*p == '.') {
+        const char *fraction = ++p;
+        while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
+        any = any || p != fraction;
+    }
+    if (!any) return 0;
+    if (*p == 'e' || *p == 'E') {
+        const char *q = p + 1;
+        if (*q == '+' || *q == '-') ++q;
+        if (std::isdigit(static_cast<unsigned char>(*q))) {
+            while (std::isdigit(static_cast<unsigned char>(*q))) ++q;
+            p = q;
+        }
+    }
+    std::string number(start, static_cast<size_t>(p - start));
+    return std::strtod(number.c_str(), nullptr);
+}
+
+void *newdataptr(const ScriptParm *parm) {
+    size_t size = area_size(parm->type);
+    if (size == 0) {
+        report_unknown_type(parm->type);
+        return nullptr;
+    }
+    // Pointer areas start null so that a record passed over unread can be
+    // released without looking at what it never held.
+    if (parm->type == tk_string || parm->type == tk_objref) return std::calloc(1, size);
+    return std::malloc(size);
+}
+
+void *newdataptr(const ScriptParm *parm, DataArea &place) {
+    if (area_size(parm->type) == 0) {
+        report_unknown_type(parm->type);
+        return nullptr;
+    }
+    place = DataArea{};
+    return &place;
+}
+
+void putdata(ScriptParm *parm, void *area, Environment &env) {
+    const char *text = parm->strval;
+    if (text == nullptr) {
+        TRACE("putdata:  p->name='%s', p->strval='NULL'", nz(parm->name));
+        TRACE("putdata:  WARNING - no string data to convert");
+        return;
+    }
+    TRACE("putdata:  p->name='%s', p->strval='%s'", nz(parm->name), text);
+    if (parm->flags == PARM_IN || parm->flags == PARM_INOUT) {
+        switch (parm->type) {
+            case tk_short:
+            case tk_ushort:
+                store_unaligned(area, static_cast<uint16_t>(decimal_reading(text)));
+                break;
+            case tk_long:
+            case tk_ulong:
+            case tk_enum:
+                store_unaligned(area, decimal_reading(text));
+                break;
+            case tk_float:
+                store_unaligned(area, static_cast<float>(float_reading(text)));
+                break;
+            case tk_double:
+                store_unaligned(area, float_reading(text));
+                break;
+            case tk_boolean: {
+                uint32_t value = std::strcmp(text, "1") == 0 ? 1 : 0;
+                TRACE("putdata:  boolean %u", value);
+                store_unaligned(area, value);
+                break;
+            }
+            case tk_char:
+                store_unaligned(area, static_cast<uint8_t>(text[0]));
+                break;
+            case tk_octet: {
+                unsigned char *bytes = un_asciify(text, nullptr);
+                store_unaligned(area, static_cast<uint8_t>(bytes != nullptr ? bytes[0] : 0));
+                std::free(bytes);
+                parm->datalen = 1;
+                break;
+            }
+            case tk_objref: {
+                objref *obj = string_to_object(text, env);
+                TRACE("putdata:  objptr=" PTR_FMT, ptrv(obj));
+                store_unaligned(area, obj);
+                break;
+            }
+            case tk_string: {
+                char *copy = strdup(text);
+                if (copy == nullptr) raise_system(env, exid::NO_MEMORY);
+                store_unaligned(area, copy);
+                break;
+            }
+            default:
+                break;
+        }
+    }
+    parm->valuesize = 0;
+    TRACE("putdata:  exiting, valuesize=%d", static_cast<int>(parm->valuesize));
+}
+
+void getdata(ScriptParm *parm, void *area, Environment &env) {
+    convert_to_text(parm, area, env);
+    if (parm->type == tk_objref) std::free(area);
+}
+
+void getdata(ScriptParm *parm, DataArea &place, Environment &env) {
+    convert_to_text(parm, &place, env);
+}
+
 void deletedataptr(ScriptParm *parm) {
     void *area = parm->ptr;
     TRACE("deletedataptr:  p=" PTR_FMT ", ptr=" PTR_FMT, ptrv(parm), ptrv(area));
     if (area != nullptr) {
-        if (parm->type == tk_objref) {
-            auto *obj = load_unaligned<objref *>(area);
-            TRACE("deletedataptr:  objref delete [] " PTR_FMT, ptrv(obj));
-            // The reference that putdata made for an in record has no other
-            // owner; the environment of the call is not disturbed.
-            Environment scratch;
-            release_objref(obj, scratch);
-        } else if (parm->type == tk_string) {
-            char *s = load_unaligned<char *>(area);
-            if (s != nullptr) {
-                TRACE("deletedataptr:  string delete [] " PTR_FMT, ptrv(s));
-                std::free(s);
-            }
-        }
+        release_held(parm, area);
         std::free(area);
     }
+    TRACE("deletedataptr:  exit");
+}
+
+void deletedataptr(ScriptParm *parm, DataArea &) {
+    void *area = parm->ptr;
+    TRACE("deletedataptr:  p=" PTR_FMT ", ptr=" PTR_FMT, ptrv(parm), ptrv(area));
+    if (area != nullptr) release_held(parm, area);
     TRACE("deletedataptr:  exit");
 }
 

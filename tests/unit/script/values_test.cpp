@@ -29,7 +29,8 @@ struct Record {
     }
 };
 
-// The text a value reads back as after the script wrote text.
+// The text a value reads back as after the script wrote text, through a
+// heap area and through an area in place; both must agree.
 std::string round_trip(int32_t type, const char *text) {
     Environment env;
     Record r(type, PARM_INOUT);
@@ -39,7 +40,17 @@ std::string round_trip(int32_t type, const char *text) {
     getdata(&r.parm, area, env);
     r.parm.ptr = area;
     deletedataptr(&r.parm);
-    return r.parm.strval != nullptr ? r.parm.strval : "NULL";
+    std::string heap = r.parm.strval != nullptr ? r.parm.strval : "NULL";
+
+    r.set(text);
+    DataArea place;
+    area = newdataptr(&r.parm, place);
+    putdata(&r.parm, area, env);
+    getdata(&r.parm, place, env);
+    r.parm.ptr = area;
+    deletedataptr(&r.parm, place);
+    EXPECT_EQ(r.parm.strval != nullptr ? r.parm.strval : "NULL", heap) << type << " " << text;
+    return heap;
 }
 
 // Every test prints through the kit.
@@ -114,6 +125,8 @@ TEST_F(ScriptValues, OnlyTwelveTypesHaveAnAreaAndATypeCode) {
         EXPECT_EQ(hostkit::printed()[0],
                   "newdataptr:  ERROR, unknown type " + std::to_string(type) + "\n");
         EXPECT_NE(std::strstr(error_text, std::to_string(type).c_str()), nullptr) << error_text;
+        DataArea place;
+        EXPECT_EQ(newdataptr(&p, place), nullptr) << type;
     }
 }
 
