@@ -109,23 +109,38 @@ struct Frame {
     int32_t skip;
 };
 
-// The part of name that tells which element of the sequence base it belongs
-// to: the first base.size() characters and, behind a "[", the index up to
-// the closing bracket (which is left out).
-void member_name(const char *name, const std::string &base, std::string &out) {
-    size_t n = base.size();
-    size_t length = std::strlen(name);
-    if (length <= n || name[n] != '[') {
-        out.assign(name, length < n ? length : n);
-        return;
-    }
-    const void *close = std::memchr(name + n, ']', length - n);
-    out.assign(name, close != nullptr ? static_cast<size_t>(static_cast<const char *>(close) - name)
-                                      : length);
+// The "^length" that ends the base of a sequence in a length record's name
+// (the first one), or null when the name holds none.
+const char *length_mark(const char *name) {
+    for (const char *c = name; *c != '\0'; ++c)
+        if (*c == '^' && std::strncmp(c + 1, length_suffix + 1, sizeof length_suffix - 2) == 0)
+            return c;
+    return nullptr;
 }
 
-bool begins_with(const std::string &text, const std::string &prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
+// The length of the part of name that tells which element of a sequence it
+// belongs to, for a base of base_length characters: the first base_length
+// characters and, behind a "[", the index up to the closing bracket (which
+// is left out). The part is name's start, so only its length is needed.
+size_t member_length(const char *name, size_t base_length) {
+    size_t n = 0;
+    while (n < base_length && name[n] != '\0') ++n;
+    if (n < base_length || name[n] != '[') return n;
+    const char *close = std::strchr(name + n, ']');
+    return close != nullptr ? static_cast<size_t>(close - name) : n + std::strlen(name + n);
+}
+
+// Names are a few characters long: a plain loop costs less than a library
+// call, and this runs for every record of a sequence.
+bool same_chars(const char *a, const char *b, size_t n) {
+    for (size_t i = 0; i < n; ++i)
+        if (a[i] != b[i]) return false;
+    return true;
+}
+
+// Whether the first length characters of text begin with prefix.
+bool begins_with(const char *text, size_t length, const std::string &prefix) {
+    return length >= prefix.size() && same_chars(text, prefix.data(), prefix.size());
 }
 
 class ReplyReader {
@@ -135,14 +150,13 @@ public:
 
 private:
     void read_opaque(ScriptParm *p);
-    void open_sequence(ScriptParm *p);
+    void open_sequence(ScriptParm *p, const char *mark);
     // Step of following the sequences: true when the record isn't on the wire.
-    bool passed_over(ScriptParm *p);
+    bool passed_over(const char *name);
 
     CDR &stream_;
     Environment &env_;
     std::vector<Frame> stack_;
-    std::string member_;
     // The data area of the record being read.
     DataArea place_;
 };
@@ -169,13 +183,14 @@ void ReplyReader::read_opaque(ScriptParm *p) {
     std::free(text);
 }
 
-void ReplyReader::open_sequence(ScriptParm *p) {
-    std::string base(p->name, static_cast<size_t>(std::strstr(p->name, length_suffix) - p->name));
+void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
+    std::string base(p->name, static_cast<size_t>(mark - p->name));
     TRACE("vu_do_call:");
     TRACE("vu_do_call:  new sequence, basename '%s'", base.c_str());
     if (!stack_.empty()) {
         Frame &top = stack_.back();
-        if (top.script_len == top.members_processed && !begins_with(base, top.basename)) {
+        if (top.script_len == top.members_processed &&
+            !begins_with(base.data(), base.size(), top.basename)) {
             TRACE("vu_do_call:  %s '%s'", "(A) done with sequence", top.basename.c_str());
             stack_.pop_back();
         }
@@ -196,25 +211,25 @@ void ReplyReader::open_sequence(ScriptParm *p) {
     stack_.push_back(Frame{base, script_len, -1, 0, base, skip});
 }
 
-bool ReplyReader::passed_over(ScriptParm *p) {
+bool ReplyReader::passed_over(const char *name) {
     TRACE("vu_do_call:  sequence(s) in progress...");
-    member_name(p->name, stack_.back().basename, member_);
-    if (member_ != stack_.back().current_member_name) {
-        TRACE("vu_do_call:  current_member_name '%s'", member_.c_str());
-        TRACE("vu_do_call:       %s '%s'", "does not match top",
-              stack_.back().current_member_name.c_str());
-        if (!begins_with(member_, stack_.back().basename)) {
+    size_t member = member_length(name, stack_.back().basename.size());
+    const std::string &current = stack_.back().current_member_name;
+    if (member != current.size() || !same_chars(name, current.data(), member)) {
+        TRACE("vu_do_call:  current_member_name '%s'", std::string(name, member).c_str());
+        TRACE("vu_do_call:       %s '%s'", "does not match top", current.c_str());
+        if (!begins_with(name, member, stack_.back().basename)) {
             TRACE("vu_do_call:  %s '%s'", "(B) done with sequence", stack_.back().basename.c_str());
             stack_.pop_back();
             if (stack_.empty()) return false;
             // The record counts as an element of the frame below, even when
             // it continues that frame's current element.
-            member_name(p->name, stack_.back().basename, member_);
+            member = member_length(name, stack_.back().basename.size());
         }
         Frame &top = stack_.back();
-        top.current_member_name = member_;
+        top.current_member_name.assign(name, member);
         ++top.members_processed;
-        TRACE("vu_do_call:  %s '%s'", "new current_member_name", member_.c_str());
+        TRACE("vu_do_call:  %s '%s'", "new current_member_name", top.current_member_name.c_str());
         TRACE("vu_do_call:  %d members processed", static_cast<int>(top.members_processed));
     }
     Frame &top = stack_.back();
@@ -246,8 +261,10 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
         TRACE("vu_do_call:  script parm name='%s', supertype=%d", nz(p->name),
               static_cast<int>(p->supertype));
         const char *name = p->name != nullptr ? p->name : "";
-        if (p->supertype == tk_sequence && std::strstr(name, length_suffix) != nullptr)
-            open_sequence(p);
+        if (p->supertype == tk_sequence) {
+            const char *mark = length_mark(name);
+            if (mark != nullptr) open_sequence(p, mark);
+        }
 
         bool area_live = true;
         if (p->valuesize != 0) {
@@ -255,7 +272,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
             refuse_outside_block(env_);
         } else {
             TRACE("vu_do_call:  beginning unmarshalling");
-            if (!stack_.empty() && passed_over(p)) {
+            if (!stack_.empty() && passed_over(name)) {
                 drop_area(p, place_);
                 continue;
             }

@@ -135,6 +135,17 @@ TEST_F(Reply, InRecordsAndMissingLengthsDoNotDisturbTheReading) {
     EXPECT_TRUE(traced("vu_do_call:  Check for possible mismatch between IDL and script"));
 }
 
+TEST_F(Reply, ARecordWithoutANameEndsTheSequenceInProgress) {
+    Parms p;
+    p.sequence(PARM_OUT, "s", 1);
+    ScriptParm *nameless = p.add(PARM_OUT, 3, "x", "old");
+    std::free(nameless->name);
+    nameless->name = nullptr;
+    run(p, {1, 5, 9});
+    EXPECT_EQ(values(p), (V{"1", "5", "9"}));
+    EXPECT_TRUE(traced("vu_do_call:  (B) done with sequence 's'"));
+}
+
 TEST_F(Reply, AHundredThousandElementSequenceIsReadInOnePass) {
     constexpr int n = 100000;
     Parms p;
