@@ -99,48 +99,60 @@ bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) 
     return true;
 }
 
+// The start of a record's name. The names belong to the host's list, which
+// stays as it is while a Reply is read, so the sequence stack points into
+// them rather than copying a name for every element.
+struct NamePart {
+    const char *text;
+    size_t length;
+    std::string str() const { return std::string(text, length); }
+};
+
 // One sequence being followed through the list while a Reply is read.
 struct Frame {
-    std::string basename;
+    NamePart basename;
     int32_t script_len;
     int32_t wire_len;
     int32_t members_processed;
-    std::string current_member_name;
+    NamePart current_member_name;
     int32_t skip;
 };
 
-// The "^length" that ends the base of a sequence in a length record's name
-// (the first one), or null when the name holds none.
-const char *length_mark(const char *name) {
-    for (const char *c = name; *c != '\0'; ++c)
-        if (*c == '^' && std::strncmp(c + 1, length_suffix + 1, sizeof length_suffix - 2) == 0)
-            return c;
-    return nullptr;
-}
-
-// The length of the part of name that tells which element of a sequence it
-// belongs to, for a base of base_length characters: the first base_length
-// characters and, behind a "[", the index up to the closing bracket (which
-// is left out). The part is name's start, so only its length is needed.
-size_t member_length(const char *name, size_t base_length) {
-    size_t n = 0;
-    while (n < base_length && name[n] != '\0') ++n;
-    if (n < base_length || name[n] != '[') return n;
-    const char *close = std::strchr(name + n, ']');
-    return close != nullptr ? static_cast<size_t>(close - name) : n + std::strlen(name + n);
-}
-
-// Names are a few characters long: a plain loop costs less than a library
-// call, and this runs for every record of a sequence.
+// Names are a few characters long and one of these runs for every record of
+// a sequence: a plain loop costs less than a library call. Stops at the
+// first difference, so a shorter a (ending in its terminator) is safe.
 bool same_chars(const char *a, const char *b, size_t n) {
     for (size_t i = 0; i < n; ++i)
         if (a[i] != b[i]) return false;
     return true;
 }
 
-// Whether the first length characters of text begin with prefix.
-bool begins_with(const char *text, size_t length, const std::string &prefix) {
-    return length >= prefix.size() && same_chars(text, prefix.data(), prefix.size());
+// The "^length" that ends the base of a sequence in a length record's name
+// (the first one), or null when the name holds none.
+const char *length_mark(const char *name) {
+    for (const char *c = name; *c != '\0'; ++c)
+        if (*c == '^' && same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
+    return nullptr;
+}
+
+// The part of name that tells which element of a sequence it belongs to:
+// the first base_length characters and, behind a "[", the index up to the
+// closing bracket (which is left out).
+NamePart member_name(const char *name, size_t base_length) {
+    size_t n = 0;
+    while (n < base_length && name[n] != '\0') ++n;
+    if (n == base_length && name[n] == '[')
+        while (name[n] != '\0' && name[n] != ']') ++n;
+    return NamePart{name, n};
+}
+
+bool same_name(const NamePart &a, const NamePart &b) {
+    return a.length == b.length && same_chars(a.text, b.text, a.length);
+}
+
+// Whether part begins with prefix.
+bool begins_with(const NamePart &part, const NamePart &prefix) {
+    return part.length >= prefix.length && same_chars(part.text, prefix.text, prefix.length);
 }
 
 class ReplyReader {
@@ -184,14 +196,13 @@ void ReplyReader::read_opaque(ScriptParm *p) {
 }
 
 void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
-    std::string base(p->name, static_cast<size_t>(mark - p->name));
+    NamePart base{p->name, static_cast<size_t>(mark - p->name)};
     TRACE("vu_do_call:");
-    TRACE("vu_do_call:  new sequence, basename '%s'", base.c_str());
+    TRACE("vu_do_call:  new sequence, basename '%s'", base.str().c_str());
     if (!stack_.empty()) {
         Frame &top = stack_.back();
-        if (top.script_len == top.members_processed &&
-            !begins_with(base.data(), base.size(), top.basename)) {
-            TRACE("vu_do_call:  %s '%s'", "(A) done with sequence", top.basename.c_str());
+        if (top.script_len == top.members_processed && !begins_with(base, top.basename)) {
+            TRACE("vu_do_call:  %s '%s'", "(A) done with sequence", top.basename.str().c_str());
             stack_.pop_back();
         }
     }
@@ -213,23 +224,24 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
 
 bool ReplyReader::passed_over(const char *name) {
     TRACE("vu_do_call:  sequence(s) in progress...");
-    size_t member = member_length(name, stack_.back().basename.size());
-    const std::string &current = stack_.back().current_member_name;
-    if (member != current.size() || !same_chars(name, current.data(), member)) {
-        TRACE("vu_do_call:  current_member_name '%s'", std::string(name, member).c_str());
-        TRACE("vu_do_call:       %s '%s'", "does not match top", current.c_str());
-        if (!begins_with(name, member, stack_.back().basename)) {
-            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence", stack_.back().basename.c_str());
+    NamePart member = member_name(name, stack_.back().basename.length);
+    if (!same_name(member, stack_.back().current_member_name)) {
+        TRACE("vu_do_call:  current_member_name '%s'", member.str().c_str());
+        TRACE("vu_do_call:       %s '%s'", "does not match top",
+              stack_.back().current_member_name.str().c_str());
+        if (!begins_with(member, stack_.back().basename)) {
+            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence",
+                  stack_.back().basename.str().c_str());
             stack_.pop_back();
             if (stack_.empty()) return false;
             // The record counts as an element of the frame below, even when
             // it continues that frame's current element.
-            member = member_length(name, stack_.back().basename.size());
+            member = member_name(name, stack_.back().basename.length);
         }
         Frame &top = stack_.back();
-        top.current_member_name.assign(name, member);
+        top.current_member_name = member;
         ++top.members_processed;
-        TRACE("vu_do_call:  %s '%s'", "new current_member_name", top.current_member_name.c_str());
+        TRACE("vu_do_call:  %s '%s'", "new current_member_name", member.str().c_str());
         TRACE("vu_do_call:  %d members processed", static_cast<int>(top.members_processed));
     }
     Frame &top = stack_.back();

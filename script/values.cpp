@@ -77,19 +77,21 @@ void unknown_type_text(int32_t type) {
 }
 
 // Writes a number in decimal as "%d" or "%u" would, without the cost of a
-// format parse: replies can hold many thousands of them. Returns the length.
+// format parse: replies can hold many thousands of them. Every value here is
+// a 16- or 32-bit number, so its magnitude fits 32 bits. Returns the length.
 size_t format_decimal(char *out, int64_t value) {
-    char digits[24];
-    size_t n = 0;
-    uint64_t magnitude =
-        value < 0 ? 0u - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
+    char digits[10];
+    char *first = digits + sizeof digits;
     do {
-        digits[n++] = static_cast<char>('0' + magnitude % 10);
+        *--first = static_cast<char>('0' + magnitude % 10);
         magnitude /= 10;
     } while (magnitude != 0);
     size_t length = 0;
     if (value < 0) out[length++] = '-';
-    while (n != 0) out[length++] = digits[--n];
+    auto count = static_cast<size_t>(digits + sizeof digits - first);
+    std::memcpy(out + length, first, count);
+    length += count;
     out[length] = '\0';
     return length;
 }
@@ -124,6 +126,22 @@ void getdata_objref(ScriptParm *parm, void *area, Environment &env) {
     std::free(text);
     TRACE("getdata:  Object IOR=[%s]", nz(parm->strval));
     parm->ptr = obj;
+}
+
+// The TypeCode of each type that scripts can convert, null for the others,
+// looked up once: every record of every call asks for one.
+TypeCode *const *script_typecodes() {
+    static TypeCode *by_type[tk_count];
+    static bool filled = false;
+    if (!filled) {
+        inittypecodes();
+        for (int32_t type = 0; type < tk_count; ++type)
+            if (area_size(type) != 0) by_type[type] = standard_typecode(type);
+        by_type[tk_objref] = tc_Object();
+        by_type[tk_enum] = tc_long();
+        filled = true;
+    }
+    return by_type;
 }
 
 void report_unknown_type(int32_t type) {
@@ -165,7 +183,9 @@ void convert_to_text(ScriptParm *parm, void *area, Environment &env) {
             std::snprintf(text, sizeof text, "%f", load_unaligned<double>(area));
             break;
         case tk_char:
-            std::snprintf(text, sizeof text, "%c", load_unaligned<char>(area));
+            // As "%c" writes it: a zero byte ends the text at once.
+            text[0] = load_unaligned<char>(area);
+            text[1] = '\0';
             break;
         case tk_boolean: {
             uint32_t value = load_unaligned<uint32_t>(area);
@@ -225,7 +245,9 @@ void release_held(const ScriptParm *parm, void *area) {
 int32_t decimal_reading(const char *text) {
     if (text == nullptr) return 0;
     const char *p = text;
-    while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+    // A digit is never white space, and most texts begin with one.
+    if (*p < '0' || *p > '9')
+        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
     bool negative = false;
     if (*p == '+' || *p == '-') negative = *p++ == '-';
     uint32_t value = 0;
@@ -372,15 +394,7 @@ void deletedataptr(ScriptParm *parm, DataArea &) {
 }
 
 TypeCode *get_typecodeptr(int32_t type) {
-    inittypecodes();
-    switch (type) {
-        case tk_objref:
-            return tc_Object();
-        case tk_enum:
-            return tc_long();
-        default:
-            if (area_size(type) != 0) return standard_typecode(type);
-            TRACE("get_typecodeptr:  ERROR, unknown type %d", static_cast<int>(type));
-            return nullptr;
-    }
+    TypeCode *tc = type >= 0 && type < tk_count ? script_typecodes()[type] : nullptr;
+    if (tc == nullptr) TRACE("get_typecodeptr:  ERROR, unknown type %d", static_cast<int>(type));
+    return tc;
 }
