@@ -135,19 +135,34 @@ const char *length_mark(const char *name) {
     return nullptr;
 }
 
-// The part of name that tells which element of a sequence it belongs to:
-// the first base_length characters and, behind a "[", the index up to the
-// closing bracket (which is left out).
-NamePart member_name(const char *name, size_t base_length) {
+// The part of a record's name that tells which element of a sequence it
+// belongs to: the first characters, as many as the sequence's basename has,
+// and, behind a "[", the index up to the closing bracket (which is left
+// out). in_sequence: the part begins with the basename.
+struct Member {
+    NamePart part;
+    bool in_sequence;
+};
+
+Member member_of(const char *name, const NamePart &base) {
+    // A basename holds no terminator, so the first loop stops at the end of
+    // name too; the second finishes the part when the two differ.
     size_t n = 0;
-    while (n < base_length && name[n] != '\0') ++n;
-    if (n == base_length && name[n] == '[')
+    while (n < base.length && name[n] == base.text[n]) ++n;
+    bool in_sequence = n == base.length;
+    while (n < base.length && name[n] != '\0') ++n;
+    if (n == base.length && name[n] == '[')
         while (name[n] != '\0' && name[n] != ']') ++n;
-    return NamePart{name, n};
+    return Member{NamePart{name, n}, in_sequence};
 }
 
+// Element names of one sequence differ in their last characters, so the
+// comparison runs from the end.
 bool same_name(const NamePart &a, const NamePart &b) {
-    return a.length == b.length && same_chars(a.text, b.text, a.length);
+    if (a.length != b.length) return false;
+    for (size_t i = a.length; i != 0; --i)
+        if (a.text[i - 1] != b.text[i - 1]) return false;
+    return true;
 }
 
 // Whether part begins with prefix.
@@ -224,24 +239,24 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
 
 bool ReplyReader::passed_over(const char *name) {
     TRACE("vu_do_call:  sequence(s) in progress...");
-    NamePart member = member_name(name, stack_.back().basename.length);
-    if (!same_name(member, stack_.back().current_member_name)) {
-        TRACE("vu_do_call:  current_member_name '%s'", member.str().c_str());
+    Member member = member_of(name, stack_.back().basename);
+    if (!same_name(member.part, stack_.back().current_member_name)) {
+        TRACE("vu_do_call:  current_member_name '%s'", member.part.str().c_str());
         TRACE("vu_do_call:       %s '%s'", "does not match top",
               stack_.back().current_member_name.str().c_str());
-        if (!begins_with(member, stack_.back().basename)) {
+        if (!member.in_sequence) {
             TRACE("vu_do_call:  %s '%s'", "(B) done with sequence",
                   stack_.back().basename.str().c_str());
             stack_.pop_back();
             if (stack_.empty()) return false;
             // The record counts as an element of the frame below, even when
             // it continues that frame's current element.
-            member = member_name(name, stack_.back().basename.length);
+            member = member_of(name, stack_.back().basename);
         }
         Frame &top = stack_.back();
-        top.current_member_name = member;
+        top.current_member_name = member.part;
         ++top.members_processed;
-        TRACE("vu_do_call:  %s '%s'", "new current_member_name", member.str().c_str());
+        TRACE("vu_do_call:  %s '%s'", "new current_member_name", member.part.str().c_str());
         TRACE("vu_do_call:  %d members processed", static_cast<int>(top.members_processed));
     }
     Frame &top = stack_.back();
