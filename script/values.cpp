@@ -76,24 +76,39 @@ void unknown_type_text(int32_t type) {
     set_error_text("%s", out.c_str());
 }
 
+// The two digits of every number below 100, so that numbers are written
+// two digits per division.
+struct DigitPairs {
+    char text[200];
+    constexpr DigitPairs() : text() {
+        for (int i = 0; i < 100; ++i) {
+            text[2 * i] = static_cast<char>('0' + i / 10);
+            text[2 * i + 1] = static_cast<char>('0' + i % 10);
+        }
+    }
+};
+constexpr DigitPairs digit_pairs;
+
 // Writes a number in decimal as "%d" or "%u" would, without the cost of a
-// format parse: replies can hold many thousands of them. Every value here is
-// a 16- or 32-bit number, so its magnitude fits 32 bits. Returns the length.
-size_t format_decimal(char *out, int64_t value) {
+// format parse: replies can hold many thousands of them. The text ends just
+// before end (no terminator) and its start is returned. Every value here is
+// a 16- or 32-bit number, so its magnitude fits 32 bits and 11 characters.
+char *format_decimal(char *end, int64_t value) {
     auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
-    char digits[10];
-    char *first = digits + sizeof digits;
-    do {
-        *--first = static_cast<char>('0' + magnitude % 10);
-        magnitude /= 10;
-    } while (magnitude != 0);
-    size_t length = 0;
-    if (value < 0) out[length++] = '-';
-    auto count = static_cast<size_t>(digits + sizeof digits - first);
-    std::memcpy(out + length, first, count);
-    length += count;
-    out[length] = '\0';
-    return length;
+    char *first = end;
+    while (magnitude >= 100) {
+        first -= 2;
+        std::memcpy(first, digit_pairs.text + 2 * (magnitude % 100), 2);
+        magnitude /= 100;
+    }
+    if (magnitude >= 10) {
+        first -= 2;
+        std::memcpy(first, digit_pairs.text + 2 * magnitude, 2);
+    } else {
+        *--first = static_cast<char>('0' + magnitude);
+    }
+    if (value < 0) *--first = '-';
+    return first;
 }
 
 // Replaces strval by a vumalloc copy of text (length n), giving the former
@@ -161,19 +176,24 @@ void convert_to_text(ScriptParm *parm, void *area, Environment &env) {
     const char *result = text;
     size_t length = 0;
     text[0] = '\0';
+    // Numbers are written at the end of the text area.
+    auto number = [&](int64_t value) {
+        result = format_decimal(text + sizeof text, value);
+        length = static_cast<size_t>(text + sizeof text - result);
+    };
     switch (parm->type) {
         case tk_short:
-            length = format_decimal(text, load_unaligned<int16_t>(area));
+            number(load_unaligned<int16_t>(area));
             break;
         case tk_long:
         case tk_enum:
-            length = format_decimal(text, load_unaligned<int32_t>(area));
+            number(load_unaligned<int32_t>(area));
             break;
         case tk_ushort:
-            length = format_decimal(text, load_unaligned<uint16_t>(area));
+            number(load_unaligned<uint16_t>(area));
             break;
         case tk_ulong:
-            length = format_decimal(text, load_unaligned<uint32_t>(area));
+            number(load_unaligned<uint32_t>(area));
             break;
         case tk_float:
             std::snprintf(text, sizeof text, "%f",
