@@ -128,15 +128,20 @@ TEST(Dispatch, SuccessLeavesTheOutcomeFieldsAsTheHostLeftThem) {
     hostkit::free_list(req.parms);
 }
 
-TEST(Dispatch, OperationsNotYetBuiltFailHonestly) {
+TEST(Dispatch, RequestsWithoutATargetFailWithoutTouchingTheWire) {
     hostkit::Host host = testsupport::linked_host();
     set_debug_level(1);
-    for (int32_t op : {IIOP_BIND, IIOP_INVOKE, IIOP_RELEASE, IIOP_GET_RESPONSE}) {
-        iiop_record r = hostkit::make_record(op);
-        EXPECT_EQ(host.call(r), 3) << op;
-        EXPECT_EQ(r.status, 3) << op;
-    }
-    EXPECT_FALSE(hostkit::printed().empty());
+    iiop_record invoke = hostkit::make_record(IIOP_INVOKE);
+    EXPECT_EQ(host.call(invoke), 1);
+    EXPECT_EQ(invoke.status, 1);
+    EXPECT_STREQ(invoke.status_text, "IDL:omg.org/CORBA/BAD_PARAM:1.0");
+    std::free(invoke.status_text);
+
+    // timeout_ms 0 asks only whether the request still waits: it doesn't.
+    iiop_record poll = hostkit::make_record(IIOP_GET_RESPONSE);
+    EXPECT_EQ(host.call(poll), 1);
+    EXPECT_EQ(poll.status, 0);
+    EXPECT_TRUE(hostkit::printed_contains("_iiop_poll_response:  exit=1 (req not on wait list)"));
 }
 
 TEST(Slots, BeforeInitTheLibraryHeapAndStandardOutputServe) {

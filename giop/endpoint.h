@@ -1,0 +1,43 @@
+// The client's connection cache: one record per TCP connection ever made,
+// found again by host text and port, and handed to one invocation at a time.
+#ifndef ORBELLE_GIOP_ENDPOINT_H
+#define ORBELLE_GIOP_ENDPOINT_H
+
+#include <cstdint>
+
+class Environment;
+
+struct client_endpoint {
+    int32_t fd;  // -1 once the connection is dead
+    char *host;  // owned copy, exactly as the caller gave it
+    uint16_t port;
+    uint32_t refcount;  // 0 idle, 1 held by an invocation
+    client_endpoint *next;
+};
+
+// Newest first. Records are never removed or freed, dead ones included.
+extern client_endpoint *client_list;
+
+// The latest successful connect, for the request's report to the host.
+// last_connect_host comes from the host's allocation slot: the host owns it.
+extern int32_t last_connect_time;
+extern char *last_connect_host;
+extern uint16_t last_connect_port;
+
+// An idle connection to host:port with its refcount raised, or a new one.
+// Null on failure, with env holding the exception (OBJECT_NOT_EXIST for an
+// unknown host, COMM_FAILURE for refused connects and name failures, UNKNOWN
+// when no socket can be made).
+client_endpoint *lookup(const char *host, uint16_t port, Environment &env);
+
+// Gives a connection back: it stays open and becomes idle.
+void release_endpoint(client_endpoint *endpoint);
+
+// Closes the socket and marks the record dead for every later lookup.
+void close_endpoint(client_endpoint *endpoint);
+
+// Traces the explanation of a Winsock-numbered error and puts it into
+// error_text; codes without an explanation change nothing.
+void explain_winsock_error(int code);
+
+#endif

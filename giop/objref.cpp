@@ -1,0 +1,227 @@
+#include "giop/objref.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "data/cdr.h"
+#include "data/environment.h"
+#include "data/unaligned.h"
+#include "trace/trace.h"
+
+namespace {
+
+// TAG_INTERNET_IOP and TAG_MULTIPLE_COMPONENTS.
+constexpr uint32_t kTagInternetIop = 0;
+constexpr uint32_t kTagMultipleComponents = 1;
+
+// Reads a CDR string into a new NUL-terminated block. Its length is checked
+// against the bytes present before anything is allocated.
+int get_string(CDR &in, char **out) {
+    uint32_t length = 0;
+    if (!in.get_long(&length) || length > in.space_left) return 0;
+    char *text = static_cast<char *>(std::malloc(length + 1u));
+    if (text == nullptr) return 0;
+    std::memcpy(text, in.cursor, length);
+    text[length] = '\0';
+    in.cursor += length;
+    in.space_left -= length;
+    *out = text;
+    return 1;
+}
+
+int get_octets(CDR &in, octet_seq *out) {
+    uint32_t length = 0;
+    if (!in.get_long(&length) || length > in.space_left) return 0;
+    auto *bytes = static_cast<uint8_t *>(std::malloc(length != 0 ? length : 1));
+    if (bytes == nullptr) return 0;
+    std::memcpy(bytes, in.cursor, length);
+    in.cursor += length;
+    in.space_left -= length;
+    *out = {length, length, bytes};
+    return 1;
+}
+
+void put_string(CDR &out, const char *text) {
+    if (text == nullptr) text = "";
+    uint32_t length = static_cast<uint32_t>(std::strlen(text)) + 1;
+    out.put_long(length);
+    for (uint32_t i = 0; i < length; ++i) out.put_byte(static_cast<uint8_t>(text[i]));
+}
+
+}  // namespace
+
+const iiop_profile &profile_in_force(const objrefdata &data) {
+    return data.forward_profile != nullptr ? *data.forward_profile : data.profile;
+}
+
+void clear_profile(iiop_profile &profile) {
+    std::free(profile.host);
+    std::free(profile.object_key.buffer);
+    profile.host = nullptr;
+    profile.object_key = {0, 0, nullptr};
+}
+
+void destroy_objrefdata(objrefdata *data) {
+    if (data == nullptr) return;
+    std::free(data->type_id);
+    if (data->forward_profile != nullptr) {
+        clear_profile(*data->forward_profile);
+        std::free(data->forward_profile);
+    }
+    clear_profile(data->profile);
+    std::free(data);
+}
+
+objref *new_objref(objrefdata *data) {
+    auto *obj = static_cast<objref *>(std::malloc(sizeof(objref)));
+    if (obj == nullptr) return nullptr;
+    obj->data = data;
+    obj->count = 1;
+    return obj;
+}
+
+void release_objref(objref *obj, Environment &env) {
+    env.clear();
+    if (obj == nullptr) return;
+    if (obj->count > 1) {
+        --obj->count;
+        return;
+    }
+    destroy_objrefdata(obj->data);
+    std::free(obj);
+}
+
+int encode_objref(CDR &out, const void *value, Environment &env) {
+    env.clear();
+    objref *obj = load_unaligned<objref *>(value);
+    if (obj == nullptr || obj->data == nullptr) {
+        out.put_long(1);
+        out.put_byte(0);
+        out.put_long(0);
+        return 1;
+    }
+    const objrefdata &d = *obj->data;
+    put_string(out, d.type_id);
+    out.put_long(1);
+    out.put_long(kTagInternetIop);
+    // The encapsulation's length, from the sizes of host and key; it is what
+    // the writes below produce, since the encapsulation starts behind a long.
+    uint32_t h = d.profile.host != nullptr ? static_cast<uint32_t>(std::strlen(d.profile.host)) : 0;
+    uint32_t length = d.profile.object_key.length + h + 15;
+    if (h % 2 == 0) length += 1;
+    if (h & 2) length += 2;
+    out.put_long(length);
+    out.put_byte(1);
+    out.put_byte(d.profile.major);
+    out.put_byte(d.profile.minor);
+    put_string(out, d.profile.host);
+    out.put_short(d.profile.port);
+    out.put_long(d.profile.object_key.length);
+    for (uint32_t i = 0; i < d.profile.object_key.length; ++i)
+        out.put_byte(d.profile.object_key.buffer[i]);
+    return 1;
+}
+
+int decode_objref(CDR &in, void *value, Environment &env) {
+    env.clear();
+    char *type_hint = nullptr;
+    uint32_t count = 0;
+    if (!get_string(in, &type_hint) || !in.get_long(&count)) {
+        std::free(type_hint);
+        return raise_system(env, exid::MARSHAL);
+    }
+    if (count == 0) {
+        store_unaligned<objref *>(value, nullptr);
+        TRACE("decoder:  delete type_hint " PTR_FMT, ptrv(type_hint));
+        std::free(type_hint);
+        return 1;
+    }
+    TRACE("decoder:  profiles=%u", count);
+    objrefdata *accepted = nullptr;
+    bool failed = false;
+    for (uint32_t i = 0; i < count && !failed; ++i) {
+        uint32_t tag = 0;
+        if (!in.get_long(&tag)) break;
+        if (tag == kTagInternetIop) {
+            TRACE("decoder:  TAG_INTERNET_IOP");
+            if (accepted != nullptr) {
+                if (!in.skip_counted()) break;
+                continue;
+            }
+        } else {
+            if (tag == kTagMultipleComponents) {
+                TRACE("decoder:  TAG_MULTIPLE_COMPONENTS");
+            } else {
+                TRACE("decoder:  *** unidentified tag");
+            }
+            if (!in.skip_counted()) break;
+            continue;
+        }
+        uint32_t length = 0;
+        if (!in.get_long(&length) || length > in.space_left || length == 0) {
+            TRACE("decoder:  encountered badly encoded objref!");
+            raise_system(env, exid::MARSHAL);
+            failed = true;
+            break;
+        }
+        CDR encap;
+        encap.open_encapsulation(in.cursor, length);
+        in.cursor += length;
+        in.space_left -= length;
+
+        auto *d = static_cast<objrefdata *>(std::calloc(1, sizeof(objrefdata)));
+        if (d == nullptr) {
+            raise_system(env, exid::NO_MEMORY);
+            failed = true;
+            break;
+        }
+        TRACE("decoder:  new objrefdata at " PTR_FMT, ptrv(d));
+        uint8_t major = 0, minor = 0;
+        if (!encap.get_byte(&major) || !encap.get_byte(&minor) || major != 1 || minor != 0) {
+            TRACE("detected new v%d.%d IIOP profile", major, minor);
+            TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
+            destroy_objrefdata(d);
+            continue;
+        }
+        TRACE("iiop_version %d.%d", major, minor);
+        d->profile.major = major;
+        d->profile.minor = minor;
+        if (!get_string(encap, &d->profile.host) || !encap.get_short(&d->profile.port)) {
+            TRACE("error decoding IIOP host/port");
+            TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
+            destroy_objrefdata(d);
+            raise_system(env, exid::MARSHAL);
+            failed = true;
+            break;
+        }
+        TRACE("decoder:  host '%s', port %d", d->profile.host, d->profile.port);
+        TRACE("decoder:  about to get object_key");
+        if (!get_octets(encap, &d->profile.object_key) || encap.space_left != 0) {
+            TRACE("extra data at end of IIOP profile data");
+            TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
+            destroy_objrefdata(d);
+            raise_system(env, exid::MARSHAL);
+            failed = true;
+            break;
+        }
+        accepted = d;
+    }
+    if (!failed && accepted != nullptr) {
+        accepted->type_id = type_hint;
+        objref *obj = new_objref(accepted);
+        if (obj == nullptr) {
+            destroy_objrefdata(accepted);
+            return raise_system(env, exid::NO_MEMORY);
+        }
+        store_unaligned<objref *>(value, obj);
+        TRACE("decoder:  new object at " PTR_FMT, ptrv(obj));
+        return 1;
+    }
+    destroy_objrefdata(accepted);
+    std::free(type_hint);
+    if (!failed) {
+        TRACE("no IIOP v%d.%d (or earlier) profile in IOR!", 1, 0);
+        raise_system(env, exid::MARSHAL);
+    }
+    return 0;
+}

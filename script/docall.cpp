@@ -1,0 +1,334 @@
+#include "script/docall.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "data/decoder.h"
+#include "data/encoder.h"
+#include "data/environment.h"
+#include "data/stdtypes.h"
+#include "giop/invocation.h"
+#include "script/asciify.h"
+#include "script/values.h"
+#include "trace/host_slots.h"
+#include "trace/trace.h"
+
+namespace {
+// Scripts never know the user exceptions of an operation: every user
+// exception Reply ends as OBJ_ADAPTER.
+const ExceptionTable no_user_exceptions{0, nullptr};
+
+constexpr char length_suffix[] = "^length";
+
+bool sends_value(const ScriptParm *p) { return p->flags == PARM_IN || p->flags == PARM_INOUT; }
+bool receives_value(const ScriptParm *p) { return p->flags == PARM_OUT || p->flags == PARM_INOUT; }
+bool is_opaque(const ScriptParm *p) {
+    return sends_value(p) && p->name != nullptr && std::strcmp(p->name, "*") == 0;
+}
+
+void drop_area(ScriptParm *p) {
+    deletedataptr(p);
+    p->ptr = nullptr;
+}
+
+// A record whose value lies in a block of its own (nonzero valuesize) has
+// nothing a script could have written into it, so it is refused rather than
+// sent or filled from memory nobody defined.
+void refuse_outside_block(Environment &env) { raise_system(env, exid::MARSHAL); }
+
+// The opaque way: strval is a stretch of the Request's body in byte
+// notation, written as it stands with no alignment and no type.
+void marshal_opaque(ScriptParm *p, CDR &stream, Environment &env) {
+    TRACE("vu_do_call: opaque parameter");
+    char *copy = strdup(p->strval != nullptr ? p->strval : "");
+    if (copy == nullptr) {
+        TRACE("vu_do_call:  get_val returned NULL");
+    } else {
+        TRACE("vu_do_call: calling un_asciify '%s'", copy);
+        size_t n = 0;
+        unsigned char *bytes = un_asciify(copy, &n);
+        TRACE("vu_do_call: len=%d", static_cast<int>(n));
+        if (bytes == nullptr) {
+            raise_system(env, exid::NO_MEMORY);
+        } else {
+            if (debug_level != 0)
+                for (size_t i = 0; i < n; ++i)
+                    TRACE("vu_do_call:  put_param 0x%x", static_cast<unsigned>(static_cast<int>(
+                                                             static_cast<signed char>(bytes[i]))));
+            // Single chars are unaligned, so the bytes go out back to back.
+            if (n > UINT32_MAX || !stream.put_bytes(bytes, static_cast<uint32_t>(n)))
+                raise_system(env, exid::MARSHAL);
+            std::free(bytes);
+        }
+        std::free(copy);
+    }
+    drop_area(p);
+}
+
+// Marshals one record. False when the call must end at once (a type that
+// can't be converted); other failures stay in env for the caller.
+bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) {
+    void *area = newdataptr(p);
+    p->ptr = area;
+    TRACE("vu_do_call:  new dataptr at " PTR_FMT, ptrv(area));
+    if (area == nullptr) {
+        raise_system(env, exid::MARSHAL);
+        _dmsg_x(env, "vu_do_call:  dataptr NULL -- unsupported data type");
+        return false;
+    }
+    if (!sends_value(p)) {
+        drop_area(p);
+        return true;
+    }
+    if (is_opaque(p)) {
+        opaque = true;
+        marshal_opaque(p, stream, env);
+        return true;
+    }
+    if (p->flags == PARM_IN || p->valuesize == 0) {
+        putdata(p, area, env);
+        // A bad reference text has already failed the record.
+        if (!env.has_exception()) encoder(get_typecodeptr(p->type), area, nullptr, &stream, env);
+    } else {
+        refuse_outside_block(env);
+    }
+    drop_area(p);
+    return true;
+}
+
+// One sequence being followed through the list while a Reply is read.
+struct Frame {
+    std::string basename;
+    int32_t script_len;
+    int32_t wire_len;
+    int32_t members_processed;
+    std::string current_member_name;
+    int32_t skip;
+};
+
+// The part of name that tells which element of the sequence base it belongs
+// to: the first base.size() characters and, behind a "[", the index up to
+// the closing bracket (which is left out).
+void member_name(const char *name, const std::string &base, std::string &out) {
+    size_t n = base.size();
+    size_t length = std::strlen(name);
+    if (length <= n || name[n] != '[') {
+        out.assign(name, length < n ? length : n);
+        return;
+    }
+    const void *close = std::memchr(name + n, ']', length - n);
+    out.assign(name, close != nullptr ? static_cast<size_t>(static_cast<const char *>(close) - name)
+                                      : length);
+}
+
+bool begins_with(const std::string &text, const std::string &prefix) {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+class ReplyReader {
+public:
+    ReplyReader(CDR &stream, Environment &env) : stream_(stream), env_(env) {}
+    void read(ScriptParm *parms, bool opaque);
+
+private:
+    void read_opaque(ScriptParm *p);
+    void open_sequence(ScriptParm *p);
+    // Step of following the sequences: true when the record isn't on the wire.
+    bool passed_over(ScriptParm *p);
+
+    CDR &stream_;
+    Environment &env_;
+    std::vector<Frame> stack_;
+    std::string member_;
+};
+
+void ReplyReader::read_opaque(ScriptParm *p) {
+    if (p->flags != PARM_INOUT) return;
+    uint32_t n = stream_.space_left;
+    TRACE("vu_do_call:  (opaque) %d bytes to read", static_cast<int>(n));
+    if (n == 0) return;
+    auto *block = static_cast<unsigned char *>(std::malloc(n));
+    if (block == nullptr) {
+        raise_system(env_, exid::NO_MEMORY);
+        return;
+    }
+    stream_.get_bytes(block, n);
+    char *text = asciify(block, n);
+    std::free(block);
+    if (text == nullptr) {
+        raise_system(env_, exid::NO_MEMORY);
+        return;
+    }
+    if (p->strval != nullptr) vufree(p->strval);
+    p->strval = vustrdup(text);
+    std::free(text);
+}
+
+void ReplyReader::open_sequence(ScriptParm *p) {
+    std::string base(p->name, static_cast<size_t>(std::strstr(p->name, length_suffix) - p->name));
+    TRACE("vu_do_call:");
+    TRACE("vu_do_call:  new sequence, basename '%s'", base.c_str());
+    if (!stack_.empty()) {
+        Frame &top = stack_.back();
+        if (top.script_len == top.members_processed && !begins_with(base, top.basename)) {
+            TRACE("vu_do_call:  %s '%s'", "(A) done with sequence", top.basename.c_str());
+            stack_.pop_back();
+        }
+    }
+    TRACE("vu_do_call:  node->strval=[%s]", nz(p->strval));
+    int32_t script_len = 0;
+    if (p->strval == nullptr) {
+        TRACE("vu_do_call:  No sequence length %s", "in script");
+        TRACE("vu_do_call:  Check for possible %s", "mismatch between IDL and script");
+    } else {
+        script_len = decimal_reading(p->strval);
+    }
+    int32_t skip = 0;
+    if (!stack_.empty()) {
+        const Frame &top = stack_.back();
+        skip = top.skip == 1 || top.members_processed > top.wire_len ? 1 : 0;
+    }
+    stack_.push_back(Frame{base, script_len, -1, 0, base, skip});
+}
+
+bool ReplyReader::passed_over(ScriptParm *p) {
+    TRACE("vu_do_call:  sequence(s) in progress...");
+    member_name(p->name, stack_.back().basename, member_);
+    if (member_ != stack_.back().current_member_name) {
+        TRACE("vu_do_call:  current_member_name '%s'", member_.c_str());
+        TRACE("vu_do_call:       %s '%s'", "does not match top",
+              stack_.back().current_member_name.c_str());
+        if (!begins_with(member_, stack_.back().basename)) {
+            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence", stack_.back().basename.c_str());
+            stack_.pop_back();
+            if (stack_.empty()) return false;
+            // The record counts as an element of the frame below, even when
+            // it continues that frame's current element.
+            member_name(p->name, stack_.back().basename, member_);
+        }
+        Frame &top = stack_.back();
+        top.current_member_name = member_;
+        ++top.members_processed;
+        TRACE("vu_do_call:  %s '%s'", "new current_member_name", member_.c_str());
+        TRACE("vu_do_call:  %d members processed", static_cast<int>(top.members_processed));
+    }
+    Frame &top = stack_.back();
+    if ((top.members_processed > top.wire_len && top.wire_len != -1) || top.skip == 1) {
+        TRACE("vu_do_call:  whole sequence read");
+        TRACE("vu_do_call:  skipping this parameter");
+        top.skip = 1;
+        return true;
+    }
+    return false;
+}
+
+void ReplyReader::read(ScriptParm *parms, bool opaque) {
+    for (ScriptParm *p = parms; p != nullptr; p = p->next) {
+        if (opaque) {
+            read_opaque(p);
+            if (env_.has_exception()) {
+                _dmsg_x(env_, "do_call, get reply parameter");
+                return;
+            }
+            continue;
+        }
+        if (!receives_value(p)) continue;
+        void *area = newdataptr(p);
+        p->ptr = area;
+        TRACE("vu_do_call:  (out) new dataptr at " PTR_FMT, ptrv(area));
+        TRACE("vu_do_call:  flags=%d, type=%d", static_cast<int>(p->flags),
+              static_cast<int>(p->type));
+        TRACE("vu_do_call:  script parm name='%s', supertype=%d", nz(p->name),
+              static_cast<int>(p->supertype));
+        const char *name = p->name != nullptr ? p->name : "";
+        if (p->supertype == tk_sequence && std::strstr(name, length_suffix) != nullptr)
+            open_sequence(p);
+
+        bool area_live = true;
+        if (p->valuesize != 0) {
+            TRACE("there");
+            refuse_outside_block(env_);
+        } else {
+            TRACE("vu_do_call:  beginning unmarshalling");
+            if (!stack_.empty() && passed_over(p)) {
+                drop_area(p);
+                continue;
+            }
+            TRACE("vu_do_call:  get_value for script parm '%s'", nz(p->name));
+            if (decoder(get_typecodeptr(p->type), area, nullptr, &stream_, env_)) {
+                getdata(p, area, env_);
+                // getdata hands a reference over to ptr and frees the area.
+                area_live = p->type != tk_objref;
+                if (!env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
+                    Frame &top = stack_.back();
+                    top.wire_len = decimal_reading(p->strval);
+                    TRACE("vu_do_call:  on wire seq len=%d", static_cast<int>(top.wire_len));
+                    if (top.script_len < top.wire_len)
+                        TRACE("vu_do_call:  ERROR -- %s%s", "returned sequence longer than ",
+                              "script is prepared for");
+                    if (top.script_len > top.wire_len) {
+                        TRACE("vu_do_call:  WARNING -- %s%s", "returned sequence shorter than ",
+                              "script is prepared for");
+                        if (top.wire_len == 0) {
+                            TRACE("vu_do_call:  seq len 0");
+                            TRACE("vu_do_call:  exiting");
+                            drop_area(p);
+                            return;
+                        }
+                    }
+                }
+            }
+        }
+        if (env_.has_exception()) {
+            _dmsg_x(env_, "do_call, get reply parameter");
+            if (area_live) drop_area(p);
+            return;
+        }
+        if (area_live) drop_area(p);
+    }
+    TRACE("vu_do_call:  exiting");
+}
+}  // namespace
+
+void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t deferred) {
+    TRACE("vu_do_call:  entering");
+    bool opaque = false;
+    GIOP::Invocation call(target, req->operation != nullptr ? req->operation : "", req->roundtrip);
+    env.clear();
+    call.start(&profile_in_force(*target).object_key, env, 0, req->principal);
+    if (env.has_exception()) {
+        _dmsg_x(env, "do_call, start request message");
+        return;
+    }
+    for (;;) {
+        for (ScriptParm *p = req->parms; p != nullptr; p = p->next) {
+            if (!marshal_record(p, call.stream, env, opaque)) return;
+            if (env.has_exception()) {
+                _dmsg_x(env, "do_call, put request parameter");
+                return;
+            }
+        }
+        int status = call.invoke(no_user_exceptions, env, 0);
+        if (env.has_exception()) {
+            _dmsg_x(env, "do_call, invoke");
+            return;
+        }
+        if (req->roundtrip == 0 || deferred == 1 || status == USER_EXCEPTION ||
+            status == SYSTEM_EXCEPTION)
+            return;
+        TRACE("vu_do_call:  roundtrip=%d", static_cast<int>(req->roundtrip));
+        if (status == NO_EXCEPTION) {
+            ReplyReader(call.stream, env).read(req->parms, opaque);
+            return;
+        }
+        // A forward has moved the reference, or the peer closed the
+        // connection: the Request is built again from the texts.
+        call.start(&profile_in_force(*target).object_key, env, 0, req->principal);
+        if (env.has_exception()) {
+            _dmsg_x(env, "do_call, start request message");
+            return;
+        }
+    }
+}

@@ -1,0 +1,45 @@
+// Conversions between the text a script holds in a ScriptParm and the typed
+// data area that the encoder and decoder work on. A data area lives only
+// while one value is converted; the decoded object reference is the one
+// thing that outlives it (it stays in ptr for the caller).
+#ifndef ORBELLE_SCRIPT_VALUES_H
+#define ORBELLE_SCRIPT_VALUES_H
+
+#include <cstdint>
+
+#include "orbelle/host.h"
+
+class Environment;
+class TypeCode;
+
+// Reads a decimal integer the way script texts are read everywhere: white
+// space, one optional sign, digits up to the first other character, 32-bit
+// wrapping arithmetic. A text without digits (or null) reads as 0.
+int32_t decimal_reading(const char *text);
+// Reads a floating-point number in decimal notation with optional exponent
+// after leading white space; the rest is ignored, no number reads as 0.
+double float_reading(const char *text);
+
+// A new data area (std::malloc) for the record's type, or null for a type
+// that scripts can't convert; error_text then holds the catalogue message.
+// The areas of strings and object references start out null.
+void *newdataptr(const ScriptParm *parm);
+
+// Converts strval into area for in and inout records. A bad reference text
+// in an object reference record leaves its exception in env.
+void putdata(ScriptParm *parm, void *area, Environment &env);
+
+// Converts the area into a new strval (from vumalloc; the former one goes
+// back through vufree). For an object reference the area is released and
+// ptr takes the reference, which the caller owns from then on.
+void getdata(ScriptParm *parm, void *area, Environment &env);
+
+// Releases the area at ptr, with the string or object reference it holds.
+// ptr itself is left as it was; callers set it to null.
+void deletedataptr(ScriptParm *parm);
+
+// The standard TypeCode for a record's type (an enum travels as a long),
+// borrowed; null for a type outside the convertible set.
+TypeCode *get_typecodeptr(int32_t type);
+
+#endif

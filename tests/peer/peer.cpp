@@ -1,0 +1,349 @@
+#include "tests/peer/peer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <stdexcept>
+
+namespace peer {
+
+namespace {
+// How often a blocked peer looks at its stop flag.
+constexpr int kPollSliceMs = 20;
+// A peer that waits longer than this for a client has lost the test.
+constexpr int kStepLimitMs = 8000;
+
+uint32_t load32(const std::string &s, size_t at, bool little) {
+    uint32_t v = 0;
+    for (int i = 0; i < 4; ++i) {
+        uint32_t b = static_cast<uint8_t>(s[at + i]);
+        v |= little ? b << (8 * i) : b << (8 * (3 - i));
+    }
+    return v;
+}
+}  // namespace
+
+void Writer::put(uint64_t v, size_t width) {
+    align(width);
+    for (size_t i = 0; i < width; ++i) {
+        size_t shift = little_ ? i : width - 1 - i;
+        out_.push_back(static_cast<char>((v >> (8 * shift)) & 0xff));
+    }
+}
+
+Writer &Writer::align(size_t n) {
+    while ((origin_ + out_.size()) % n != 0) out_.push_back('\0');
+    return *this;
+}
+Writer &Writer::octet(uint8_t v) {
+    put(v, 1);
+    return *this;
+}
+Writer &Writer::ushort(uint16_t v) {
+    put(v, 2);
+    return *this;
+}
+Writer &Writer::ulong(uint32_t v) {
+    put(v, 4);
+    return *this;
+}
+Writer &Writer::string(const std::string &text) {
+    ulong(static_cast<uint32_t>(text.size() + 1));
+    out_ += text;
+    out_.push_back('\0');
+    return *this;
+}
+Writer &Writer::octets(const std::string &bytes) {
+    ulong(static_cast<uint32_t>(bytes.size()));
+    out_ += bytes;
+    return *this;
+}
+Writer &Writer::raw(const std::string &bytes) {
+    out_ += bytes;
+    return *this;
+}
+
+std::string message_with_size(uint8_t type, uint32_t size, const std::string &body, bool little) {
+    std::string m = "GIOP";
+    m.push_back(1);
+    m.push_back(0);
+    m.push_back(little ? 1 : 0);
+    m.push_back(static_cast<char>(type));
+    Writer w(little, 8);
+    w.ulong(size);
+    return m + w.bytes() + body;
+}
+
+std::string message(uint8_t type, const std::string &body, bool little, uint8_t minor) {
+    std::string m = message_with_size(type, static_cast<uint32_t>(body.size()), body, little);
+    m[5] = static_cast<char>(minor);
+    return m;
+}
+
+std::string reply(uint32_t request_id, uint32_t status, const std::function<void(Writer &)> &body,
+                  bool little) {
+    Writer w(little);
+    w.ulong(0).ulong(request_id).ulong(status);
+    if (body) body(w);
+    return message(1, w.bytes(), little);
+}
+
+std::string system_exception_reply(uint32_t request_id, const std::string &id, uint32_t minor,
+                                   uint32_t completed, bool little) {
+    return reply(
+        request_id, 2, [&](Writer &w) { w.string(id).ulong(minor).ulong(completed); }, little);
+}
+
+std::string close_connection(bool little) { return message(5, "", little); }
+std::string message_error(bool little) { return message(6, "", little); }
+
+Request parse_request(const std::string &msg) {
+    Request r;
+    if (msg.size() < 12 || msg.compare(0, 4, "GIOP") != 0) return r;
+    r.little = msg[6] == 1;
+    r.size = load32(msg, 8, r.little);
+    size_t at = 12;
+    auto u32 = [&](uint32_t &v) {
+        at = (at + 3) & ~size_t{3};
+        if (msg.size() < at + 4) return false;
+        v = load32(msg, at, r.little);
+        at += 4;
+        return true;
+    };
+    auto seq = [&](std::string &v) {
+        uint32_t n;
+        if (!u32(n) || msg.size() - at < n) return false;
+        v = msg.substr(at, n);
+        at += n;
+        return true;
+    };
+    if (!u32(r.contexts) || r.contexts != 0 || !u32(r.request_id) || msg.size() < at + 1) return r;
+    r.response_expected = static_cast<uint8_t>(msg[at++]);
+    std::string op;
+    if (!seq(r.key) || !seq(op) || op.empty() || !seq(r.principal)) return r;
+    r.operation = op.substr(0, op.size() - 1);
+    r.args_offset = at;
+    r.valid = true;
+    return r;
+}
+
+std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,
+                      const std::string &key, bool little) {
+    Writer profile(little, 0);
+    profile.octet(little ? 1 : 0).octet(1).octet(0).string(host).ushort(port).octets(key);
+    Writer w(little, 0);
+    w.octet(little ? 1 : 0).string(type_id).ulong(1).ulong(0).octets(profile.bytes());
+    return w.bytes();
+}
+
+std::string ior_text(const std::string &bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string t = "IOR:";
+    for (unsigned char c : bytes) {
+        t.push_back(digits[c >> 4]);
+        t.push_back(digits[c & 15]);
+    }
+    return t;
+}
+
+ScriptedPeer::ScriptedPeer() {
+    listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (listen_fd_ < 0) throw std::runtime_error("peer: socket");
+    int one = 1;
+    setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    if (::bind(listen_fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 ||
+        ::listen(listen_fd_, 8) != 0 ||
+        ::getsockname(listen_fd_, reinterpret_cast<sockaddr *>(&a), &len) != 0) {
+        ::close(listen_fd_);
+        throw std::runtime_error("peer: bind/listen");
+    }
+    port_ = ntohs(a.sin_port);
+}
+
+ScriptedPeer::~ScriptedPeer() {
+    stop_ = true;
+    if (thread_.joinable()) thread_.join();
+    if (conn_fd_ >= 0) ::close(conn_fd_);
+    ::close(listen_fd_);
+}
+
+ScriptedPeer &ScriptedPeer::accept() {
+    steps_.push_back({Step::Accept, {}, 0, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::read_message() {
+    steps_.push_back({Step::Read, {}, 0, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::send(const std::string &bytes) {
+    steps_.push_back({Step::Send, bytes, 0, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::send_for(std::function<std::string(const Request &)> make) {
+    steps_.push_back({Step::SendFor, {}, 0, std::move(make)});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::send_bytewise(const std::string &bytes) {
+    steps_.push_back({Step::SendBytewise, bytes, 0, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::pause(int ms) {
+    steps_.push_back({Step::Pause, {}, ms, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::close() {
+    steps_.push_back({Step::Close, {}, 0, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::read_to_eof() {
+    steps_.push_back({Step::ReadEof, {}, 0, nullptr});
+    return *this;
+}
+ScriptedPeer &ScriptedPeer::wait_forever() {
+    steps_.push_back({Step::Forever, {}, 0, nullptr});
+    return *this;
+}
+
+void ScriptedPeer::start() {
+    thread_ = std::thread([this] { run(); });
+}
+
+bool ScriptedPeer::wait(int ms) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (!done_ && std::chrono::steady_clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    if (!done_) return false;
+    if (thread_.joinable()) thread_.join();
+    return true;
+}
+
+bool ScriptedPeer::wait_readable(int fd) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStepLimitMs);
+    while (!stop_) {
+        pollfd p{fd, POLLIN, 0};
+        int rc = ::poll(&p, 1, kPollSliceMs);
+        if (rc > 0) return true;
+        if (rc < 0 && errno != EINTR) return false;
+        if (std::chrono::steady_clock::now() > until) return false;
+    }
+    return false;
+}
+
+bool ScriptedPeer::read_exact(char *to, size_t n) {
+    while (n > 0) {
+        if (!wait_readable(conn_fd_)) return false;
+        ssize_t got = ::recv(conn_fd_, to, n, 0);
+        if (got <= 0) return false;
+        received_.append(to, static_cast<size_t>(got));
+        to += got;
+        n -= static_cast<size_t>(got);
+    }
+    return true;
+}
+
+bool ScriptedPeer::send_all(const char *bytes, size_t n) {
+    while (n > 0) {
+        ssize_t put = ::send(conn_fd_, bytes, n, MSG_NOSIGNAL);
+        if (put <= 0) return false;
+        bytes += put;
+        n -= static_cast<size_t>(put);
+    }
+    return true;
+}
+
+void ScriptedPeer::run() {
+    Request last;
+    for (const Step &s : steps_) {
+        if (stop_) break;
+        bool ok = true;
+        switch (s.kind) {
+            case Step::Accept: {
+                if (conn_fd_ >= 0) ::close(conn_fd_);
+                conn_fd_ = -1;
+                if (!wait_readable(listen_fd_)) {
+                    ok = false;
+                    break;
+                }
+                conn_fd_ = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+                ok = conn_fd_ >= 0;
+                if (ok) {
+                    int one = 1;
+                    setsockopt(conn_fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+                    ++connections_;
+                }
+                break;
+            }
+            case Step::Read: {
+                std::string m(12, '\0');
+                ok = read_exact(&m[0], 12) && m.compare(0, 4, "GIOP") == 0;
+                if (!ok) break;
+                uint32_t size = load32(m, 8, m[6] == 1);
+                if (size > (64u << 20)) {
+                    ok = false;
+                    break;
+                }
+                m.resize(12 + size);
+                ok = read_exact(&m[12], size);
+                if (ok) {
+                    messages_.push_back(m);
+                    last = parse_request(m);
+                }
+                break;
+            }
+            case Step::Send:
+                ok = send_all(s.bytes.data(), s.bytes.size());
+                break;
+            case Step::SendFor: {
+                std::string b = s.make(last);
+                ok = send_all(b.data(), b.size());
+                break;
+            }
+            case Step::SendBytewise:
+                for (char c : s.bytes) {
+                    if (!send_all(&c, 1)) {
+                        ok = false;
+                        break;
+                    }
+                    std::this_thread::sleep_for(std::chrono::microseconds(200));
+                }
+                break;
+            case Step::Pause:
+                std::this_thread::sleep_for(std::chrono::milliseconds(s.ms));
+                break;
+            case Step::Close:
+                if (conn_fd_ >= 0) ::close(conn_fd_);
+                conn_fd_ = -1;
+                break;
+            case Step::ReadEof: {
+                char buf[4096];
+                while (wait_readable(conn_fd_)) {
+                    ssize_t got = ::recv(conn_fd_, buf, sizeof buf, 0);
+                    if (got <= 0) break;
+                    received_.append(buf, static_cast<size_t>(got));
+                }
+                break;
+            }
+            case Step::Forever:
+                while (!stop_) std::this_thread::sleep_for(std::chrono::milliseconds(kPollSliceMs));
+                break;
+        }
+        if (!ok) {
+            failure_ = "step " + std::to_string(&s - steps_.data()) + " failed";
+            break;
+        }
+    }
+    done_ = true;
+}
+
+}  // namespace peer

@@ -1,0 +1,31 @@
+// Helpers shared by the wire tests: a reference to a scripted peer and a
+// stream's contents.
+#ifndef ORBELLE_TESTS_UNIT_GIOP_FIXTURE_H
+#define ORBELLE_TESTS_UNIT_GIOP_FIXTURE_H
+
+#include <string>
+
+#include "data/environment.h"
+#include "giop/message.h"
+#include "giop/objref.h"
+#include "giop/orb.h"
+
+namespace giop_test {
+
+// A reference to 127.0.0.1:port with the given key; the test owns it.
+inline objref *reference(uint16_t port, const std::string &key = "key") {
+    Environment env;
+    std::string text = "iiop:1.0//127.0.0.1:" + std::to_string(port) + "/" + key;
+    return string_to_object(text.c_str(), env);
+}
+
+inline std::string id_of(const Environment &env) { return env.id() ? env.id() : ""; }
+
+// Every wire test waits at most two seconds for a reply.
+struct ShortTimeout {
+    ShortTimeout() { timeout_ms = 2000; }
+};
+
+}  // namespace giop_test
+
+#endif

@@ -1,0 +1,199 @@
+#include "giop/iortext.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "data/environment.h"
+#include "giop/orb.h"
+#include "platform/socket.h"
+#include "tests/peer/peer.h"
+#include "tests/unit/giop/giop_fixture.h"
+
+namespace {
+
+using giop_test::id_of;
+
+std::string text_of(const objref *obj, bool ior) {
+    Environment env;
+    char *t = ior ? ior_text_of(obj, env) : iiop_text_of(obj, env);
+    std::string s = t ? t : "<null>";
+    std::free(t);
+    return s;
+}
+
+struct Parsed {
+    objref *obj = nullptr;
+    Environment env;
+    explicit Parsed(const std::string &text) { obj = string_to_object(text.c_str(), env); }
+    ~Parsed() {
+        Environment e;
+        release_objref(obj, e);
+    }
+    std::string key() const {
+        const octet_seq &k = obj->data->profile.object_key;
+        return std::string(reinterpret_cast<const char *>(k.buffer), k.length);
+    }
+};
+
+TEST(IorText, NilReferenceInBothForms) {
+    EXPECT_EQ(text_of(nullptr, true), "IOR:01000000010000000000000000000000");
+    EXPECT_EQ(text_of(nullptr, false), "iiop:");
+    Parsed a("iiop:");
+    EXPECT_EQ(a.obj, nullptr);
+    EXPECT_FALSE(a.env.has_exception());
+    Parsed b("IOR:01000000010000000000000000000000");
+    EXPECT_EQ(b.obj, nullptr);
+    EXPECT_FALSE(b.env.has_exception());
+}
+
+TEST(IorText, IiopFormParsesAndKeepsEveryKeyByte) {
+    Parsed p("iiop:1.0//example.org:2809/a\\00b\\5cc\\ffz");
+    ASSERT_NE(p.obj, nullptr);
+    EXPECT_EQ(std::string(p.obj->data->profile.host), "example.org");
+    EXPECT_EQ(p.obj->data->profile.port, 2809);
+    EXPECT_EQ(p.key(), std::string("a\0b\\c\xff"
+                                   "z",
+                                   7));
+    EXPECT_EQ(p.obj->data->type_id, nullptr);
+    EXPECT_EQ(text_of(p.obj, false), "iiop:1.0//example.org:2809/a\\00b\\5cc\\ffz");
+
+    Parsed empty_key("iiop:1.0//h:1/");
+    ASSERT_NE(empty_key.obj, nullptr);
+    EXPECT_EQ(empty_key.obj->data->profile.object_key.length, 0u);
+    // An empty type id is written for a reference that has none.
+    EXPECT_EQ(text_of(empty_key.obj, true).substr(0, 28), "IOR:010000000100000000000000");
+}
+
+TEST(IorText, IiopFormRejectsWrongShapesAndVersions) {
+    for (const char *bad : {"iiop:1.1//h:1/k", "iiop:2.0//h:1/k", "iiop:1.0/h:1/k",
+                            "iiop:x.0//h:1/k", "iiop:1.0//h/k", "iiop:1.0//h:1"}) {
+        Parsed p(bad);
+        EXPECT_EQ(p.obj, nullptr) << bad;
+        EXPECT_EQ(id_of(p.env), exid::DATA_CONVERSION) << bad;
+    }
+    Parsed other("ior:0100");
+    EXPECT_EQ(id_of(other.env), exid::BAD_PARAM);
+}
+
+TEST(IorText, IorFormRoundTripsAndAcceptsEitherCase) {
+    std::string bytes = peer::ior_bytes("IDL:T:1.0", "h2", 1234, "k\0y", true);
+    std::string text = peer::ior_text(bytes);
+    Parsed p(text);
+    ASSERT_NE(p.obj, nullptr);
+    EXPECT_EQ(std::string(p.obj->data->type_id), "IDL:T:1.0");
+    EXPECT_EQ(p.obj->data->profile.port, 1234);
+    EXPECT_EQ(text_of(p.obj, true), text);
+
+    std::string upper = text;
+    for (size_t i = 4; i < upper.size(); ++i) upper[i] = static_cast<char>(toupper(upper[i]));
+    Parsed u(upper + " trailing words");
+    ASSERT_NE(u.obj, nullptr);
+    EXPECT_EQ(u.obj->data->profile.port, 1234);
+
+    Parsed big(peer::ior_text(peer::ior_bytes("IDL:T:1.0", "host", 99, "key", false)));
+    ASSERT_NE(big.obj, nullptr);
+    EXPECT_EQ(big.obj->data->profile.port, 99);
+    EXPECT_EQ(big.key(), "key");
+}
+
+TEST(IorText, EncapsulationLengthFollowsHostAndKeySizes) {
+    Parsed p("iiop:1.0//ab:7/xyz");
+    std::string t = text_of(p.obj, true);
+    // flag+pad, type id length 1 and NUL, pad, profile count 1, tag 0: 20
+    // bytes, then the encapsulation length.
+    EXPECT_EQ(t.substr(4 + 40, 8), "17000000");  // 23
+    EXPECT_EQ(t.size(), 4u + 2 * (24 + 23));
+}
+
+TEST(IorText, BadHexTextIsRefused) {
+    for (const char *bad : {"IOR:", "IOR:010", "IOR:01zz", "IOR:0100000001000000x"}) {
+        Parsed p(bad);
+        EXPECT_EQ(p.obj, nullptr) << bad;
+        EXPECT_EQ(id_of(p.env), exid::BAD_PARAM) << bad;
+    }
+    Parsed truncated("IOR:0100000001");
+    EXPECT_EQ(truncated.obj, nullptr);
+    EXPECT_EQ(id_of(truncated.env), exid::MARSHAL);
+}
+
+using Profiles = std::vector<std::pair<uint32_t, std::string>>;
+
+std::string iiop_body(uint8_t minor, const std::string &host, const std::string &tail = "") {
+    peer::Writer w(true, 0);
+    w.octet(1).octet(1).octet(minor).string(host).ushort(5).octets("K").raw(tail);
+    return w.bytes();
+}
+std::string ior_with(uint32_t count, const Profiles &profiles) {
+    peer::Writer w(true, 0);
+    w.octet(1).string("IDL:X:1.0").ulong(count);
+    for (const auto &p : profiles) w.ulong(p.first).octets(p.second);
+    return peer::ior_text(w.bytes());
+}
+
+TEST(IorText, FirstIiopOneZeroProfileWins) {
+    Parsed p(ior_with(4, {{1, std::string(8, '\x01')},
+                          {0, iiop_body(1, "new")},
+                          {0, iiop_body(0, "old")},
+                          {0, iiop_body(0, "later")}}));
+    ASSERT_NE(p.obj, nullptr) << id_of(p.env);
+    EXPECT_EQ(std::string(p.obj->data->profile.host), "old");
+
+    Parsed only_new(ior_with(1, {{0, iiop_body(1, "new")}}));
+    EXPECT_EQ(only_new.obj, nullptr);
+    EXPECT_EQ(id_of(only_new.env), exid::MARSHAL);
+
+    Parsed extra(ior_with(1, {{0, iiop_body(0, "old", "!")}}));
+    EXPECT_EQ(extra.obj, nullptr);
+    EXPECT_EQ(id_of(extra.env), exid::MARSHAL);
+
+    Parsed lying(ior_with(1000000, {{7, "abc"}}));
+    EXPECT_EQ(lying.obj, nullptr);
+    EXPECT_EQ(id_of(lying.env), exid::MARSHAL);
+}
+
+TEST(IorText, OverlongIiopTextIsAnImplementationLimit) {
+    std::string host(500, 'h');
+    Parsed p("iiop:1.0//" + host + ":1/" + std::string(20, 'k'));
+    ASSERT_NE(p.obj, nullptr);
+    Environment env;
+    EXPECT_EQ(iiop_text_of(p.obj, env), nullptr);
+    EXPECT_EQ(id_of(env), exid::IMP_LIMIT);
+}
+
+TEST(Orb, InitChoosesTextFormAndRunsOnce) {
+    Environment env;
+    ORB *orb = ORB_init(nullptr, nullptr, "internet", env);
+    ASSERT_NE(orb, nullptr);
+    EXPECT_EQ(orb->use_ior_text, 0);
+    EXPECT_EQ(ORB_init(nullptr, nullptr, "", env), nullptr);
+    EXPECT_EQ(id_of(env), exid::INITIALIZE);
+    EXPECT_EQ(orb_instance, orb);
+    Parsed p("iiop:1.0//h:1/k");
+    char *t = orb->object_to_string(p.obj, env);
+    EXPECT_STREQ(t, "iiop:1.0//h:1/k");
+    std::free(t);
+    orb->use_ior_text = 1;
+    t = orb->object_to_string(p.obj, env);
+    Parsed back(t);
+    EXPECT_EQ(back.key(), "k");
+    std::free(t);
+}
+
+TEST(Orb, SocketStartupFailureIsInitialize) {
+    Environment env;
+    platform::set_startup_override(10091, 0);
+    EXPECT_EQ(ORB_init(nullptr, nullptr, nullptr, env), nullptr);
+    EXPECT_EQ(id_of(env), exid::INITIALIZE);
+    platform::set_startup_override(0, 0x0202);
+    EXPECT_EQ(ORB_init(nullptr, nullptr, nullptr, env), nullptr);
+    platform::set_startup_override(0, 0);
+    ORB *orb = ORB_init(nullptr, nullptr, nullptr, env);
+    ASSERT_NE(orb, nullptr);
+    EXPECT_EQ(orb->use_ior_text, 1);
+}
+
+}  // namespace

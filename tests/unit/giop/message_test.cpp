@@ -1,0 +1,187 @@
+#include "giop/message.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+
+#include "data/cdr.h"
+#include "data/environment.h"
+#include "giop/endpoint.h"
+#include "giop/invocation.h"
+#include "tests/peer/peer.h"
+#include "tests/unit/giop/giop_fixture.h"
+
+namespace {
+
+using giop_test::id_of;
+
+// A connected socket to a peer that runs the given steps.
+struct Wire : giop_test::ShortTimeout {
+    peer::ScriptedPeer peer;
+    objref *ref = nullptr;
+    client_endpoint *ep = nullptr;
+    alignas(16) unsigned char array[1430];
+    CDR stream;
+    Environment env;
+
+    Wire() { stream.attach_buffer(array, sizeof array); }
+    void connect() {
+        peer.start();
+        ep = lookup("127.0.0.1", peer.port(), env);
+        ASSERT_NE(ep, nullptr);
+    }
+    int read() { return GIOP::read_message(ep->fd, stream, env); }
+    ~Wire() {
+        Environment e;
+        release_objref(ref, e);
+    }
+};
+
+TEST(Message, RequestHeaderIsWrittenByteForByte) {
+    giop_test::ShortTimeout t;
+    peer::ScriptedPeer p;
+    p.accept().read_message().read_message();
+    p.start();
+    objref *ref = giop_test::reference(p.port(), "ab\\01");
+    next_request_id = 0x01020304;
+    {
+        GIOP::Invocation inv(ref->data, "echoLong", 1);
+        Environment env;
+        inv.start(nullptr, env, 0, nullptr);
+        ASSERT_FALSE(env.has_exception());
+        inv.stream.put_long(0x11223344);
+        inv.roundtrip = 0;  // nothing to wait for in this test
+        EXPECT_EQ(inv.invoke({0, nullptr}, env, 0), NO_EXCEPTION);
+    }
+    {
+        GIOP::Invocation oneway(ref->data, "ping", 0);
+        Environment env;
+        oneway.start(nullptr, env, 0, "who");
+        EXPECT_EQ(oneway.invoke({0, nullptr}, env, 0), NO_EXCEPTION);
+    }
+    ASSERT_TRUE(p.wait());
+    ASSERT_EQ(p.messages().size(), 2u);
+    const std::string expected(
+        "GIOP\x01\x00\x01\x00"  // magic, 1.0, little-endian, Request
+        "\x2c\x00\x00\x00"      // 44 bytes behind the header
+        "\x00\x00\x00\x00"      // no service contexts
+        "\x04\x03\x02\x01"      // request id
+        "\x01"                  // response expected
+        "\x00\x00\x00"          // padding
+        "\x03\x00\x00\x00"
+        "ab\x01"  // object key
+        "\x00"    // padding
+        "\x09\x00\x00\x00"
+        "echoLong\x00"       // operation
+        "\x00\x00\x00"       // padding
+        "\x00\x00\x00\x00"   // empty Principal
+        "\x44\x33\x22\x11",  // the argument
+        56);
+    // Padding keeps whatever the buffer held; blank it before comparing.
+    std::string got = p.messages()[0];
+    for (size_t at : {21, 22, 23, 31, 45, 46, 47})
+        if (at < got.size()) got[at] = 0;
+    EXPECT_EQ(got, expected);
+    peer::Request r = peer::parse_request(p.messages()[1]);
+    ASSERT_TRUE(r.valid);
+    EXPECT_EQ(r.request_id, 0x01020305u);
+    EXPECT_EQ(r.response_expected, 0);
+    EXPECT_EQ(r.operation, "ping");
+    EXPECT_EQ(r.principal, "who");
+    EXPECT_EQ(r.size + 12, p.messages()[1].size());
+    Environment env;
+    release_objref(ref, env);
+}
+
+TEST(Message, RepliesOfEitherByteOrderAndAnySizeAreRead) {
+    Wire w;
+    std::string big(3000, 'z');
+    w.peer.accept()
+        .send(peer::reply(
+            9, 0, [](peer::Writer &b) { b.ulong(0x0a0b0c0d); }, false))
+        .send(peer::reply(10, 0, [&](peer::Writer &b) { b.octets(big); }))
+        .send(peer::message(7, "abcd"));
+    w.connect();
+    ASSERT_EQ(w.read(), 1);
+    EXPECT_NE(w.stream.swap, 0u);
+    uint32_t v[4];
+    for (uint32_t &x : v) ASSERT_EQ(w.stream.get_long(&x), 1);
+    EXPECT_EQ(v[1], 9u);
+    EXPECT_EQ(v[3], 0x0a0b0c0du);
+    EXPECT_EQ(w.stream.space_left, 0u);
+
+    ASSERT_EQ(w.read(), 1);
+    EXPECT_EQ(w.stream.swap, 0u);
+    EXPECT_NE(w.stream.owns_allocation, 0u);
+    EXPECT_GE(w.stream.capacity, 3000u + 12 + 16);
+    EXPECT_LE(w.stream.capacity, 3000u + 12 + 16 + 15);
+    EXPECT_EQ(std::memcmp(w.stream.base, "GIOP\x01\x00\x01\x01", 8), 0);
+    EXPECT_EQ(std::memcmp(w.stream.base + 28, "zzzz", 4), 0);
+    EXPECT_EQ(std::memcmp(w.stream.base + 3024, "zzzz", 4), 0);
+    EXPECT_EQ(w.read(), 7);
+    EXPECT_FALSE(w.env.has_exception());
+}
+
+TEST(Message, BadHeadersAreMarshalErrors) {
+    Wire w;
+    w.peer.accept()
+        .send(peer::message(1, "", true, 1))
+        .send(std::string("GIOX\x01\x00\x01\x01\x00\x00\x00\x00", 12))
+        .close();
+    w.connect();
+    EXPECT_EQ(w.read(), 6);
+    EXPECT_EQ(id_of(w.env), exid::MARSHAL);
+    EXPECT_EQ(w.read(), 6);
+    EXPECT_EQ(id_of(w.env), exid::MARSHAL);
+}
+
+TEST(Message, CutOffMessagesAreCommFailures) {
+    Wire w;
+    w.peer.accept().send(peer::message_with_size(1, 8, "abc")).close();
+    w.connect();
+    EXPECT_EQ(w.read(), 6);
+    EXPECT_EQ(id_of(w.env), exid::COMM_FAILURE);
+    EXPECT_EQ(w.read(), 6);  // end of stream before a header
+    EXPECT_EQ(id_of(w.env), exid::COMM_FAILURE);
+}
+
+TEST(Message, HugeSizeFieldFailsWithoutWritingOrAllocating) {
+    for (uint32_t size : {0xfffffff8u, 0x7ffffff0u, 0x01000000u}) {
+        Wire w;
+        w.peer.accept().send(peer::message_with_size(1, size, std::string(64, 'q'))).close();
+        w.connect();
+        EXPECT_EQ(w.read(), 6);
+        EXPECT_EQ(id_of(w.env), exid::COMM_FAILURE);
+        // Only as much memory as arrived, give or take one growth step.
+        EXPECT_LE(w.stream.capacity, 4u << 20);
+    }
+}
+
+TEST(Message, ShortTimeOutStillWaitsOneSecond) {
+    Wire w;
+    w.peer.accept().wait_forever();
+    w.connect();
+    timeout_ms = 500;
+    uint32_t before = timeout_count;
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(w.read(), 6);
+    auto waited = std::chrono::steady_clock::now() - t0;
+    EXPECT_GE(waited, std::chrono::milliseconds(990));
+    EXPECT_LT(waited, std::chrono::milliseconds(1900));
+    EXPECT_EQ(id_of(w.env), exid::COMM_FAILURE);
+    EXPECT_EQ(timeout_count, before + 1);
+    timeout_ms = -1;
+    EXPECT_EQ(read_buffer(w.ep->fd, w.array, 4), 0);
+}
+
+TEST(Message, MessageSplitAtEveryByteIsReassembled) {
+    Wire w;
+    w.peer.accept().send_bytewise(peer::reply(
+        3, 0, [](peer::Writer &b) { b.string("hello"); }, false));
+    w.connect();
+    ASSERT_EQ(w.read(), 1);
+    EXPECT_EQ(w.stream.space_left, 12u + 10u);
+}
+
+}  // namespace
