@@ -28,9 +28,8 @@ Client::Client() : host_(testsupport::linked_host()) {
     if (symlink(ORBELLE_DEMO_IDL_DIR, "idl") != 0) ADD_FAILURE() << "cannot link idl/";
 }
 
-void *Client::bind(const std::string &repoid, const std::string &instance,
-                   const std::string &modus, const char *ior, std::string *bound_modus,
-                   Outcome *outcome) {
+void *Client::bind(const std::string &repoid, const std::string &instance, const std::string &modus,
+                   const char *ior, std::string *bound_modus, Outcome *outcome) {
     iiop_record r = hostkit::make_record(IIOP_BIND);
     std::string rid = repoid, inst = instance, mod = modus;
     std::string ior_text = ior ? ior : "";

@@ -138,9 +138,9 @@ BankServer::~BankServer() { stop(SIGTERM); }
 
 bool BankServer::start() {
     if (pid_ > 0) return true;
-    std::vector<std::string> args = {ORBELLE_BANK_SERVER, "-ORBendPoint",       endpoint(port_),
-                                     "-ORBmaxGIOPVersion", "1.0",               "-iorlist",
-                                     list_file_};
+    std::vector<std::string> args = {
+        ORBELLE_BANK_SERVER, "-ORBendPoint", endpoint(port_), "-ORBmaxGIOPVersion", "1.0",
+        "-iorlist",          list_file_};
     if (naming_port_ != 0) {
         args.push_back("-register");
         args.push_back("-ORBInitRef");
