@@ -22,6 +22,7 @@ Outcome outcome_of(const iiop_record &r, int32_t result) {
 }  // namespace
 
 Client::Client() : host_(testsupport::linked_host()) {
+    // BANK_TRACE=1 with corbadebug=1 shows the library's trace of a test.
     if (std::getenv("BANK_TRACE")) hostkit::set_echo(true);
     // The library reads interface descriptions from idl/ of the current
     // directory.
