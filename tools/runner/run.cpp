@@ -30,6 +30,15 @@ struct Call {
     ~Call() { hostkit::free_list(req.parms); }
 };
 
+// The library numbers GIOP requests per process, so the count that gives a
+// deferred call its request_id runs on across the scripts of one run.
+int32_t next_request_id = 0;
+
+// Deferred calls whose replies never came stay on the library's wait list,
+// which may still write a late reply into them: their blocks live as long as
+// the process.
+std::list<std::unique_ptr<Call>> unanswered_calls;
+
 struct Timings {
     std::vector<double> ms;
     int failures = 0;
@@ -39,6 +48,10 @@ class Runner {
 public:
     Runner(hostkit::Host &host, const Script &script, const Options &options, FILE *out)
         : host_(host), script_(script), options_(options), out_(out) {}
+    ~Runner() {
+        for (auto &pending : deferred_)
+            for (auto &call : pending.second) unanswered_calls.push_back(std::move(call));
+    }
 
     int run();
 
@@ -65,7 +78,6 @@ private:
     std::map<std::string, std::list<std::unique_ptr<Call>>> deferred_;
     std::map<std::string, Timings> timings_;
     std::vector<std::string> timing_order_;
-    int32_t next_request_id_ = 0;
     int failures_ = 0;
 };
 
@@ -132,6 +144,12 @@ void Runner::report(const Command &cmd, const std::string &what, int32_t result,
 
 bool Runner::step(const Command &cmd) {
     using clock = std::chrono::steady_clock;
+    bool needs_list = cmd.verb == Verb::Set || cmd.verb == Verb::Invoke ||
+                      cmd.verb == Verb::Check || cmd.verb == Verb::Print;
+    if (needs_list && !current_)
+        return script_error(cmd,
+                            "no parameter list in hand: the last call was deferred and its reply "
+                            "has not been fetched; use params, poll or wait first");
     switch (cmd.verb) {
         case Verb::Bind: {
             BoundObject &obj = objects_[cmd.args[0]];
@@ -167,7 +185,7 @@ bool Runner::step(const Command &cmd) {
                     // A naming service's resolve is one more GIOP request.
                     if (std::strncmp(r.u.bind.bound_modus, "NameService", 11) == 0 ||
                         std::strncmp(r.u.bind.bound_modus, "VisibrokerNameService", 21) == 0)
-                        ++next_request_id_;
+                        ++next_request_id;
                 }
             }
             report(cmd, "bind " + cmd.args[0], result, r, ms, extra);
@@ -211,7 +229,7 @@ bool Runner::step(const Command &cmd) {
             call.req.flags = cmd.kind == CallKind::OneWay     ? IIOP_ONEWAY
                              : cmd.kind == CallKind::Deferred ? IIOP_DEFERRED
                                                               : IIOP_TWOWAY;
-            call.req.request_id = next_request_id_++;
+            call.req.request_id = next_request_id++;
             iiop_record r = hostkit::make_record(IIOP_INVOKE);
             r.u.invoke.req = &call.req;
             r.timeout_ms = cmd.has_timeout ? static_cast<int32_t>(cmd.timeout_ms) : 0;

@@ -30,6 +30,9 @@ const ScriptType kScriptTypes[] = {
     {"enum_CurrencyCode", "echo_currency", {"", "4", "4", "2", "2"}},
 };
 
+// Test names and messages show the type, not the bytes of the record.
+void PrintTo(const ScriptType &t, std::ostream *os) { *os << t.construct; }
+
 class ScriptTypeEcho : public BankTest, public ::testing::WithParamInterface<ScriptType> {};
 
 TEST_P(ScriptTypeEcho, TravelsInOutAndInout) {
