@@ -27,7 +27,7 @@ Client::Client() : host_(testsupport::linked_host()) {
     // The library reads interface descriptions from idl/ of the current
     // directory.
     unlink("idl");
-    if (symlink(ORBELLE_DEMO_IDL_DIR, "idl") != 0) ADD_FAILURE() << "cannot link idl/";
+    if (symlink(ORBELLE_DEMO_DIR "/idl", "idl") != 0) ADD_FAILURE() << "cannot link idl/";
 }
 
 void *Client::bind(const std::string &repoid, const std::string &instance, const std::string &modus,
