@@ -1,7 +1,6 @@
 #include "gateway/request.h"
 
 #include "data/environment.h"
-#include "data/objref_codec.h"
 #include "gateway/connections.h"
 #include "gateway/handlers.h"
 #include "gateway/report.h"
@@ -17,25 +16,9 @@ namespace {
 // The reply time-out of a request whose record asks for none: five minutes.
 constexpr int32_t default_timeout_ms = 300000;
 
-int encode_reference(TypeCode *, void *obj, CDR &stream, Environment &env) {
-    return encode_objref(stream, &obj, env);
-}
-int decode_reference(TypeCode *, void **obj, CDR &stream, Environment &env) {
-    return decode_objref(stream, obj, env);
-}
-void release_reference(void *obj) {
-    Environment scratch;
-    release_objref(static_cast<objref *>(obj), scratch);
-}
-
-// The layers below reach upward only through what is registered here: the
-// reader of replies that arrive for deferred requests and, unless the wire
-// layer has put its own in place, the object reference form of values.
-void connect_layers() {
-    set_deferred_reply_reader(vu_do_get_response);
-    if (objref_codec().decode == nullptr)
-        set_objref_codec(ObjrefCodec{encode_reference, decode_reference, release_reference});
-}
+// The invocation hands a reply that arrives for a deferred request to the
+// script layer through this registration.
+void connect_layers() { set_deferred_reply_reader(vu_do_get_response); }
 
 // The handle of the record's request; null with env set when there is none
 // to send to.
@@ -65,7 +48,7 @@ void copy_connect_report(iiop_record *record, const char *who) {
     TRACE("%s:  invoke connected to %s, port %d", who, nz(last_connect_host),
           static_cast<int>(last_connect_port));
     record->u.invoke.connect_time = last_connect_time;
-    record->u.invoke.connect_host = last_connect_host;
+    record->u.invoke.connect_host = take_last_connect_host();
     record->u.invoke.connect_port = last_connect_port;
     record->u.invoke.connect_aux = 0;
 }

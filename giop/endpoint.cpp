@@ -172,10 +172,18 @@ client_endpoint *lookup(const char *host, uint16_t port, Environment &env) {
     record->next = client_list;
     client_list = record;
     last_connect_time = HarnixGetTime();
+    // A copy that the gateway has not taken over is replaced, not leaked.
+    if (last_connect_host != nullptr) vufree(last_connect_host);
     last_connect_host = vustrdup(host);
     last_connect_port = port;
     TRACE("lookup:  finished connect %d", HarnixGetTime());
     return record;
+}
+
+char *take_last_connect_host() {
+    char *host = last_connect_host;
+    last_connect_host = nullptr;
+    return host;
 }
 
 void release_endpoint(client_endpoint *endpoint) {

@@ -19,7 +19,9 @@ struct client_endpoint {
 extern client_endpoint *client_list;
 
 // The latest successful connect, for the request's report to the host.
-// last_connect_host comes from the host's allocation slot: the host owns it.
+// last_connect_host comes from the host's allocation slot; it passes to the
+// host with take_last_connect_host, and until then the next connect replaces
+// (and releases) it.
 extern int32_t last_connect_time;
 extern char *last_connect_host;
 extern uint16_t last_connect_port;
@@ -29,6 +31,10 @@ extern uint16_t last_connect_port;
 // unknown host, COMM_FAILURE for refused connects and name failures, UNKNOWN
 // when no socket can be made).
 client_endpoint *lookup(const char *host, uint16_t port, Environment &env);
+
+// Hands the host copy of the latest connect's host text to the caller, who
+// passes it to the host; null when there is none.
+char *take_last_connect_host();
 
 // Gives a connection back: it stays open and becomes idle.
 void release_endpoint(client_endpoint *endpoint);

@@ -3,18 +3,19 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "data/decoder.h"
 #include "data/environment.h"
+#include "data/typecode.h"
 #include "giop/endpoint.h"
 #include "giop/message.h"
 #include "giop/waitlist.h"
 #include "platform/socket.h"
+#include "script/asciify.h"
 #include "trace/trace.h"
 
 uint32_t next_request_id = 0;
 
 namespace {
-
-const user_exception_codec *exception_codec = nullptr;
 
 // Writes a length and that many bytes, growing the stream once if needed.
 int put_octets(CDR &out, const void *bytes, uint32_t length) {
@@ -53,8 +54,6 @@ int skip_service_contexts(CDR &in) {
 
 }  // namespace
 
-void set_user_exception_codec(const user_exception_codec *codec) { exception_codec = codec; }
-
 namespace GIOP {
 
 Invocation::Invocation(objrefdata *target, const char *op, int32_t rt)
@@ -89,10 +88,17 @@ void Invocation::start(const octet_seq *object_key, Environment &env, int connec
         raise_system(env, exid::MARSHAL);
         return;
     }
-    // The Principal's text is sent as its bytes.
+    // The Principal is script text in the byte notation.
     uint32_t principal_length = 0;
+    unsigned char *principal_bytes = nullptr;
     if (principal != nullptr) {
-        principal_length = static_cast<uint32_t>(std::strlen(principal));
+        size_t count = 0;
+        principal_bytes = un_asciify(principal, &count);
+        if (principal_bytes == nullptr) {
+            raise_system(env, exid::NO_MEMORY);
+            return;
+        }
+        principal_length = static_cast<uint32_t>(count);
         TRACE("start:  Principal length %u", principal_length);
     } else {
         TRACE("start:  Principal NULL");
@@ -103,9 +109,10 @@ void Invocation::start(const octet_seq *object_key, Environment &env, int connec
     if (!stream.put_long(0) || !stream.put_long(request_id) ||
         !stream.put_byte(roundtrip != 0 ? 1 : 0) || !put_octets(stream, key->buffer, key->length) ||
         !put_octets(stream, operation, op_length) ||
-        !put_octets(stream, principal, principal_length)) {
+        !put_octets(stream, principal_bytes, principal_length)) {
         raise_system(env, exid::MARSHAL);
     }
+    std::free(principal_bytes);
 }
 
 int Invocation::abort(Environment &env, const char *id) {
@@ -200,22 +207,22 @@ int Invocation::read_user_exception(const ExceptionTable &exceptions, Environmen
     const unsigned char *id = stream.cursor;
     stream.cursor = cursor;
     stream.space_left = space_left;
-    for (uint32_t i = 0; i < exceptions.length && exception_codec != nullptr; ++i) {
+    for (uint32_t i = 0; i < exceptions.length; ++i) {
         TypeCode *tc = exceptions.buffer[i];
-        const char *known = exception_codec->repository_id(tc, env);
+        const char *known = tc->repositoryId(env);
         if (env.has_exception()) {
             _dmsg_x(env, "invoke(), get exception ID");
             return abort(env, nullptr);
         }
         size_t n = std::strlen(known);
         if (length != n + 1 || std::memcmp(id, known, n) != 0) continue;
-        uint32_t size = exception_codec->value_size(tc, env);
+        uint32_t size = tc->valueSize(env);
         if (env.has_exception()) {
             _dmsg_x(env, "invoke(), get exception size");
             return abort(env, nullptr);
         }
         void *record = std::calloc(1, size != 0 ? size : 1);
-        if (record == nullptr || !exception_codec->decode(tc, record, stream, env)) {
+        if (record == nullptr || !decoder(tc, record, nullptr, &stream, env)) {
             std::free(record);
             TRACE("invoke, unmarshal user exception %s", known);
             if (!env.has_exception()) raise_system(env, exid::MARSHAL);

@@ -24,15 +24,6 @@ struct ExceptionTable {
     TypeCode *const *buffer;
 };
 
-// What invoke needs of an exception TypeCode; registered by the type layer.
-// repository_id and value_size set env on failure; decode returns 1 or 0.
-struct user_exception_codec {
-    const char *(*repository_id)(TypeCode *type, Environment &env);
-    uint32_t (*value_size)(TypeCode *type, Environment &env);
-    int (*decode)(TypeCode *type, void *record, CDR &in, Environment &env);
-};
-void set_user_exception_codec(const user_exception_codec *codec);
-
 namespace GIOP {
 
 class Invocation {

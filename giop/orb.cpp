@@ -5,6 +5,8 @@
 #include <new>
 
 #include "data/environment.h"
+#include "data/objref_codec.h"
+#include "data/typecode.h"
 #include "giop/endpoint.h"
 #include "giop/iortext.h"
 #include "platform/socket.h"
@@ -15,6 +17,19 @@ ORB *orb_instance = nullptr;
 namespace {
 // Winsock 1.1.
 constexpr uint16_t kSocketVersion = 0x0101;
+
+// Object references inside values go through the transport's own coding.
+int encode_ref(TypeCode *, void *obj, CDR &stream, Environment &env) {
+    return encode_objref(stream, &obj, env);
+}
+int decode_ref(TypeCode *, void **obj, CDR &stream, Environment &env) {
+    *obj = nullptr;
+    return decode_objref(stream, obj, env);
+}
+void release_ref(void *obj) {
+    Environment env;
+    release_objref(static_cast<objref *>(obj), env);
+}
 }  // namespace
 
 objref *ORB::string_to_object(const char *text, Environment &env) {
@@ -56,6 +71,8 @@ ORB *ORB_init(int *, char **, const char *identifier, Environment &env) {
         raise_system(env, exid::INITIALIZE);
         return nullptr;
     }
+    fill_value_table();
+    set_objref_codec({encode_ref, decode_ref, release_ref});
     ORB *orb = new (std::nothrow) ORB{use_ior_text};
     if (orb == nullptr) {
         raise_system(env, exid::INITIALIZE);

@@ -76,6 +76,24 @@ void unknown_type_text(int32_t type) {
     set_error_text("%s", out.c_str());
 }
 
+// Writes a number in decimal as "%d" or "%u" would, without the cost of a
+// format parse: replies can hold many thousands of them. Returns the length.
+size_t format_decimal(char *out, int64_t value) {
+    char digits[24];
+    size_t n = 0;
+    uint64_t magnitude =
+        value < 0 ? 0u - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    do {
+        digits[n++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    size_t length = 0;
+    if (value < 0) out[length++] = '-';
+    while (n != 0) out[length++] = digits[--n];
+    out[length] = '\0';
+    return length;
+}
+
 // Replaces strval by a vumalloc copy of text (length n), giving the former
 // one back to the host.
 void replace_strval(ScriptParm *parm, const char *text, size_t n) {
@@ -232,17 +250,17 @@ void getdata(ScriptParm *parm, void *area, Environment &env) {
     text[0] = '\0';
     switch (parm->type) {
         case tk_short:
-            std::snprintf(text, sizeof text, "%d", load_unaligned<int16_t>(area));
+            length = format_decimal(text, load_unaligned<int16_t>(area));
             break;
         case tk_long:
         case tk_enum:
-            std::snprintf(text, sizeof text, "%" PRId32, load_unaligned<int32_t>(area));
+            length = format_decimal(text, load_unaligned<int32_t>(area));
             break;
         case tk_ushort:
-            std::snprintf(text, sizeof text, "%u", load_unaligned<uint16_t>(area));
+            length = format_decimal(text, load_unaligned<uint16_t>(area));
             break;
         case tk_ulong:
-            std::snprintf(text, sizeof text, "%" PRIu32, load_unaligned<uint32_t>(area));
+            length = format_decimal(text, load_unaligned<uint32_t>(area));
             break;
         case tk_float:
             std::snprintf(text, sizeof text, "%f",
@@ -284,7 +302,7 @@ void getdata(ScriptParm *parm, void *area, Environment &env) {
         default:
             break;
     }
-    if (result == text) length = std::strlen(text);
+    if (result == text && length == 0) length = std::strlen(text);
     replace_strval(parm, result, length);
     TRACE("getdata:  just copied data '%s'", nz(parm->strval));
     TRACE("getdata:  exiting");

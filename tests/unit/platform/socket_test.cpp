@@ -10,20 +10,6 @@
 
 namespace {
 
-TEST(Socket, ErrnoValuesMapToWinsockNumbers) {
-    EXPECT_EQ(platform::winsock_code(ECONNREFUSED), 10061);
-    EXPECT_EQ(platform::winsock_code(ETIMEDOUT), 10060);
-    EXPECT_EQ(platform::winsock_code(ECONNRESET), 10054);
-    EXPECT_EQ(platform::winsock_code(ECONNABORTED), 10053);
-    EXPECT_EQ(platform::winsock_code(EADDRINUSE), 10048);
-    EXPECT_EQ(platform::winsock_code(ENOTSOCK), 10038);
-    EXPECT_EQ(platform::winsock_code(EBADF), 10038);
-    EXPECT_EQ(platform::winsock_code(EALREADY), 10037);
-    EXPECT_EQ(platform::winsock_code(EINPROGRESS), 10036);
-    EXPECT_EQ(platform::winsock_code(EHOSTDOWN), 10064);
-    EXPECT_EQ(platform::winsock_code(ENOMEM), ENOMEM);
-}
-
 TEST(Socket, RefusedConnectReportsWinsockCode) {
     uint16_t port;
     {
@@ -66,30 +52,6 @@ TEST(Socket, ReadinessWaitTimesOutAndSeesData) {
     char buf[4];
     EXPECT_EQ(platform::recv_bytes(fd, buf, 4), 4);
     platform::close_socket(fd);
-}
-
-TEST(Socket, AddressesAndNamesResolve) {
-    uint32_t a = 0;
-    EXPECT_TRUE(platform::parse_address("127.0.0.1", &a));
-    EXPECT_EQ(a, htonl(0x7f000001));
-    EXPECT_FALSE(platform::parse_address("1host", &a));
-    EXPECT_EQ(platform::resolve_host("localhost", &a), 0);
-    EXPECT_EQ(a, htonl(0x7f000001));
-    platform::set_resolve_hook([](const char *, uint32_t *) { return 11002; });
-    EXPECT_EQ(platform::resolve_host("localhost", &a), 11002);
-    platform::set_resolve_hook(nullptr);
-}
-
-TEST(Socket, StartupGrantsOneOneUnlessOverridden) {
-    uint16_t v = 0;
-    EXPECT_EQ(platform::socket_startup(0x101, &v), 0);
-    EXPECT_EQ(v, 0x101);
-    platform::set_startup_override(10091, 0);
-    EXPECT_EQ(platform::socket_startup(0x101, &v), 10091);
-    platform::set_startup_override(0, 0x202);
-    EXPECT_EQ(platform::socket_startup(0x101, &v), 0);
-    EXPECT_EQ(v, 0x202);
-    platform::set_startup_override(0, 0);
 }
 
 }  // namespace

@@ -1,0 +1,56 @@
+// Bind and release from arbitrary bytes: the input up to its first newline is
+// the modus, the rest the record's ior. Slashes in the modus become
+// underscores, so FILE alternatives can only read plain files of the working
+// directory, never devices elsewhere; naming services are never contacted.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "gateway/naming.h"
+#include "orbelle/host.h"
+#include "trace/host_slots.h"
+#include "trace/trace.h"
+
+namespace {
+void silent(const char *) {}
+// The naming service's resolve never goes to the network: it fails as a
+// request to an unreachable server would.
+int32_t unreachable(iiop_record *) { return IIOP_STATUS_SYSTEM_EXCEPTION; }
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static bool ready = [] {
+        unsetenv("ZANTH_HOME");  // the agent kinds fail without loading anything
+        set_host_slots({std::malloc, std::realloc, std::free, silent});
+        set_debug_level(5);
+        set_naming_door(unreachable);
+        return true;
+    }();
+    (void)ready;
+    std::string input(reinterpret_cast<const char *>(data), size);
+    size_t newline = input.find('\n');
+    std::string modus = input.substr(0, newline);
+    std::string ior = newline == std::string::npos ? std::string() : input.substr(newline + 1);
+    std::replace(modus.begin(), modus.end(), '/', '_');
+
+    char repository_id[] = "IDL:A:1.0";
+    char instance_id[] = "one";
+    iiop_record bind{};
+    bind.op = IIOP_BIND;
+    bind.u.bind.repository_id = repository_id;
+    bind.u.bind.instance_id = instance_id;
+    bind.u.bind.ior = &ior[0];
+    bind.u.bind.modus = &modus[0];
+    if (_iiop_entry(&bind) == IIOP_OK) {
+        std::free(bind.u.bind.bound_modus);
+        iiop_record release{};
+        release.op = IIOP_RELEASE;
+        release.u.release.objref = bind.u.bind.objref;
+        _iiop_entry(&release);
+    } else {
+        std::free(bind.status_text);
+    }
+    return 0;
+}

@@ -1,0 +1,223 @@
+// The transport against a real ORB: Requests built by hand to the omniORB
+// echo server, its references, its exceptions and its forwards.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "data/environment.h"
+#include "data/stdtypes.h"
+#include "data/typecode.h"
+#include "giop/invocation.h"
+#include "giop/iortext.h"
+#include "giop/message.h"
+#include "giop/orb.h"
+#include "tests/interop/echo_fixture.h"
+#include "tests/peer/peer.h"
+
+namespace {
+
+const ExceptionTable kNoExceptions{0, nullptr};
+
+std::string id_of(const Environment &env) { return env.id() ? env.id() : ""; }
+
+void put_string(CDR &s, const std::string &text) {
+    s.put_long(static_cast<uint32_t>(text.size() + 1));
+    for (char c : text) s.put_byte(static_cast<uint8_t>(c));
+    s.put_byte(0);
+}
+
+std::string get_string(CDR &s) {
+    uint32_t n = 0;
+    if (!s.get_long(&n) || n == 0 || n > s.space_left) return "<bad>";
+    std::string text(reinterpret_cast<char *>(s.cursor), n - 1);
+    s.cursor += n;
+    s.space_left -= n;
+    return text;
+}
+
+class Echo : public ::testing::Test {
+protected:
+    explicit Echo(std::vector<std::string> extra = {}) : server_(extra) {}
+    void SetUp() override {
+        ASSERT_TRUE(server_.running());
+        timeout_ms = 5000;
+        inittypecodes();
+        ASSERT_NE(ORB_init(nullptr, nullptr, "", env_), nullptr);
+        ref_ = string_to_object(server_.ior().c_str(), env_);
+        ASSERT_NE(ref_, nullptr) << id_of(env_);
+    }
+    void TearDown() override {
+        Environment e;
+        release_objref(ref_, e);
+    }
+    // Starts a call; the caller writes the arguments and invokes.
+    int run(GIOP::Invocation &inv, const std::function<void(CDR &)> &args) {
+        for (int restarts = 0; restarts < 4; ++restarts) {
+            inv.start(nullptr, env_, 0, nullptr);
+            if (env_.has_exception()) return -1;
+            args(inv.stream);
+            int status = inv.invoke(kNoExceptions, env_, 0);
+            if (status != LOCATION_FORWARD) return status;
+        }
+        return -2;
+    }
+
+    interop::EchoServer server_;
+    objref *ref_ = nullptr;
+    Environment env_;
+};
+
+TEST_F(Echo, ReferencesTravelBothWays) {
+    EXPECT_STREQ(ref_->data->type_id, "IDL:EchoTest/Echo:1.0");
+    EXPECT_STREQ(ref_->data->profile.host, "127.0.0.1");
+    EXPECT_EQ(ref_->data->profile.port, server_.port());
+    char *ours = ior_text_of(ref_, env_);
+    ASSERT_NE(ours, nullptr);
+    std::string catior = interop::capture({"catior", ours});
+    EXPECT_NE(catior.find("IIOP 1.0 127.0.0.1 " + std::to_string(server_.port())),
+              std::string::npos)
+        << catior;
+    EXPECT_NE(catior.find("IDL:EchoTest/Echo:1.0"), std::string::npos);
+    std::free(ours);
+}
+
+TEST_F(Echo, HandMadeCallsReturnTheirResults) {
+    GIOP::Invocation a(ref_->data, "echoLong", 1);
+    ASSERT_EQ(run(a, [](CDR &s) { s.put_long(0x12345678); }), NO_EXCEPTION) << id_of(env_);
+    uint32_t v = 0;
+    EXPECT_EQ(a.stream.get_long(&v), 1);
+    EXPECT_EQ(v, 0x12345678u);
+
+    GIOP::Invocation b(ref_->data, "echoString", 1);
+    ASSERT_EQ(run(b, [](CDR &s) { put_string(s, "hello, world"); }), NO_EXCEPTION);
+    EXPECT_EQ(get_string(b.stream), "hello, world");
+
+    GIOP::Invocation c(ref_->data, "echoSeq", 1);
+    const uint32_t n = 1000;  // larger than the embedded buffer both ways
+    ASSERT_EQ(run(c,
+                  [&](CDR &s) {
+                      s.put_long(n);
+                      for (uint32_t i = 0; i < n; ++i) s.put_long(i * 3);
+                  }),
+              NO_EXCEPTION);
+    uint32_t count = 0, last = 0;
+    ASSERT_EQ(c.stream.get_long(&count), 1);
+    EXPECT_EQ(count, n);
+    for (uint32_t i = 0; i < count; ++i) c.stream.get_long(&last);
+    EXPECT_EQ(last, (n - 1) * 3);
+
+    GIOP::Invocation one(ref_->data, "notify", 0);
+    EXPECT_EQ(run(one, [](CDR &s) { s.put_long(40); }), NO_EXCEPTION);
+    GIOP::Invocation sum(ref_->data, "notified", 1);
+    ASSERT_EQ(run(sum, [](CDR &) {}), NO_EXCEPTION);
+    sum.stream.get_long(&v);
+    EXPECT_EQ(v, 40u);
+}
+
+TEST_F(Echo, ServerExceptionsKeepTheirOwnValues) {
+    GIOP::Invocation a(ref_->data, "noSuchOperation", 1);
+    EXPECT_EQ(run(a, [](CDR &) {}), SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(env_), exid::BAD_OPERATION);
+    ASSERT_NE(env_.system_exception(), nullptr);
+    EXPECT_EQ(env_.system_exception()->minor & 0xfffff000u, 0x41540000u);  // omniORB's own
+
+    GIOP::Invocation b(ref_->data, "raiseSystem", 1);
+    EXPECT_EQ(run(b,
+                  [](CDR &s) {
+                      s.put_long(1);
+                      s.put_long(77);
+                      s.put_long(0);
+                  }),
+              SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(env_), exid::NO_PERMISSION);
+    EXPECT_EQ(env_.system_exception()->minor, 77u);
+    EXPECT_EQ(env_.system_exception()->completed, 0u);
+
+    GIOP::Invocation c(ref_->data, "raiseUser", 1);
+    EXPECT_EQ(run(c,
+                  [](CDR &s) {
+                      put_string(s, "why");
+                      s.put_long(5);
+                  }),
+              SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(env_), exid::OBJ_ADAPTER);
+    EXPECT_EQ(reply_kind, 2);
+}
+
+TEST_F(Echo, ForwardedAndLateRepliesAreFollowed) {
+    Environment e;
+    objref *fwd = string_to_object(server_.forward_ior().c_str(), e);
+    ASSERT_NE(fwd, nullptr);
+    GIOP::Invocation a(fwd->data, "echoLong", 1);
+    a.start(nullptr, env_, 0, nullptr);
+    a.stream.put_long(9);
+    EXPECT_EQ(a.invoke(kNoExceptions, env_, 0), LOCATION_FORWARD);
+    ASSERT_NE(fwd->data->forward_profile, nullptr);
+    ASSERT_EQ(run(a, [](CDR &s) { s.put_long(9); }), NO_EXCEPTION);
+    release_objref(fwd, e);
+
+    // A reply that comes after its wait ran out is dropped by the next call.
+    timeout_ms = 300;
+    {
+        GIOP::Invocation slow(ref_->data, "delay", 1);
+        EXPECT_EQ(run(slow, [](CDR &s) { s.put_long(1300); }), SYSTEM_EXCEPTION);
+        EXPECT_EQ(id_of(env_), exid::COMM_FAILURE);
+    }
+    timeout_ms = 5000;
+    GIOP::Invocation next(ref_->data, "echoLong", 1);
+    ASSERT_EQ(run(next, [](CDR &s) { s.put_long(21); }), NO_EXCEPTION);
+    uint32_t v = 0;
+    next.stream.get_long(&v);
+    EXPECT_EQ(v, 21u);
+}
+
+TEST_F(Echo, KnownUserExceptionIsDecodedIntoTheEnvironment) {
+    // exception Oops { string reason; long code; }
+    peer::Writer w(true, 0);
+    w.octet(1).string("IDL:EchoTest/Oops:1.0").string("Oops").ulong(2);
+    w.string("reason").ulong(tk_string).ulong(0).string("code").ulong(tk_long);
+    TypeCode oops(tk_except, static_cast<uint32_t>(w.bytes().size()), w.bytes().data(), 0);
+    TypeCode *table[] = {&oops};
+    GIOP::Invocation c(ref_->data, "raiseUser", 1);
+    c.start(nullptr, env_, 0, nullptr);
+    put_string(c.stream, "why");
+    c.stream.put_long(5);
+    ASSERT_EQ(c.invoke({1, table}, env_, 0), USER_EXCEPTION) << id_of(env_);
+    struct Oops {
+        char *id;
+        char *reason;
+        int32_t code;
+    };
+    auto *record = static_cast<Oops *>(env_.exception());
+    EXPECT_STREQ(record->id, "IDL:EchoTest/Oops:1.0");
+    EXPECT_STREQ(record->reason, "why");
+    EXPECT_EQ(record->code, 5);
+    std::free(record->reason);
+    record->reason = nullptr;
+}
+
+class IdleEcho : public Echo {
+protected:
+    IdleEcho() : Echo({"-ORBinConScanPeriod", "1", "-ORBscanGranularity", "1"}) {}
+};
+
+TEST_F(IdleEcho, CloseConnectionOfAnIdleServerRepeatsTheCall) {
+    {
+        GIOP::Invocation a(ref_->data, "echoLong", 1);
+        ASSERT_EQ(run(a, [](CDR &s) { s.put_long(1); }), NO_EXCEPTION);
+    }
+    sleep(3);  // the server closes connections idle for a second
+    GIOP::Invocation b(ref_->data, "echoLong", 1);
+    b.start(nullptr, env_, 0, nullptr);
+    b.stream.put_long(2);
+    // The server's CloseConnection is read instead of a Reply.
+    EXPECT_EQ(b.invoke(kNoExceptions, env_, 1), LOCATION_FORWARD);
+    EXPECT_EQ(b.fd, -1);
+    ASSERT_EQ(run(b, [](CDR &s) { s.put_long(2); }), NO_EXCEPTION) << id_of(env_);
+}
+
+}  // namespace

@@ -1,0 +1,296 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "gateway/report.h"
+#include "giop/message.h"
+#include "giop/orb.h"
+#include "tests/unit/gateway/road.h"
+
+namespace {
+
+using road::answer;
+using road::args_of;
+using road::Parms;
+
+std::string le_double(double d) {
+    std::string s(8, '\0');
+    std::memcpy(&s[0], &d, 8);
+    return s;
+}
+uint32_t float_bits(float f) {
+    uint32_t u;
+    std::memcpy(&u, &f, 4);
+    return u;
+}
+
+// Compares argument bytes, passing over the alignment gaps of the expected
+// ones (mask holds 0 there), whose content CDR leaves open.
+void expect_args(const std::string &actual, const std::string &expected, const std::string &mask) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < actual.size(); ++i)
+        if (mask[i] != 0) {
+            EXPECT_EQ(actual[i], expected[i]) << "byte " << i;
+        }
+}
+
+struct Invoke : road::Road {
+    peer::ScriptedPeer peer;
+};
+
+TEST_F(Invoke, EveryTypeGoesOutAndComesBackAsText) {
+    Parms p;
+    p.add(PARM_IN, 3, "a", "5");
+    p.add(PARM_OUT, 3, "r", "old");
+    const char *names[] = {"s", "l", "us", "ul", "f", "d", "b", "c", "o", "e", "str"};
+    int32_t types[] = {2, 3, 4, 5, 6, 7, 8, 9, 10, 17, 18};
+    const char *in[] = {"-2", "-70000", "65537", "4294967295", "1.5",   "2.25",
+                        "1",  "x",      "`ff`",  "3",          "hi`0a`"};
+    for (int i = 0; i < 11; ++i) p.add(PARM_INOUT, types[i], names[i], in[i]);
+    peer.accept().read_message().send_for(answer([](peer::Writer &w) {
+        w.ulong(42).ushort(0x8000).ulong(0xffffffff).ushort(65535).ulong(0xffffffff);
+        w.ulong(float_bits(0.25f)).align(8).raw(le_double(-1.5));
+        w.octet(2).octet('Z').octet(0x41).ulong(2).string("ab\x01");
+    }));
+    peer.start();
+    iiop_req &req = request(bind(peer.port()), IIOP_TWOWAY, "all", p);
+    ASSERT_EQ(invoke(req), IIOP_OK) << text;
+    ASSERT_TRUE(peer.wait());
+
+    peer::Request sent = peer::parse_request(peer.messages()[0]);
+    EXPECT_EQ(sent.operation, "all");
+    EXPECT_EQ(sent.response_expected, 1);
+    auto args = [&](bool mask) {
+        auto v = [mask](uint32_t x) { return mask ? 0xffffffffu : x; };
+        peer::Writer w(true, sent.args_offset);
+        w.ulong(v(5)).ushort(v(0xfffe)).ulong(v(static_cast<uint32_t>(-70000))).ushort(v(1));
+        w.ulong(v(0xffffffff)).ulong(v(float_bits(1.5f))).align(8);
+        w.raw(mask ? std::string(8, '\xff') : le_double(2.25));
+        w.octet(v(1)).octet(v('x')).octet(v(0xff)).ulong(v(3)).string(mask ? "\xff\xff\xff"
+                                                                           : "hi\n");
+        return w.bytes();
+    };
+    expect_args(args_of(peer.messages()[0]), args(false), args(true));
+
+    const char *out[] = {"-32768", "-1", "65535", "4294967295", "0.250000", "-1.500000",
+                         "0",      "Z",  "A",     "2",          "ab`01`"};
+    for (int i = 0; i < 11; ++i) EXPECT_STREQ(p.value(names[i]), out[i]) << names[i];
+    EXPECT_STREQ(p.value("r"), "42");
+    EXPECT_STREQ(p.value("a"), "5");
+    for (ScriptParm *q = p.head; q != nullptr; q = q->next) EXPECT_EQ(q->ptr, nullptr);
+}
+
+TEST_F(Invoke, EmptyAndOutOnlyListsSendNoBodyAndUnknownTypesSendNothing) {
+    Parms empty, out_only, bad;
+    out_only.add(PARM_OUT, 3, "r", nullptr);
+    bad.add(PARM_IN, 3, "a", "1");
+    bad.add(PARM_OUT, 23, "big", nullptr);
+    peer.accept().read_message().send_for(answer(nullptr));
+    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(9); }));
+    peer.start();
+    void *obj = bind(peer.port());
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "none", empty)), IIOP_OK) << text;
+    // The unknown type is found before anything goes out.
+    hostkit::clear_printed();
+    uint32_t id = next_request_id;
+    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "bad", bad)), 1);
+    EXPECT_EQ(record.exception_index, 8);
+    EXPECT_EQ(text, "IDL:omg.org/CORBA/MARSHAL:1.0");
+    EXPECT_TRUE(hostkit::printed_contains("vu_do_call:  dataptr NULL -- unsupported data type"));
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "out", out_only)), IIOP_OK) << text;
+    ASSERT_TRUE(peer.wait());
+    ASSERT_EQ(peer.messages().size(), 2u);
+    EXPECT_EQ(args_of(peer.messages()[0]), "");
+    EXPECT_EQ(args_of(peer.messages()[1]), "");
+    EXPECT_EQ(peer::parse_request(peer.messages()[1]).request_id, id + 1);
+    EXPECT_STREQ(out_only.value("r"), "9");
+}
+
+TEST_F(Invoke, OpaqueParametersGoOutAsTheirBytesAndTakeTheRestOfTheReply) {
+    Parms opaque, plain;
+    opaque.add(PARM_IN, 3, "a", "7");
+    opaque.add(PARM_INOUT, 18, "*", "ab`00`");
+    opaque.add(PARM_IN, 9, "*", nullptr);
+    opaque.add(PARM_IN, 3, "*", "");
+    opaque.add(PARM_IN, 2, "x*y", "5");
+    opaque.add(PARM_INOUT, 3, "z", "9");
+    // Of flags 2, "*" is just a name.
+    plain.add(PARM_OUT, 3, "*", nullptr);
+    peer.accept().read_message().send_for(answer([](peer::Writer &w) { w.raw("\x01\x02xy"); }));
+    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(4); }));
+    peer.start();
+    void *obj = bind(peer.port());
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", opaque)), IIOP_OK) << text;
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", plain)), IIOP_OK) << text;
+    ASSERT_TRUE(peer.wait());
+    peer::Request sent = peer::parse_request(peer.messages()[0]);
+    peer::Writer w(true, sent.args_offset), mask(true, sent.args_offset);
+    w.ulong(7).raw(std::string("ab\0", 3)).ushort(5).ulong(9);
+    mask.ulong(~0u).raw("\xff\xff\xff").ushort(0xffff).ulong(~0u);
+    expect_args(args_of(peer.messages()[0]), w.bytes(), mask.bytes());
+    EXPECT_STREQ(opaque.value("*"), "`0102`xy");
+    EXPECT_STREQ(opaque.value("z"), "9");
+    EXPECT_STREQ(plain.value("*"), "4");
+}
+
+TEST_F(Invoke, LocationForwardMarshalsEveryRecordAgainFromItsText) {
+    peer::ScriptedPeer second;
+    second.accept().read_message().send_for(answer([](peer::Writer &w) { w.ulong(11); }));
+    second.start();
+    uint16_t there = second.port();
+    peer.accept().read_message().send_for(
+        answer([there](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", there, "there"); }, 3));
+    peer.start();
+    Parms p;
+    p.add(PARM_INOUT, 3, "v", "21");
+    hostkit::clear_printed();
+    ASSERT_EQ(invoke(request(bind(peer.port()), IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
+    ASSERT_TRUE(peer.wait());
+    ASSERT_TRUE(second.wait());
+    EXPECT_EQ(args_of(peer.messages()[0]), args_of(second.messages()[0]));
+    EXPECT_EQ(peer::parse_request(second.messages()[0]).key, "there");
+    EXPECT_STREQ(p.value("v"), "11");
+    int converted = 0;
+    for (const std::string &line : hostkit::printed())
+        converted += line == "putdata:  p->name='v', p->strval='21'\n";
+    EXPECT_EQ(converted, 2);
+}
+
+TEST_F(Invoke, ObjectReferencesTravelAsTextsAndStayInPtrAfterAReply) {
+    peer.accept().read_message().send_for(
+        answer([](peer::Writer &w) { road::put_ior(w, "IDL:R:1.0", 4321, "rk"); }));
+    peer.start();
+    void *obj = bind(peer.port());
+    Parms bad, good;
+    bad.add(PARM_IN, 14, "o", "IOR:garbage");
+    good.add(PARM_IN, 14, "i", road::iiop_text(1234, "ik").c_str());
+    good.add(PARM_OUT, 14, "o", nullptr);
+    hostkit::clear_printed();
+    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", bad)), 1);
+    EXPECT_TRUE(hostkit::printed_contains("do_call, put request parameter"));
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", good)), IIOP_OK) << text;
+    ASSERT_TRUE(peer.wait());
+    ASSERT_EQ(peer.messages().size(), 1u);
+    EXPECT_NE(args_of(peer.messages()[0]).find("ik"), std::string::npos);
+    ScriptParm *o = hostkit::find(good.head, "o");
+    ASSERT_NE(o->ptr, nullptr);
+    auto *got = static_cast<objref *>(o->ptr);
+    EXPECT_EQ(got->data->profile.port, 4321);
+    EXPECT_EQ(std::strncmp(o->strval, "IOR:", 4), 0) << o->strval;
+    Environment scratch;
+    objref *back = string_to_object(o->strval, scratch);
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->data->profile.port, 4321);
+    release_objref(back, scratch);
+    release_objref(got, scratch);
+    o->ptr = nullptr;
+}
+
+TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
+    Parms one, two;
+    one.add(PARM_IN, 3, "a", "1");
+    one.add(PARM_OUT, 3, "r", "old");
+    two.add(PARM_OUT, 3, "r", "old");
+    peer.accept().read_message().read_message().send_for(
+        answer([](peer::Writer &w) { w.ulong(3); }));
+    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(4); }));
+    peer.start();
+    void *obj = bind(peer.port());
+    ASSERT_EQ(invoke(request(obj, IIOP_ONEWAY, "op", one)), IIOP_OK) << text;
+    EXPECT_STREQ(one.value("r"), "old");
+    EXPECT_EQ(requests.back().roundtrip, 0);
+    EXPECT_EQ(connect_host, "127.0.0.1");
+    EXPECT_EQ(record.u.invoke.connect_port, peer.port());
+    EXPECT_NE(record.u.invoke.connect_time, 0);
+    EXPECT_TRUE(on_connection_list(static_cast<objref *>(obj)));
+
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", two)), IIOP_OK) << text;
+    EXPECT_STREQ(two.value("r"), "3");
+    EXPECT_EQ(record.u.invoke.connect_host, nullptr);
+    EXPECT_EQ(record.u.invoke.connect_port, 0);
+    // Another object at the same address shares the connection.
+    void *other = bind(peer.port(), "other");
+    ASSERT_EQ(invoke(request(other, 7, "op", two)), IIOP_OK) << text;
+    EXPECT_STREQ(two.value("r"), "4");
+    EXPECT_EQ(record.u.invoke.connect_time, 0);
+    ASSERT_TRUE(peer.wait());
+    EXPECT_EQ(peer::parse_request(peer.messages()[0]).response_expected, 0);
+    EXPECT_EQ(peer.connections(), 1);
+}
+
+TEST_F(Invoke, ExceptionsOfTheReplyReachTheHostAndLeaveTheValues) {
+    peer.accept().read_message().send_for(
+        answer([](peer::Writer &w) { w.string("IDL:T/Oops:1.0").string("why").ulong(3); }, 1));
+    peer.read_message().send_for([](const peer::Request &r) {
+        return peer::system_exception_reply(r.request_id, "IDL:omg.org/CORBA/NO_PERMISSION:1.0", 5,
+                                            1);
+    });
+    peer.start();
+    void *obj = bind(peer.port());
+    Parms p;
+    p.add(PARM_OUT, 3, "r", "old");
+    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), 2);
+    EXPECT_EQ(record.status, 2);
+    EXPECT_EQ(record.exception_index, 23);
+    EXPECT_EQ(text, "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0");
+    EXPECT_FALSE(on_connection_list(static_cast<objref *>(obj)));
+    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), 1);
+    EXPECT_EQ(record.status, 1);
+    EXPECT_EQ(record.exception_index, 6);
+    EXPECT_EQ(text, "IDL:omg.org/CORBA/NO_PERMISSION:1.0");
+    EXPECT_EQ(env.system_exception()->minor, 5u);
+    EXPECT_STREQ(p.value("r"), "old");
+    EXPECT_EQ(record.u.invoke.connect_host, nullptr);
+    ASSERT_TRUE(peer.wait());
+}
+
+TEST_F(Invoke, ASilentPeerEndsTheRequestInCommFailure) {
+    peer.accept().read_message().wait_forever();
+    peer.start();
+    Parms p;
+    p.add(PARM_OUT, 3, "r", "old");
+    iiop_req &req = request(bind(peer.port()), IIOP_TWOWAY, "op", p);
+    // Below one second the wait is a whole second.
+    EXPECT_EQ(invoke(req, 1), 1);
+    EXPECT_EQ(timeout_ms, 1);
+    EXPECT_EQ(record.exception_index, 4);
+    EXPECT_EQ(text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+    EXPECT_STREQ(p.value("r"), "old");
+}
+
+TEST_F(Invoke, BrokenRepliesStopTheReadingWithoutHarm) {
+    Parms cut, huge, big;
+    cut.add(PARM_OUT, 3, "a", "old");
+    cut.add(PARM_OUT, 7, "d", "old");
+    cut.add(PARM_OUT, 3, "after", "old");
+    huge.sequence(PARM_OUT, "s", 2);
+    std::string mb(1 << 20, 'm');
+    big.add(PARM_INOUT, 18, "text", mb.c_str());
+    peer.accept().read_message().send_for(answer([](peer::Writer &w) { w.ulong(1).ulong(2); }));
+    // A length of ten million with nothing behind it.
+    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(10000000); }));
+    peer.read_message().send_for([](const peer::Request &r) {
+        return peer::reply(r.request_id, 0,
+                           [&](peer::Writer &w) { w.string(std::string(1 << 20, 'n')); });
+    });
+    peer.start();
+    void *obj = bind(peer.port());
+    hostkit::clear_printed();
+    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", cut)), 1);
+    EXPECT_EQ(text, "IDL:omg.org/CORBA/MARSHAL:1.0");
+    EXPECT_TRUE(hostkit::printed_contains("do_call, get reply parameter"));
+    EXPECT_STREQ(cut.value("a"), "1");
+    EXPECT_STREQ(cut.value("d"), "old");
+    EXPECT_STREQ(cut.value("after"), "old");
+    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", huge)), 1);
+    EXPECT_STREQ(huge.value("s^length"), "10000000");
+    EXPECT_STREQ(huge.value("s[0]"), "old");
+    set_debug_level(0);
+    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", big)), IIOP_OK) << text;
+    ASSERT_TRUE(peer.wait());
+    EXPECT_EQ(args_of(peer.messages()[2]).size(), 4 + mb.size() + 1);
+    EXPECT_EQ(std::string(big.value("text")), std::string(1 << 20, 'n'));
+}
+
+}  // namespace

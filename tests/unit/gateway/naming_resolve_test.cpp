@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/unit/gateway/road.h"
+
+namespace {
+
+// iiop_bind's naming alternative sends a resolve request through the door;
+// a scripted peer plays the naming service.
+struct NamingResolve : road::Road {
+    objref *bind_by(const std::string &modus, const std::string &ior) {
+        iiop_record r = hostkit::make_record(IIOP_BIND);
+        r.u.bind.repository_id = const_cast<char *>("IDL:T:1.0");
+        r.u.bind.instance_id = const_cast<char *>("teller");
+        r.u.bind.modus = const_cast<char *>(modus.c_str());
+        r.u.bind.ior = const_cast<char *>(ior.c_str());
+        r.timeout_ms = 0;
+        if (host.call(r) != IIOP_OK) return nullptr;
+        bound_modus = r.u.bind.bound_modus;
+        std::free(r.u.bind.bound_modus);
+        bound.push_back(r.u.bind.objref);
+        return static_cast<objref *>(r.u.bind.objref);
+    }
+    std::string naming(const peer::ScriptedPeer &p) {
+        return "NameService(" + road::iiop_text(p.port(), "NameService") + ")";
+    }
+    std::string bound_modus;
+};
+
+TEST_F(NamingResolve, TheNamingServicesAnswerBecomesTheBoundReference) {
+    peer::ScriptedPeer ns;
+    ns.accept().read_message().send_for(
+        road::answer([](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", 4321, "found"); }));
+    ns.start();
+    objref *obj = bind_by(naming(ns), "");
+    ASSERT_NE(obj, nullptr);
+    EXPECT_EQ(obj->data->profile.port, 4321);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(obj->data->profile.object_key.buffer),
+                          obj->data->profile.object_key.length),
+              "found");
+    EXPECT_EQ(bound_modus, naming(ns));
+    ASSERT_TRUE(ns.wait());
+    peer::Request sent = peer::parse_request(ns.messages()[0]);
+    EXPECT_EQ(sent.operation, "resolve");
+    EXPECT_EQ(sent.key, "NameService");
+    peer::Writer name(true, sent.args_offset);
+    name.ulong(1).string("teller").string("");
+    EXPECT_EQ(road::args_of(ns.messages()[0]), name.bytes());
+}
+
+TEST_F(NamingResolve, ANamingServiceThatFailsGivesWayToTheNextAlternative) {
+    peer::ScriptedPeer refusing, closing;
+    // NotFound is a user exception, unknown to scripts.
+    refusing.accept().read_message().send_for(road::answer(
+        [](peer::Writer &w) {
+            w.string("IDL:omg.org/CosNaming/NamingContext/NotFound:1.0").ulong(0);
+        },
+        1));
+    closing.accept().read_message().close();
+    refusing.start();
+    closing.start();
+    std::string fallback = road::iiop_text(1, "fallback");
+    objref *obj = bind_by(naming(refusing) + " | " + naming(closing) + " | IOR", fallback);
+    ASSERT_NE(obj, nullptr);
+    EXPECT_EQ(bound_modus, "IOR");
+    EXPECT_EQ(obj->data->profile.port, 1);
+    EXPECT_TRUE(hostkit::printed_contains("IDL:omg.org/CORBA/OBJ_ADAPTER:1.0"));
+    EXPECT_TRUE(hostkit::printed_contains("IDL:omg.org/CORBA/COMM_FAILURE:1.0"));
+    ASSERT_TRUE(refusing.wait());
+    ASSERT_TRUE(closing.wait());
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+#include "giop/endpoint.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "data/environment.h"
+#include "host/harnix/harnix.h"
+#include "platform/socket.h"
+#include "tests/peer/peer.h"
+#include "tests/unit/giop/giop_fixture.h"
+
+namespace {
+
+using giop_test::id_of;
+
+TEST(Endpoint, IdleConnectionsAreReusedBusyAndDeadOnesPassedOver) {
+    peer::ScriptedPeer p;
+    p.accept().accept().accept().accept().wait_forever();
+    p.start();
+    Environment env;
+    client_endpoint *a = lookup("127.0.0.1", p.port(), env);
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(a->refcount, 1u);
+    client_endpoint *b = lookup("127.0.0.1", p.port(), env);  // a is busy
+    ASSERT_NE(b, nullptr);
+    EXPECT_NE(a, b);
+    release_endpoint(a);
+    EXPECT_EQ(lookup("127.0.0.1", p.port(), env), a);  // idle again: reused
+    release_endpoint(a);
+    release_endpoint(b);
+    close_endpoint(b);
+    close_endpoint(a);
+    client_endpoint *c = lookup("127.0.0.1", p.port(), env);  // both dead
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(client_list, c);
+    release_endpoint(c);
+    client_endpoint *d = lookup("localhost", p.port(), env);  // another name
+    ASSERT_NE(d, nullptr);
+    EXPECT_NE(c, d);
+    EXPECT_STREQ(last_connect_host, "localhost");
+    EXPECT_EQ(last_connect_port, p.port());
+}
+
+TEST(Endpoint, RunStateIsSetAroundEveryConnectOnly) {
+    peer::ScriptedPeer p;
+    p.accept().wait_forever();
+    p.start();
+    Environment env;
+    HarnixTestReset();
+    HarnixRunStateSet(5);
+    client_endpoint *e = lookup("127.0.0.1", p.port(), env);
+    ASSERT_NE(e, nullptr);
+    release_endpoint(e);
+    EXPECT_EQ(lookup("127.0.0.1", p.port(), env), e);
+    uint16_t closed = p.port();
+    {
+        peer::ScriptedPeer gone;
+        closed = gone.port();
+    }
+    EXPECT_EQ(lookup("127.0.0.1", closed, env), nullptr);
+    int32_t states[8];
+    ASSERT_EQ(HarnixTestRunStates(states, 8), 5);
+    EXPECT_EQ(states[1], 0x11);
+    EXPECT_EQ(states[2], 5);
+    EXPECT_EQ(states[3], 0x11);
+    EXPECT_EQ(states[4], 5);
+}
+
+TEST(Endpoint, ConnectAndNameFailuresRaiseTheirExceptions) {
+    uint16_t closed;
+    {
+        peer::ScriptedPeer gone;
+        closed = gone.port();
+    }
+    Environment env;
+    client_endpoint *before = client_list;
+    EXPECT_EQ(lookup("127.0.0.1", closed, env), nullptr);
+    EXPECT_EQ(id_of(env), exid::COMM_FAILURE);
+    EXPECT_EQ(std::string(error_text),
+              "connect failure to '127.0.0.1:" + std::to_string(closed) + "'");
+    EXPECT_EQ(client_list, before);
+
+    platform::set_resolve_hook([](const char *, uint32_t *) { return 11001; });
+    EXPECT_EQ(lookup("9nosuch.invalid", 1, env), nullptr);
+    EXPECT_EQ(id_of(env), exid::OBJECT_NOT_EXIST);
+    EXPECT_STREQ(error_text, "gethostbyname '9nosuch.invalid' --> No such host");
+
+    static int attempts;
+    attempts = 0;
+    platform::set_resolve_hook([](const char *, uint32_t *) {
+        ++attempts;
+        return 11002;
+    });
+    EXPECT_EQ(lookup("busy.invalid", 1, env), nullptr);
+    EXPECT_EQ(attempts, 5);
+    EXPECT_EQ(id_of(env), exid::COMM_FAILURE);
+
+    platform::set_resolve_hook([](const char *, uint32_t *) { return 11003; });
+    std::string huge(2000, 'h');
+    EXPECT_EQ(lookup(huge.c_str(), 1, env), nullptr);
+    EXPECT_EQ(id_of(env), exid::COMM_FAILURE);
+    EXPECT_LT(std::string(error_text).size(), 512u);
+    platform::set_resolve_hook(nullptr);
+}
+
+}  // namespace

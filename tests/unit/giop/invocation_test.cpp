@@ -1,0 +1,223 @@
+#include "giop/invocation.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "data/environment.h"
+#include "giop/endpoint.h"
+#include "giop/waitlist.h"
+#include "tests/peer/peer.h"
+#include "tests/unit/giop/giop_fixture.h"
+
+namespace {
+
+using giop_test::id_of;
+const ExceptionTable kNoExceptions{0, nullptr};
+
+// Answers the latest Request with a Reply of the given status and body.
+std::function<std::string(const peer::Request &)> answer(
+    uint32_t status, std::function<void(peer::Writer &)> body = nullptr) {
+    return [=](const peer::Request &r) { return peer::reply(r.request_id, status, body); };
+}
+
+struct Call : giop_test::ShortTimeout {
+    peer::ScriptedPeer peer;
+    objref *ref = nullptr;
+    Environment env;
+    void begin(const std::string &key = "key") {
+        peer.start();
+        ref = giop_test::reference(peer.port(), key);
+    }
+    ~Call() {
+        Environment e;
+        release_objref(ref, e);
+    }
+    // One two-way call of echo(long) whose result is read back.
+    int call(GIOP::Invocation &inv, uint32_t arg = 42) {
+        inv.start(nullptr, env, 0, nullptr);
+        if (env.has_exception()) return -1;
+        inv.stream.put_long(arg);
+        return inv.invoke(kNoExceptions, env, 0);
+    }
+};
+
+struct Delivery {
+    uint32_t status;
+    uint32_t first_value;
+};
+std::vector<Delivery> deliveries;
+void record_delivery(objrefdata *, iiop_req *, Environment &, uint32_t status, int in_hand,
+                     CDR *stream) {
+    uint32_t v = 0;
+    stream->get_long(&v);
+    deliveries.push_back({status, in_hand != 0 ? v : 0u});
+}
+
+TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
+    Call c;
+    c.peer.accept()
+        .read_message()
+        .send(peer::reply(7, 0, [](peer::Writer &w) { w.ulong(0x77); }))
+        .send(peer::reply(6, 0, [](peer::Writer &w) { w.ulong(0x66); }))
+        .send(peer::reply(5, 0, [](peer::Writer &w) { w.ulong(0x55); }))
+        .wait_forever();
+    c.begin();
+    iiop_target target{};
+    target.objref = c.ref;
+    iiop_req deferred{};
+    deferred.request_id = 7;
+    deferred.target = &target;
+    iiop_req other{};
+    other.request_id = 9;
+    ASSERT_TRUE(wait_list_add(&deferred) && wait_list_add(&other) && wait_list_add(&deferred));
+    set_deferred_reply_reader(record_delivery);
+    next_request_id = 5;
+
+    GIOP::Invocation inv(c.ref->data, "echo", 1);
+    EXPECT_EQ(c.call(inv), NO_EXCEPTION);
+    uint32_t v = 0;
+    EXPECT_EQ(inv.stream.get_long(&v), 1);
+    EXPECT_EQ(v, 0x55u);
+    ASSERT_EQ(deliveries.size(), 1u);
+    EXPECT_EQ(deliveries[0].status, 0u);
+    EXPECT_EQ(deliveries[0].first_value, 0x77u);
+    ASSERT_NE(wait_list, nullptr);  // both entries of 7 went, 9 stays
+    EXPECT_EQ(wait_list->req, &other);
+    EXPECT_EQ(wait_list->next, nullptr);
+    wait_list_remove(&other);
+}
+
+TEST(Invocation, ExceptionRepliesSetTheEnvironment) {
+    Call c;
+    c.peer.accept()
+        .read_message()
+        .send_for([](const peer::Request &r) {
+            return peer::system_exception_reply(r.request_id, exid::COMM_FAILURE, 0x41540002, 1);
+        })
+        .read_message()
+        .send_for(answer(1, [](peer::Writer &w) { w.string("IDL:EchoTest/Oops:1.0").ulong(3); }))
+        .read_message()
+        .send_for(answer(0, [](peer::Writer &w) { w.ulong(1); }))
+        .wait_forever();
+    c.begin();
+    GIOP::Invocation inv(c.ref->data, "echo", 1);
+    EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);
+    ASSERT_NE(c.env.system_exception(), nullptr);
+    EXPECT_EQ(id_of(c.env), exid::COMM_FAILURE);
+    EXPECT_EQ(c.env.system_exception()->minor, 0x41540002u);
+    EXPECT_EQ(c.env.system_exception()->completed, 1u);
+    EXPECT_EQ(reply_kind, 1);
+
+    EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(c.env), exid::OBJ_ADAPTER);
+    EXPECT_EQ(reply_kind, 2);
+    // The connection is still good for the next call.
+    EXPECT_EQ(c.call(inv), NO_EXCEPTION);
+}
+
+TEST(Invocation, BadReplyStatusAbortsWithTheFixedMessageError) {
+    Call c;
+    c.peer.accept().read_message().send_for(answer(4)).read_to_eof();
+    c.begin();
+    {
+        GIOP::Invocation inv(c.ref->data, "echo", 1);
+        EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);
+        EXPECT_EQ(id_of(c.env), exid::COMM_FAILURE);
+        EXPECT_EQ(inv.fd, -1);
+    }
+    ASSERT_TRUE(c.peer.wait());
+    const std::string &all = c.peer.received();
+    ASSERT_GE(all.size(), 12u);
+    EXPECT_EQ(all.substr(all.size() - 12), std::string("GIOP\x01\x00\x01\x06\0\0\0\0", 12));
+    // The record is dead: a new lookup makes a new connection.
+    EXPECT_EQ(client_list->fd, -1);
+}
+
+TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
+    peer::ScriptedPeer target;
+    target.accept().read_message().send_for(answer(0)).read_message().send(
+        peer::close_connection());
+    target.start();
+    Call c;
+    std::string fwd = peer::ior_bytes("IDL:X:1.0", "127.0.0.1", target.port(), "there");
+    c.peer.accept()
+        .read_message()
+        .send_for([&](const peer::Request &r) {
+            return peer::reply(r.request_id, 3, [&](peer::Writer &w) { w.raw(fwd.substr(4)); });
+        })
+        .read_message()
+        .send_for(answer(0))
+        .wait_forever();
+    c.begin("here");
+    {
+        GIOP::Invocation inv(c.ref->data, "echo", 1);
+        EXPECT_EQ(c.call(inv), LOCATION_FORWARD);
+        ASSERT_NE(c.ref->data->forward_profile, nullptr);
+        EXPECT_EQ(c.ref->data->forward_profile->port, target.port());
+        EXPECT_EQ(c.call(inv), NO_EXCEPTION);
+    }
+    {
+        // CloseConnection from the forward target clears the forward; the
+        // repeat goes to the own address and reuses the idle connection.
+        GIOP::Invocation inv(c.ref->data, "echo", 1);
+        EXPECT_EQ(c.call(inv), LOCATION_FORWARD);
+        EXPECT_EQ(c.ref->data->forward_profile, nullptr);
+        EXPECT_EQ(c.call(inv), NO_EXCEPTION);
+    }
+    ASSERT_TRUE(target.wait());
+    EXPECT_EQ(peer::parse_request(target.messages()[0]).key, "there");
+    EXPECT_EQ(c.peer.connections(), 1);
+}
+
+TEST(Invocation, ForwardToNilReferenceFailsAndKeepsConnection) {
+    Call c;
+    c.peer.accept()
+        .read_message()
+        .send_for(answer(3, [](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }))
+        .wait_forever();
+    c.begin();
+    GIOP::Invocation inv(c.ref->data, "echo", 1);
+    EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(c.env), exid::INV_OBJREF);
+    EXPECT_EQ(c.ref->data->forward_profile, nullptr);
+    EXPECT_NE(inv.fd, -1);
+}
+
+TEST(Invocation, WaitOnlySendsNothingAndPeerMessageErrorFails) {
+    Call c;
+    c.peer.accept().send(peer::message_error()).wait_forever();
+    c.begin();
+    GIOP::Invocation inv(c.ref->data, "echo", 1);
+    inv.request_id = 3;
+    inv.start(nullptr, c.env, 1, nullptr);
+    ASSERT_FALSE(c.env.has_exception());
+    EXPECT_EQ(inv.stream.used(), 0u);
+    EXPECT_EQ(inv.invoke(kNoExceptions, c.env, 1), SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(c.env), exid::COMM_FAILURE);
+    EXPECT_EQ(c.peer.received(), "");
+}
+
+TEST(Invocation, CloseconnWithOnlyABusyConnectionMakesAndClosesANewOne) {
+    Call c;
+    c.peer.accept().accept().read_to_eof();
+    c.begin();
+    GIOP::Invocation busy(c.ref->data, "echo", 1);
+    busy.start(nullptr, c.env, 1, nullptr);
+    ASSERT_NE(busy.endpoint, nullptr);
+    {
+        GIOP::Invocation closer(c.ref->data, "echo", 1);
+        closer.closeconn(c.env);
+        ASSERT_NE(closer.endpoint, nullptr);
+        EXPECT_NE(closer.endpoint, busy.endpoint);
+        EXPECT_EQ(closer.endpoint->fd, -1);
+        EXPECT_EQ(closer.fd, -1);
+    }
+    EXPECT_NE(busy.endpoint->fd, -1);
+    ASSERT_TRUE(c.peer.wait());
+    EXPECT_EQ(c.peer.connections(), 2);
+}
+
+}  // namespace
