@@ -261,3 +261,31 @@ TEST_F(BankTest, AccountResultsSequencesStructsAndArrays) {
 
 }  // namespace
 }  // namespace bank
+
+namespace bank {
+namespace {
+
+// Values far larger than a message's first buffer, both ways.
+TEST_F(BankTest, LargeStringsAndSequencesTravelInOutAndInout) {
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    std::string big_a(5000, 'a'), big_c(4999, 'c');
+    big_a[2500] = 'M';
+    expect_echo(client_, diag, "echo_string", "string of 5000 characters",
+                {{"", big_a, big_a, big_c, big_c}});
+
+    const int n = 1000;
+    std::string len = std::to_string(n);
+    std::vector<Field> fields = {{"^length", len, len, len, len}};
+    for (int i = 0; i < n; ++i) {
+        std::string idx = "[" + std::to_string(i) + "]";
+        fields.push_back({idx, std::to_string(i * 3), std::to_string(i * 3), std::to_string(-i),
+                          std::to_string(-i)});
+    }
+    expect_echo(
+        client_, diag, "echo_longs", "sequence<long> Longs of 1000 elements", fields,
+        {{"a^length", len}, {"b^length", len}, {"c^length", len}, {"^echo_longs^length", len}});
+}
+
+}  // namespace
+}  // namespace bank
