@@ -28,6 +28,17 @@ TEST_F(BankTest, BindsByReferenceText) {
     EXPECT_EQ(bank_name(client_, again), "Harbour Bank") << "second handle";
     EXPECT_EQ(client_.release(again), 0);
     EXPECT_EQ(bank_name(client_, bank), "Harbour Bank") << "after the other handle's release";
+
+    // The operations every object has, without a description.
+    for (const auto &type : {std::make_pair(kBankId, "1"), std::make_pair(kAccountId, "0")}) {
+        Call is_a(client_, bank, kBankId, "_is_a");
+        is_a.set("logical_type_id", type.first);
+        ASSERT_EQ(is_a.invoke().result, 0) << "_is_a " << type.first;
+        EXPECT_EQ(is_a.get("^is_a"), type.second) << "boolean, result of _is_a " << type.first;
+    }
+    Call exists(client_, bank, kBankId, "_non_existent");
+    ASSERT_EQ(exists.invoke().result, 0);
+    EXPECT_EQ(exists.get("^non_existent"), "0") << "boolean, result of _non_existent";
     EXPECT_EQ(client_.release(bank), 0);
 }
 
