@@ -30,6 +30,10 @@ Client::Client() : host_(testsupport::linked_host()) {
     if (symlink(ORBELLE_DEMO_DIR "/idl", "idl") != 0) ADD_FAILURE() << "cannot link idl/";
 }
 
+Client::~Client() {
+    while (!handles_.empty()) release(handles_.back());
+}
+
 void *Client::bind(const std::string &repoid, const std::string &instance, const std::string &modus,
                    const char *ior, std::string *bound_modus, Outcome *outcome) {
     iiop_record r = hostkit::make_record(IIOP_BIND);
@@ -48,10 +52,17 @@ void *Client::bind(const std::string &repoid, const std::string &instance, const
         count_requests(1);
     std::free(r.u.bind.bound_modus);
     std::free(r.status_text);
-    return result == 0 ? r.u.bind.objref : nullptr;
+    if (result != 0) return nullptr;
+    handles_.push_back(r.u.bind.objref);
+    return r.u.bind.objref;
 }
 
 int32_t Client::release(void *objref) {
+    for (auto it = handles_.begin(); it != handles_.end(); ++it)
+        if (*it == objref) {
+            handles_.erase(it);
+            break;
+        }
     iiop_record r = hostkit::make_record(IIOP_RELEASE);
     r.u.release.objref = objref;
     int32_t result = host_.call(r);
@@ -67,7 +78,13 @@ Call::Call(Client &client, void *objref, const std::string &repoid, const std::s
     target_.objref = objref;
 }
 
-Call::~Call() { hostkit::free_list(req_.parms); }
+// A reference read from a reply stays in its record as a handle of its own,
+// which the host gives up like a bound one.
+Call::~Call() {
+    for (ScriptParm *p = req_.parms; p != nullptr; p = p->next)
+        if (p->type == 14 && p->ptr != nullptr) client_.adopt(p->ptr);
+    hostkit::free_list(req_.parms);
+}
 
 bool Call::has(const std::string &name) const {
     return hostkit::find(req_.parms, name.c_str()) != nullptr;

@@ -36,6 +36,10 @@ public:
     // Works in the current directory, where it links idl/ to the demo's
     // descriptions.
     Client();
+    // Releases the handles still bound.
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
 
     hostkit::Host &host() { return host_; }
 
@@ -48,6 +52,9 @@ public:
         return bind(repoid, "", "IOR", ior.c_str());
     }
     int32_t release(void *objref);
+    // Takes over a handle that a reply made (a reference result), so that
+    // it is released with the others.
+    void adopt(void *objref) { handles_.push_back(objref); }
 
     // GIOP request ids run from 0 in each process, one per Request sent. A
     // deferred call must be given its number, so the client counts them;
@@ -59,6 +66,7 @@ public:
 private:
     hostkit::Host host_;
     int32_t next_request_id_ = 0;
+    std::vector<void *> handles_;
 };
 
 // One operation of one bound object: its parameter list and request block.
