@@ -1,6 +1,7 @@
 // The host's one door: operation dispatch, the callback slots and the
 // operations that the library answers itself.
 #include <cstdint>
+#include <new>
 
 #include "gateway/catalogue.h"
 #include "gateway/handlers.h"
@@ -71,7 +72,17 @@ extern "C" int32_t _iiop_entry(iiop_record *record) {
         ++debug_pause_done;
         platform::sleep_ms(debug_pause_ms);
     }
-    return dispatch_table[op].run(record);
+    try {
+        return dispatch_table[op].run(record);
+    } catch (const std::bad_alloc &) {
+        // Nothing may unwind into the host: a failed allocation fails the
+        // operation as the gateway's own failure.
+        TRACE("_iiop_entry:  out of memory in %s", dispatch_table[op].name);
+        record->status_text = nullptr;
+        record->exception_index = index_not_supported;
+        record->status = IIOP_STATUS_GATEWAY_FAILURE;
+        return IIOP_STATUS_GATEWAY_FAILURE;
+    }
 }
 
 // Exports that nothing in the system calls; hosts of old looked for them.

@@ -51,7 +51,7 @@ objref *new_objref(objrefdata *data);
 
 // Drops one count; at zero releases the record and the handle. Null is
 // accepted and ignored.
-ORBELLE_EXPORT void release_objref(objref *obj, Environment &env);
+void release_objref(objref *obj, Environment &env);
 
 // Writes the reference at *value (an objref pointer, null for nil) as an IOR
 // with its own profile. 1 on success, 0 with env set.

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "repository/pirapi.h"
@@ -179,6 +180,10 @@ ScriptParm *PirOpDetails::GetOpDetails(const char *oprNam, const char *repId) {
         }
     } catch (PirException e) {
         TRACE("PirException '%s'", nz(e.msg));
+    } catch (const std::bad_alloc &) {
+        // A script can ask for more elements than memory holds; the list
+        // ends where memory ran out, as it would at a bad description.
+        TRACE("PirException '%s'", "out of memory");
     }
     if (ifc != nullptr) PirFreeInterface(ifc);
     opDetailsOperation = nullptr;

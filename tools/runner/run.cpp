@@ -30,15 +30,6 @@ struct Call {
     ~Call() { hostkit::free_list(req.parms); }
 };
 
-// The library numbers GIOP requests per process, so the count that gives a
-// deferred call its request_id runs on across the scripts of one run.
-int32_t next_request_id = 0;
-
-// Deferred calls whose replies never came stay on the library's wait list,
-// which may still write a late reply into them: their blocks live as long as
-// the process.
-std::list<std::unique_ptr<Call>> unanswered_calls;
-
 struct Timings {
     std::vector<double> ms;
     int failures = 0;
@@ -48,10 +39,6 @@ class Runner {
 public:
     Runner(hostkit::Host &host, const Script &script, const Options &options, FILE *out)
         : host_(host), script_(script), options_(options), out_(out) {}
-    ~Runner() {
-        for (auto &pending : deferred_)
-            for (auto &call : pending.second) unanswered_calls.push_back(std::move(call));
-    }
 
     int run();
 
@@ -74,12 +61,29 @@ private:
     const Options &options_;
     FILE *out_;
     std::map<std::string, BoundObject> objects_;
-    std::unique_ptr<Call> current_;
-    std::map<std::string, std::list<std::unique_ptr<Call>>> deferred_;
+    std::shared_ptr<Call> current_;
+    // Deferred calls whose replies have not been fetched, per operation,
+    // oldest first. The library keeps pointers to their request blocks.
+    std::map<std::string, std::list<std::shared_ptr<Call>>> deferred_;
     std::map<std::string, Timings> timings_;
     std::vector<std::string> timing_order_;
     int failures_ = 0;
 };
+
+// The library numbers GIOP requests from 0 in each process, one for every
+// Request written; the runner counts along to give deferred requests their
+// ids. The count spans every script of the run.
+int32_t &next_request_id() {
+    static int32_t next = 0;
+    return next;
+}
+
+// Request blocks of deferred calls whose replies never came stay on the
+// library's wait list for the life of the process; they are kept here.
+std::vector<std::shared_ptr<Call>> &kept_for_library() {
+    static std::vector<std::shared_ptr<Call>> kept;
+    return kept;
+}
 
 double elapsed_ms(std::chrono::steady_clock::time_point since) {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - since)
@@ -144,12 +148,6 @@ void Runner::report(const Command &cmd, const std::string &what, int32_t result,
 
 bool Runner::step(const Command &cmd) {
     using clock = std::chrono::steady_clock;
-    bool needs_list = cmd.verb == Verb::Set || cmd.verb == Verb::Invoke ||
-                      cmd.verb == Verb::Check || cmd.verb == Verb::Print;
-    if (needs_list && !current_)
-        return script_error(cmd,
-                            "no parameter list in hand: the last call was deferred and its reply "
-                            "has not been fetched; use params, poll or wait first");
     switch (cmd.verb) {
         case Verb::Bind: {
             BoundObject &obj = objects_[cmd.args[0]];
@@ -185,7 +183,7 @@ bool Runner::step(const Command &cmd) {
                     // A naming service's resolve is one more GIOP request.
                     if (std::strncmp(r.u.bind.bound_modus, "NameService", 11) == 0 ||
                         std::strncmp(r.u.bind.bound_modus, "VisibrokerNameService", 21) == 0)
-                        ++next_request_id;
+                        ++next_request_id();
                 }
             }
             report(cmd, "bind " + cmd.args[0], result, r, ms, extra);
@@ -229,7 +227,7 @@ bool Runner::step(const Command &cmd) {
             call.req.flags = cmd.kind == CallKind::OneWay     ? IIOP_ONEWAY
                              : cmd.kind == CallKind::Deferred ? IIOP_DEFERRED
                                                               : IIOP_TWOWAY;
-            call.req.request_id = next_request_id++;
+            call.req.request_id = next_request_id()++;
             iiop_record r = hostkit::make_record(IIOP_INVOKE);
             r.u.invoke.req = &call.req;
             r.timeout_ms = cmd.has_timeout ? static_cast<int32_t>(cmd.timeout_ms) : 0;
@@ -240,6 +238,22 @@ bool Runner::step(const Command &cmd) {
             if (result == 0 && r.u.invoke.connect_host)
                 extra = "connected to " + std::string(r.u.invoke.connect_host) + ":" +
                         std::to_string(r.u.invoke.connect_port);
+            if (cmd.kind == CallKind::Deferred && cmd.expect_status == 0) {
+                // A deferred call waits for its reply like a two-way one. When
+                // the wait runs out (COMM_FAILURE, index 4) the request stays
+                // pending, which is what a deferred call is for; when the reply
+                // comes in time its values are not read, and poll and wait will
+                // find nothing more.
+                if (result != 0 && r.status == IIOP_STATUS_SYSTEM_EXCEPTION &&
+                    r.exception_index == 4) {
+                    result = 0;
+                    extra = "sent; the reply is still to come";
+                } else if (result == 0) {
+                    extra =
+                        "the reply came during the call and its values were not read; "
+                        "give the call a shorter time-out";
+                }
+            }
             report(cmd, "invoke " + call.operation + " " + kind_name(cmd.kind), result, r, ms,
                    extra);
             std::free(r.u.invoke.connect_host);
@@ -247,7 +261,7 @@ bool Runner::step(const Command &cmd) {
             if (cmd.kind == CallKind::Deferred) {
                 // The request block must outlive its stay on the library's
                 // wait list; the script works on a copy of the list from now.
-                deferred_[call.operation].push_back(std::move(current_));
+                deferred_[call.operation].push_back(current_);
             }
             return true;
         }
@@ -256,7 +270,9 @@ bool Runner::step(const Command &cmd) {
             auto &pending = deferred_[cmd.args[0]];
             if (pending.empty())
                 return script_error(cmd, "no deferred call of " + cmd.args[0] + " is waiting");
-            Call &call = *pending.front();
+            // poll and wait refer to the latest deferred call of the
+            // operation; older ones stay pending.
+            Call &call = *pending.back();
             iiop_record r = hostkit::make_record(IIOP_GET_RESPONSE);
             r.u.invoke.req = &call.req;
             r.timeout_ms = cmd.verb == Verb::Poll
@@ -271,11 +287,12 @@ bool Runner::step(const Command &cmd) {
             report(cmd, verb + call.operation, result, r, ms, extra);
             std::free(r.u.invoke.connect_host);
             std::free(r.status_text);
+            // The call's list becomes current either way, so that check and
+            // print see what the reply left (or that it left nothing). It
+            // leaves the pending list only once the library is done with it.
+            current_ = pending.back();
             bool done = cmd.verb == Verb::Wait ? result == 0 : result == 1;
-            if (done) {
-                current_ = std::move(pending.front());
-                pending.pop_front();
-            }
+            if (done) pending.pop_back();
             return true;
         }
         case Verb::Check: {
@@ -339,8 +356,9 @@ bool Runner::step(const Command &cmd) {
 }
 
 void Runner::release_all() {
-    // Deferred calls whose replies never came stay on the library's wait
-    // list; their blocks must outlive it, so they are kept to the end.
+    for (auto &entry : deferred_)
+        for (auto &call : entry.second) kept_for_library().push_back(call);
+    deferred_.clear();
     for (auto &entry : objects_) {
         if (!entry.second.bound) continue;
         iiop_record r = hostkit::make_record(IIOP_RELEASE);

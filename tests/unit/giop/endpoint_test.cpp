@@ -15,6 +15,7 @@ namespace {
 using giop_test::id_of;
 
 TEST(Endpoint, IdleConnectionsAreReusedBusyAndDeadOnesPassedOver) {
+    giop_test::install_keeping_host();
     peer::ScriptedPeer p;
     p.accept().accept().accept().accept().wait_forever();
     p.start();
@@ -43,6 +44,7 @@ TEST(Endpoint, IdleConnectionsAreReusedBusyAndDeadOnesPassedOver) {
 }
 
 TEST(Endpoint, RunStateIsSetAroundEveryConnectOnly) {
+    giop_test::install_keeping_host();
     peer::ScriptedPeer p;
     p.accept().wait_forever();
     p.start();

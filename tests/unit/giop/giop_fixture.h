@@ -3,12 +3,15 @@
 #ifndef ORBELLE_TESTS_UNIT_GIOP_FIXTURE_H
 #define ORBELLE_TESTS_UNIT_GIOP_FIXTURE_H
 
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "data/environment.h"
 #include "giop/message.h"
 #include "giop/objref.h"
 #include "giop/orb.h"
+#include "trace/host_slots.h"
 
 namespace giop_test {
 
@@ -21,9 +24,24 @@ inline objref *reference(uint16_t port, const std::string &key = "key") {
 
 inline std::string id_of(const Environment &env) { return env.id() ? env.id() : ""; }
 
+// Blocks the library hands to the host (such as the host text of each new
+// connection) belong to the host; the tests play a host that keeps them.
+inline void *host_keeps(size_t size) {
+    static auto *kept = new std::vector<void *>;  // lives to the very end
+    void *block = std::malloc(size);
+    kept->push_back(block);
+    return block;
+}
+inline void install_keeping_host() {
+    set_host_slots({host_keeps, std::realloc, std::free, vuprint_slot()});
+}
+
 // Every wire test waits at most two seconds for a reply.
 struct ShortTimeout {
-    ShortTimeout() { timeout_ms = 2000; }
+    ShortTimeout() {
+        timeout_ms = 2000;
+        install_keeping_host();
+    }
 };
 
 }  // namespace giop_test

@@ -138,8 +138,12 @@ TEST(Invocation, BadReplyStatusAbortsWithTheFixedMessageError) {
 
 TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
     peer::ScriptedPeer target;
-    target.accept().read_message().send_for(answer(0)).read_message().send(
-        peer::close_connection());
+    target.accept()
+        .read_message()
+        .send_for(answer(0))
+        .read_message()
+        .send(peer::close_connection())
+        .close();
     target.start();
     Call c;
     std::string fwd = peer::ior_bytes("IDL:X:1.0", "127.0.0.1", target.port(), "there");

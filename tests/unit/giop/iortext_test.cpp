@@ -7,7 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "data/decoder.h"
+#include "data/encoder.h"
 #include "data/environment.h"
+#include "data/stdtypes.h"
 #include "giop/orb.h"
 #include "platform/socket.h"
 #include "tests/peer/peer.h"
@@ -194,6 +197,34 @@ TEST(Orb, SocketStartupFailureIsInitialize) {
     ORB *orb = ORB_init(nullptr, nullptr, nullptr, env);
     ASSERT_NE(orb, nullptr);
     EXPECT_EQ(orb->use_ior_text, 1);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Orb, ReferencesInsideValuesUseTheTransportCoding) {
+    inittypecodes();
+    Environment env;
+    ASSERT_NE(ORB_init(nullptr, nullptr, nullptr, env), nullptr);
+    objref *obj = string_to_object("iiop:1.0//ab:7/xyz", env);
+    alignas(16) unsigned char array[256];
+    CDR out;
+    out.attach_buffer(array, sizeof array);
+    ASSERT_EQ(encoder(tc_Object(), &obj, nullptr, &out, env), 1) << id_of(env);
+    EXPECT_EQ(out.used(), 20u + 23);  // empty type id, one profile, its length, 23 bytes
+
+    CDR in;
+    in.cursor = out.base;
+    in.space_left = out.used();
+    objref *back = nullptr;
+    ASSERT_EQ(decoder(tc_Object(), &back, nullptr, &in, env), 1) << id_of(env);
+    ASSERT_NE(back, nullptr);
+    EXPECT_STREQ(back->data->profile.host, "ab");
+    EXPECT_EQ(back->data->profile.port, 7);
+    EXPECT_EQ(in.space_left, 0u);
+    release_objref(back, env);
+    release_objref(obj, env);
 }
 
 }  // namespace

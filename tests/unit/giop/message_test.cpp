@@ -10,7 +10,9 @@
 #include "giop/endpoint.h"
 #include "giop/invocation.h"
 #include "tests/peer/peer.h"
+#include "tests/support.h"
 #include "tests/unit/giop/giop_fixture.h"
+#include "trace/trace.h"
 
 namespace {
 
@@ -182,6 +184,41 @@ TEST(Message, MessageSplitAtEveryByteIsReassembled) {
     w.connect();
     ASSERT_EQ(w.read(), 1);
     EXPECT_EQ(w.stream.space_left, 12u + 10u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(MessageTrace, ConnectFailuresAndTrafficAreTraced) {
+    hostkit::Host host = testsupport::linked_host();
+    (void)host;
+    set_debug_level(4);
+    uint16_t closed;
+    {
+        peer::ScriptedPeer gone;
+        closed = gone.port();
+    }
+    Environment env;
+    EXPECT_EQ(lookup("127.0.0.1", closed, env), nullptr);
+    EXPECT_TRUE(hostkit::printed_contains("client connect:  winsock error 10061"));
+    EXPECT_TRUE(hostkit::printed_contains("Connection refused."));
+    EXPECT_TRUE(hostkit::printed_contains(
+        "... connect failure was to '127.0.0.1:" + std::to_string(closed) + "'"));
+
+    Wire w;
+    w.peer.accept().read_message().send(peer::reply(0, 0, nullptr, false)).wait_forever();
+    w.connect();
+    start_message(giop_msg::Request, w.stream);
+    w.stream.put_long(7);
+    int32_t fd = w.ep->fd;
+    ASSERT_EQ(OutgoingMessage::writebuf(w.stream, &fd), 1);
+    ASSERT_EQ(w.read(), 1);
+    EXPECT_TRUE(hostkit::printed_contains("send GIOP v1.0 msg, 4 data bytes, my endian, Request"));
+    EXPECT_TRUE(
+        hostkit::printed_contains("recv GIOP v1.0 msg, 12 data bytes, other endian, Reply"));
+    EXPECT_TRUE(hostkit::printed_contains("data bytes"));
+    set_debug_level(0);
 }
 
 }  // namespace
