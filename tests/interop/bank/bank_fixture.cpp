@@ -1,0 +1,32 @@
+#include "tests/interop/bank/bank_fixture.h"
+
+namespace bank {
+
+void expect_value(const Call &call, const std::string &name, const std::string &expected,
+                  const std::string &construct) {
+    EXPECT_EQ(call.get(name), expected)
+        << construct << ", " << direction(call, name) << " (record " << name << ")";
+}
+
+void expect_echo(Client &client, void *diagnostics, const std::string &operation,
+                 const std::string &construct, const std::vector<Field> &fields,
+                 const std::map<std::string, std::string> &lengths) {
+    Call call(client, diagnostics, kDiagnosticsId, operation, lengths);
+    for (const Field &f : fields) {
+        for (const std::string &name : {"a" + f.name, "b" + f.name, "c" + f.name}) {
+            ASSERT_TRUE(call.has(name)) << construct << ": the list has no record " << name;
+        }
+        call.set("a" + f.name, f.a_in);
+        call.set("c" + f.name, f.c_in);
+    }
+    Outcome o = call.invoke();
+    ASSERT_EQ(o.result, 0) << construct << ": " << operation << " failed with " << o.text;
+    for (const Field &f : fields) {
+        std::string result = f.result.empty() ? "^" + operation + f.name : f.result;
+        expect_value(call, result, f.a_out, construct);
+        expect_value(call, "b" + f.name, f.c_out, construct);
+        expect_value(call, "c" + f.name, f.a_out, construct);
+    }
+}
+
+}  // namespace bank

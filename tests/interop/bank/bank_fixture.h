@@ -1,0 +1,54 @@
+// The fixture of the interop tests: a fresh directory, the demo bank server
+// on a free loopback port, and a client host working in that directory.
+#ifndef ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
+#define ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "gtest/gtest.h"
+#include "tests/interop/bank/bank_client.h"
+#include "tests/interop/bank/bank_servers.h"
+#include "tests/support.h"
+
+namespace bank {
+
+class BankTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(server_.running()) << "bank_server did not start"; }
+
+    // The Diagnostics object, bound by its reference text.
+    void *diagnostics() { return client_.bind_ior(kDiagnosticsId, server_.ior("Diagnostics")); }
+
+    testsupport::TempDir dir_;
+    BankServer server_{dir_.path()};
+    Client client_;
+};
+
+// One value of an echo_ operation: the record name behind the parameter's
+// name (".amount", "[3]", "^length", or "" for a plain value), the texts
+// sent in a and c, and the texts expected back for them.
+struct Field {
+    std::string name;
+    std::string a_in, a_out;
+    std::string c_in, c_out;
+    // The result's record when it is not "^" + operation + name (records of
+    // a sequence inside a struct or sequence result).
+    std::string result = {};
+};
+
+// Runs operation on the Diagnostics object with a and c set from fields, and
+// checks that the result and c come back as a, and b as the old c. Failures
+// name construct, the direction and the record.
+void expect_echo(Client &client, void *diagnostics, const std::string &operation,
+                 const std::string &construct, const std::vector<Field> &fields,
+                 const std::map<std::string, std::string> &lengths = {});
+
+// Checks one record of a finished call, naming construct and direction.
+void expect_value(const Call &call, const std::string &name, const std::string &expected,
+                  const std::string &construct);
+
+}  // namespace bank
+
+#endif

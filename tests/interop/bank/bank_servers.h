@@ -1,0 +1,76 @@
+// The demo bank server and omniNames, started on free loopback ports for one
+// test and stopped again when the test ends.
+#ifndef ORBELLE_TESTS_INTEROP_BANK_SERVERS_H
+#define ORBELLE_TESTS_INTEROP_BANK_SERVERS_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace bank {
+
+// A TCP port on 127.0.0.1 that nothing listened on a moment ago.
+uint16_t free_port();
+
+// Path of a program found on PATH, or the empty text.
+std::string find_program(const std::string &name);
+
+// omniNames with a fresh data folder below dir.
+class NameServer {
+public:
+    explicit NameServer(const std::string &dir);
+    ~NameServer();
+    NameServer(const NameServer &) = delete;
+    NameServer &operator=(const NameServer &) = delete;
+
+    bool running() const { return pid_ > 0; }
+    uint16_t port() const { return port_; }
+    // The naming service's reference as text that the library binds.
+    std::string reference() const;
+
+private:
+    pid_t pid_ = -1;
+    uint16_t port_ = 0;
+};
+
+// The demo's bank_server. Its objects live on fixed keys, so a restart on the
+// same port serves the same references.
+class BankServer {
+public:
+    // dir: where the list file goes. naming_port: nonzero registers Bank and
+    // Diagnostics with the naming service on that port.
+    explicit BankServer(const std::string &dir, uint16_t naming_port = 0);
+    ~BankServer();
+    BankServer(const BankServer &) = delete;
+    BankServer &operator=(const BankServer &) = delete;
+
+    // Starts the server on port() and waits for it to be ready.
+    bool start();
+    // Stops it with the signal and waits for it to end. SIGTERM lets omniORB
+    // close its connections; SIGKILL drops them as a crash would.
+    void stop(int signal);
+    bool running() const { return pid_ > 0; }
+
+    uint16_t port() const { return port_; }
+    // The reference the server printed for name ("Bank", "Diagnostics",
+    // "Account/1001", "Account/1002", "SavingsAccount/1003", "Forward/Bank",
+    // "Forward/Diagnostics"); empty when it printed none.
+    std::string ior(const std::string &name) const;
+    // The "repository id,IOR" list file the server wrote.
+    const std::string &list_file() const { return list_file_; }
+
+private:
+    std::string dir_;
+    std::string list_file_;
+    uint16_t naming_port_;
+    uint16_t port_;
+    pid_t pid_ = -1;
+    int out_fd_ = -1;  // kept open so that a late line never meets a closed pipe
+    std::map<std::string, std::string> refs_;
+};
+
+}  // namespace bank
+
+#endif

@@ -1,0 +1,93 @@
+// A server that goes away between two calls of the same bound object. Its
+// objects have fixed keys, so the restarted server knows the same references.
+#include <signal.h>
+
+#include "tests/interop/bank/bank_fixture.h"
+
+namespace bank {
+namespace {
+
+// echo_long with a, the outcome; a wrong result is reported in its text.
+Outcome echo_long(Client &client, void *diag, const std::string &a) {
+    Call echo(client, diag, kDiagnosticsId, "echo_long");
+    echo.set("a", a).set("c", "0");
+    Outcome o = echo.invoke();
+    if (o.result == 0 && echo.get("^echo_long") != a)
+        o.text = "long, result: wrong value " + echo.get("^echo_long");
+    return o;
+}
+
+// omniORB says goodbye with CloseConnection when it stops, and the call that
+// reads it is repeated on a new connection.
+TEST_F(BankTest, ServerRestartedCleanlyIsReconnectedByTheNextCall) {
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    Outcome first = echo_long(client_, diag, "1");
+    ASSERT_EQ(first.result, 0) << first.text;
+    EXPECT_EQ(first.connect_host, "127.0.0.1") << "the first call connects";
+    EXPECT_EQ(first.connect_port, server_.port());
+
+    server_.stop(SIGTERM);
+    ASSERT_TRUE(server_.start()) << "restart on the same port";
+    Outcome second = echo_long(client_, diag, "2");
+    EXPECT_EQ(second.result, 0) << second.text;
+    EXPECT_EQ(second.text, "");
+    EXPECT_EQ(second.connect_host, "127.0.0.1") << "the call after the restart connects anew";
+    Outcome third = echo_long(client_, diag, "3");
+    EXPECT_EQ(third.result, 0) << third.text;
+    EXPECT_EQ(third.connect_host, "") << "and the next one uses that connection";
+}
+
+// A server that dies without a word leaves a connection that looks idle:
+// every call on it fails until the handle's release closes it, and a new
+// bind connects to the restarted server. The release closes the connection
+// only for a handle that has completed a call. The status of a local failure
+// follows the last exception Reply, here a user exception.
+TEST_F(BankTest, ServerKilledAndRestartedFailsUntilTheHandleIsReleased) {
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    ASSERT_EQ(echo_long(client_, diag, "1").result, 0);
+    Call fail(client_, diag, kDiagnosticsId, "fail");
+    fail.set("which", "3");
+    ASSERT_EQ(fail.invoke().status, IIOP_STATUS_USER_EXCEPTION);
+
+    server_.stop(SIGKILL);
+    ASSERT_TRUE(server_.start()) << "restart on the same port";
+    for (const char *a : {"2", "3"}) {
+        Outcome o = echo_long(client_, diag, a);
+        EXPECT_EQ(o.result, IIOP_STATUS_USER_EXCEPTION)
+            << "call " << a << " on the dropped connection";
+        EXPECT_EQ(o.status, IIOP_STATUS_USER_EXCEPTION)
+            << "status follows the last exception Reply";
+        EXPECT_EQ(o.exception_index, 4) << o.text;
+        EXPECT_EQ(o.text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+    }
+
+    EXPECT_EQ(client_.release(diag), 0);
+    diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    Outcome after = echo_long(client_, diag, "4");
+    EXPECT_EQ(after.result, 0) << after.text;
+    EXPECT_EQ(after.connect_host, "127.0.0.1") << "a new connection after the release";
+}
+
+// Binding contacts no server; the first call finds it down and fails, and a
+// call after the server has started connects.
+TEST_F(BankTest, ServerDownFailsTheCallNotTheBind) {
+    server_.stop(SIGTERM);
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr) << "a well-formed reference binds with its server down";
+    Outcome down = echo_long(client_, diag, "1");
+    EXPECT_EQ(down.result, IIOP_STATUS_SYSTEM_EXCEPTION);
+    EXPECT_EQ(down.exception_index, 4);
+    EXPECT_EQ(down.text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+    EXPECT_EQ(down.connect_host, "") << "no connection was made";
+
+    ASSERT_TRUE(server_.start());
+    Outcome up = echo_long(client_, diag, "2");
+    EXPECT_EQ(up.result, 0) << up.text;
+    EXPECT_EQ(up.connect_host, "127.0.0.1");
+}
+
+}  // namespace
+}  // namespace bank
