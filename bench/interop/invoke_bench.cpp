@@ -103,9 +103,9 @@ void BM_InvokeEchoSeq1000(benchmark::State &state) {
 // per call it measured becomes the iteration time.
 void omni_stub(benchmark::State &state, const char *mode, int length, int calls) {
     if (setup().obj == nullptr) return state.SkipWithError("no echo server");
-    std::string out = interop::capture({"taskset", "-c", "0", ORBELLE_STUB_CLIENT,
-                                        setup().server.ior(), mode, std::to_string(length),
-                                        std::to_string(calls), "-ORBmaxGIOPVersion", "1.0"});
+    std::string out = interop::run_program({"taskset", "-c", "0", ORBELLE_STUB_CLIENT,
+                                            setup().server.ior(), mode, std::to_string(length),
+                                            std::to_string(calls), "-ORBmaxGIOPVersion", "1.0"});
     double per_call = std::atof(out.c_str());
     if (per_call <= 0) return state.SkipWithError("omniORB client failed");
     for (auto _ : state) state.SetIterationTime(per_call);

@@ -3,25 +3,19 @@
 #ifndef ORBELLE_TESTS_INTEROP_ECHO_FIXTURE_H
 #define ORBELLE_TESTS_INTEROP_ECHO_FIXTURE_H
 
-#include <sys/types.h>
-
-#include <cstdint>
+#include <csignal>
 #include <string>
 #include <vector>
 
+#include "tests/interop/process.h"
+
 namespace interop {
-
-// A TCP port on 127.0.0.1 that nothing listened on a moment ago.
-uint16_t free_port();
-
-// Runs a program with arguments and returns its standard output.
-std::string capture(const std::vector<std::string> &argv);
 
 class EchoServer {
 public:
     // extra: further -ORB options. cpu >= 0 pins the server to that CPU.
     explicit EchoServer(const std::vector<std::string> &extra = {}, int cpu = -1);
-    ~EchoServer();
+    ~EchoServer() { end_process(pid_, SIGTERM); }
     EchoServer(const EchoServer &) = delete;
     EchoServer &operator=(const EchoServer &) = delete;
 

@@ -11,7 +11,15 @@ void expect_value(const Call &call, const std::string &name, const std::string &
 void expect_echo(Client &client, void *diagnostics, const std::string &operation,
                  const std::string &construct, const std::vector<Field> &fields,
                  const std::map<std::string, std::string> &lengths) {
-    Call call(client, diagnostics, kDiagnosticsId, operation, lengths);
+    // A length field gives the script's length of that sequence in a, b, c
+    // and the result.
+    std::map<std::string, std::string> all_lengths = lengths;
+    for (const Field &f : fields)
+        if (f.name.size() >= 7 && f.name.compare(f.name.size() - 7, 7, "^length") == 0)
+            for (const std::string &name : {"a" + f.name, "b" + f.name, "c" + f.name,
+                                            f.result.empty() ? "^" + operation + f.name : f.result})
+                all_lengths.emplace(name, f.a_in);
+    Call call(client, diagnostics, kDiagnosticsId, operation, all_lengths);
     for (const Field &f : fields) {
         for (const std::string &name : {"a" + f.name, "b" + f.name, "c" + f.name}) {
             ASSERT_TRUE(call.has(name)) << construct << ": the list has no record " << name;

@@ -39,8 +39,9 @@ struct Field {
 };
 
 // Runs operation on the Diagnostics object with a and c set from fields, and
-// checks that the result and c come back as a, and b as the old c. Failures
-// name construct, the direction and the record.
+// checks that the result and c come back as a, and b as the old c. Fields
+// named "...^length" also give the script's sequence lengths. Failures name
+// construct, the direction and the record.
 void expect_echo(Client &client, void *diagnostics, const std::string &operation,
                  const std::string &construct, const std::vector<Field> &fields,
                  const std::map<std::string, std::string> &lengths = {});

@@ -3,19 +3,14 @@
 #ifndef ORBELLE_TESTS_INTEROP_BANK_SERVERS_H
 #define ORBELLE_TESTS_INTEROP_BANK_SERVERS_H
 
-#include <sys/types.h>
-
-#include <cstdint>
 #include <map>
 #include <string>
 
+#include "tests/interop/process.h"
+
 namespace bank {
 
-// A TCP port on 127.0.0.1 that nothing listened on a moment ago.
-uint16_t free_port();
-
-// Path of a program found on PATH, or the empty text.
-std::string find_program(const std::string &name);
+using interop::find_program;
 
 // omniNames with a fresh data folder below dir.
 class NameServer {

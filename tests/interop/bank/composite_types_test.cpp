@@ -1,5 +1,7 @@
 // Structs, arrays, sequences, the union and the any of the demo IDL against
 // omniORB, in every direction and as results.
+#include <functional>
+
 #include "tests/interop/bank/bank_fixture.h"
 
 namespace bank {
@@ -7,83 +9,113 @@ namespace {
 
 // The fields of one Entry struct below the record prefix p ("[0]",
 // "[1][0]"), with the values of a and of c.
-void add_entry(std::vector<Field> &fields, const std::string &p, int a, int c,
-               const std::string &result = {}) {
+void add_entry(std::vector<Field> &fields, const std::string &p, int a, int c) {
     auto n = [](int v) { return std::to_string(v); };
     auto amount = [](int v) { return std::to_string(v) + ".25"; };
     auto shown = [](int v) { return std::to_string(v) + ".250000"; };
-    auto with = [&](const std::string &name, Field f) {
-        if (!result.empty()) f.result = result + p + name;
-        fields.push_back(f);
-    };
-    with(".number", {p + ".number", n(a), n(a), n(c), n(c)});
-    with(".date",
-         {p + ".date", "2024-01-" + n(a), "2024-01-" + n(a), "2023-12-" + n(c), "2023-12-" + n(c)});
-    with(".text", {p + ".text", "entry " + n(a), "entry " + n(a), "old " + n(c), "old " + n(c)});
-    with(".kind", {p + ".kind", n(a % 4), n(a % 4), n(c % 4), n(c % 4)});
-    with(".amount.amount", {p + ".amount.amount", amount(a), shown(a), amount(c), shown(c)});
-    with(".amount.currency", {p + ".amount.currency", "1", "1", "3", "3"});
-    with(".balance_after",
-         {p + ".balance_after", amount(a * 10), shown(a * 10), amount(c * 10), shown(c * 10)});
+    fields.push_back({p + ".number", n(a), n(a), n(c), n(c)});
+    fields.push_back(
+        {p + ".date", "2024-01-" + n(a), "2024-01-" + n(a), "2023-12-" + n(c), "2023-12-" + n(c)});
+    fields.push_back({p + ".text", "entry " + n(a), "entry " + n(a), "old " + n(c), "old " + n(c)});
+    fields.push_back({p + ".kind", n(a % 4), n(a % 4), n(c % 4), n(c % 4)});
+    fields.push_back({p + ".amount.amount", amount(a), shown(a), amount(c), shown(c)});
+    fields.push_back({p + ".amount.currency", "1", "1", "3", "3"});
+    fields.push_back(
+        {p + ".balance_after", amount(a * 10), shown(a * 10), amount(c * 10), shown(c * 10)});
 }
 
-TEST_F(BankTest, StructMoneyTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    expect_echo(
-        client_, diag, "echo_money", "struct Money",
-        {{".amount", "12.5", "12.500000", "-3", "-3.000000"}, {".currency", "2", "2", "0", "0"}});
+// A sequence of n elements, each made by element(fields, "[i]", i).
+std::vector<Field> sequence(
+    int n, const std::function<void(std::vector<Field> &, const std::string &, int)> &element) {
+    std::string len = std::to_string(n);
+    std::vector<Field> fields = {{"^length", len, len, len, len}};
+    for (int i = 0; i < n; ++i) element(fields, "[" + std::to_string(i) + "]", i);
+    return fields;
 }
 
-// Customer nests a struct, which holds a char array, and ends with a bounded
-// sequence of strings; the sequence inside a struct result is named by its
-// member alone.
-TEST_F(BankTest, NestedStructCustomerTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    std::vector<Field> fields = {
-        {".name", "Alice Martin", "Alice Martin", "Bruno", "Bruno"},
-        {".address.street", "Quai 1", "Quai 1", "Main St", "Main St"},
-        {".address.city", "Geneva", "Geneva", "Leeds", "Leeds"},
-        {".address.postcode", "1201", "1201", "LS1", "LS1"},
-        {".address.country[0]", "C", "C", "G", "G"},
-        {".address.country[1]", "H", "H", "B", "B"},
-        {".birth_year", "1980", "1980", "65535", "65535"},
-        {".vip", "1", "1", "0", "0"},
-        {".risk_class", "`01`", "`01`", "`00`", "`00`"},
-        {".phones^length", "2", "2", "2", "2", ".phones^length"},
-        {".phones[0]", "+41 22", "+41 22", "0113", "0113", ".phones[0]"},
-        {".phones[1]", "", "", "x", "x", ".phones[1]"},
-    };
-    expect_echo(client_, diag, "echo_customer", "struct Customer", fields,
-                {{"a.phones^length", "2"},
-                 {"b.phones^length", "2"},
-                 {"c.phones^length", "2"},
-                 {".phones^length", "2"}});
-}
-
-TEST_F(BankTest, ArrayMonthEndTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
+struct Echoed {
+    const char *operation;
+    const char *construct;
     std::vector<Field> fields;
+};
+
+TEST_F(BankTest, CompositeTypesTravelInOutAndInout) {
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    std::vector<Field> month_end, history = {{"^length", "2", "2", "2", "2"}};
     for (int i = 0; i < 12; ++i) {
         std::string n = std::to_string(i);
-        fields.push_back(
+        month_end.push_back(
             {"[" + n + "]", n + ".5", n + ".500000", "-" + n + ".75", "-" + n + ".750000"});
     }
-    expect_echo(client_, diag, "echo_month_end", "array MonthEnd", fields);
-}
-
-TEST_F(BankTest, UnboundedSequenceLongsTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    expect_echo(
-        client_, diag, "echo_longs", "sequence<long> Longs",
-        {{"^length", "3", "3", "3", "3"},
-         {"[0]", "1", "1", "-1", "-1"},
-         {"[1]", "2", "2", "-2", "-2"},
-         {"[2]", "2147483647", "2147483647", "0", "0"}},
-        {{"a^length", "3"}, {"b^length", "3"}, {"c^length", "3"}, {"^echo_longs^length", "3"}});
+    // Inside the result the inner sequence's length is named "[i]^length".
+    history.push_back({"[0]^length", "1", "1", "1", "1", "[0]^length"});
+    add_entry(history, "[0][0]", 1, 7);
+    history.push_back({"[1]^length", "2", "2", "2", "2", "[1]^length"});
+    add_entry(history, "[1][0]", 2, 8);
+    add_entry(history, "[1][1]", 3, 9);
+    const Echoed cases[] = {
+        {"echo_money",
+         "struct Money",
+         {{".amount", "12.5", "12.500000", "-3", "-3.000000"}, {".currency", "2", "2", "0", "0"}}},
+        // A nested struct holding a char array, ending with a bounded sequence
+        // of strings, which inside the result is named by its member alone.
+        {"echo_customer",
+         "struct Customer",
+         {{".name", "Alice Martin", "Alice Martin", "Bruno", "Bruno"},
+          {".address.street", "Quai 1", "Quai 1", "Main St", "Main St"},
+          {".address.city", "Geneva", "Geneva", "Leeds", "Leeds"},
+          {".address.postcode", "1201", "1201", "LS1", "LS1"},
+          {".address.country[0]", "C", "C", "G", "G"},
+          {".address.country[1]", "H", "H", "B", "B"},
+          {".birth_year", "1980", "1980", "65535", "65535"},
+          {".vip", "1", "1", "0", "0"},
+          {".risk_class", "`01`", "`01`", "`00`", "`00`"},
+          {".phones^length", "2", "2", "2", "2", ".phones^length"},
+          {".phones[0]", "+41 22", "+41 22", "0113", "0113", ".phones[0]"},
+          {".phones[1]", "", "", "x", "x", ".phones[1]"}}},
+        {"echo_month_end", "array MonthEnd", month_end},
+        {"echo_longs",
+         "sequence<long> Longs",
+         {{"^length", "3", "3", "3", "3"},
+          {"[0]", "1", "1", "-1", "-1"},
+          {"[1]", "2", "2", "-2", "-2"},
+          {"[2]", "2147483647", "2147483647", "0", "0"}}},
+        {"echo_names", "sequence<string,4> Names",
+         sequence(4,
+                  [](std::vector<Field> &f, const std::string &p, int i) {
+                      std::string n = std::to_string(i);
+                      f.push_back({p, "name " + n, "name " + n, "old " + n, "old " + n});
+                  })},
+        {"echo_statement", "sequence<struct Entry> Entries",
+         sequence(2, [](std::vector<Field> &f, const std::string &p,
+                        int i) { add_entry(f, p, i + 1, i + 11); })},
+        {"echo_mini", "sequence<struct Entry,5> RecentEntries",
+         sequence(5, [](std::vector<Field> &f, const std::string &p,
+                        int i) { add_entry(f, p, i + 1, i + 20); })},
+        {"echo_history", "sequence<sequence<struct Entry>> MonthlyEntries", history},
+        // Scripts reach the eleventh member of a union, here DIRECT_DEBIT's
+        // struct DebitMandate.
+        {"echo_route",
+         "union PaymentRoute",
+         {{"^discriminator", "10", "10", "10", "10"},
+          {":mandate.creditor", "Alice Martin", "Alice Martin", "Gas Co", "Gas Co"},
+          {":mandate.reference", "M-77", "M-77", "G-1", "G-1"},
+          {":mandate.limit", "500", "500.000000", "75.5", "75.500000"}}},
+        // Values far larger than a message's first buffer, both ways.
+        {"echo_string",
+         "string of 5000 characters",
+         {{"", std::string(2500, 'a') + "M" + std::string(2499, 'a'),
+           std::string(2500, 'a') + "M" + std::string(2499, 'a'), std::string(4999, 'c'),
+           std::string(4999, 'c')}}},
+        {"echo_longs", "sequence<long> Longs of 1000 elements",
+         sequence(1000,
+                  [](std::vector<Field> &f, const std::string &p, int i) {
+                      f.push_back({p, std::to_string(i * 3), std::to_string(i * 3),
+                                   std::to_string(-i), std::to_string(-i)});
+                  })},
+    };
+    for (const Echoed &c : cases) expect_echo(client_, diag, c.operation, c.construct, c.fields);
 }
 
 // The script's lengths and the wire's need not agree: elements the wire
@@ -99,10 +131,11 @@ TEST_F(BankTest, SequenceLengthsThatDifferFromTheScriptsAreReported) {
             {{"a^length", "1"}, {"b^length", "2"}, {"c^length", "1"}, {"^echo_longs^length", "1"}});
         call.set("a[0]", "5").set("c[0]", "6").set("b[1]", "untouched");
         ASSERT_EQ(call.invoke().result, 0) << "sequence<long> Longs: " << call.get("b^length");
-        expect_value(call, "b^length", "1", "sequence<long> Longs shorter on the wire");
-        expect_value(call, "b[0]", "6", "sequence<long> Longs shorter on the wire");
-        expect_value(call, "b[1]", "untouched", "sequence<long> Longs shorter on the wire");
-        expect_value(call, "c[0]", "5", "sequence<long> Longs shorter on the wire");
+        const char *shorter = "sequence<long> Longs shorter on the wire";
+        expect_value(call, "b^length", "1", shorter);
+        expect_value(call, "b[0]", "6", shorter);
+        expect_value(call, "b[1]", "untouched", shorter);
+        expect_value(call, "c[0]", "5", shorter);
     }
     {
         // An empty c: b comes back empty where the script prepared one
@@ -112,84 +145,12 @@ TEST_F(BankTest, SequenceLengthsThatDifferFromTheScriptsAreReported) {
             {{"a^length", "1"}, {"b^length", "1"}, {"c^length", "0"}, {"^echo_longs^length", "1"}});
         call.set("a[0]", "5").set("b[0]", "kept").set("c^length", "0");
         ASSERT_EQ(call.invoke().result, 0);
-        expect_value(call, "^echo_longs[0]", "5", "sequence<long> Longs empty on the wire");
-        expect_value(call, "b^length", "0", "sequence<long> Longs empty on the wire");
-        expect_value(call, "b[0]", "kept", "sequence<long> Longs empty on the wire");
-        expect_value(call, "c^length", "0", "sequence<long> Longs empty on the wire");
+        const char *empty = "sequence<long> Longs empty on the wire";
+        expect_value(call, "^echo_longs[0]", "5", empty);
+        expect_value(call, "b^length", "0", empty);
+        expect_value(call, "b[0]", "kept", empty);
+        expect_value(call, "c^length", "0", empty);
     }
-}
-
-TEST_F(BankTest, BoundedSequenceNamesTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    std::vector<Field> fields = {{"^length", "4", "4", "4", "4"}};
-    for (int i = 0; i < 4; ++i) {
-        std::string n = std::to_string(i);
-        fields.push_back({"[" + n + "]", "name " + n, "name " + n, "old " + n, "old " + n});
-    }
-    expect_echo(
-        client_, diag, "echo_names", "sequence<string,4> Names", fields,
-        {{"a^length", "4"}, {"b^length", "4"}, {"c^length", "4"}, {"^echo_names^length", "4"}});
-}
-
-TEST_F(BankTest, SequenceOfStructsStatementTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    std::vector<Field> fields = {{"^length", "2", "2", "2", "2"}};
-    add_entry(fields, "[0]", 1, 11);
-    add_entry(fields, "[1]", 2, 12);
-    expect_echo(
-        client_, diag, "echo_statement", "sequence<struct Entry> Entries", fields,
-        {{"a^length", "2"}, {"b^length", "2"}, {"c^length", "2"}, {"^echo_statement^length", "2"}});
-}
-
-TEST_F(BankTest, BoundedSequenceOfStructsMiniTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    std::vector<Field> fields = {{"^length", "5", "5", "5", "5"}};
-    for (int i = 0; i < 5; ++i) add_entry(fields, "[" + std::to_string(i) + "]", i + 1, i + 20);
-    expect_echo(
-        client_, diag, "echo_mini", "sequence<struct Entry,5> RecentEntries", fields,
-        {{"a^length", "5"}, {"b^length", "5"}, {"c^length", "5"}, {"^echo_mini^length", "5"}});
-}
-
-// A sequence of sequences of structs; inside the result the inner
-// sequence's length is named "[i]^length".
-TEST_F(BankTest, NestedSequenceHistoryTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    std::vector<Field> fields = {{"^length", "2", "2", "2", "2"},
-                                 {"[0]^length", "1", "1", "1", "1", "[0]^length"}};
-    add_entry(fields, "[0][0]", 1, 7);
-    fields.push_back({"[1]^length", "2", "2", "2", "2", "[1]^length"});
-    add_entry(fields, "[1][0]", 2, 8);
-    add_entry(fields, "[1][1]", 3, 9);
-    expect_echo(client_, diag, "echo_history", "sequence<sequence<struct Entry>> MonthlyEntries",
-                fields,
-                {{"a^length", "2"},
-                 {"a[0]^length", "1"},
-                 {"a[1]^length", "2"},
-                 {"b^length", "2"},
-                 {"b[0]^length", "1"},
-                 {"b[1]^length", "2"},
-                 {"c^length", "2"},
-                 {"c[0]^length", "1"},
-                 {"c[1]^length", "2"},
-                 {"^echo_history^length", "2"},
-                 {"[0]^length", "1"},
-                 {"[1]^length", "2"}});
-}
-
-// Scripts reach the eleventh member of a union, here DIRECT_DEBIT's
-// struct DebitMandate.
-TEST_F(BankTest, UnionPaymentRouteMemberTenTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    expect_echo(client_, diag, "echo_route", "union PaymentRoute",
-                {{"^discriminator", "10", "10", "10", "10"},
-                 {":mandate.creditor", "Alice Martin", "Alice Martin", "Gas Co", "Gas Co"},
-                 {":mandate.reference", "M-77", "M-77", "G-1", "G-1"},
-                 {":mandate.limit", "500", "500.000000", "75.5", "75.500000"}});
 }
 
 // An any has no text form in scripts: the call fails before anything is
@@ -257,34 +218,6 @@ TEST_F(BankTest, AccountResultsSequencesStructsAndArrays) {
     ASSERT_EQ(balance.invoke().result, 0) << "struct Money, result";
     expect_value(balance, "^_get_balance.amount", "5406.850000", "struct Money");
     expect_value(balance, "^_get_balance.currency", "0", "struct Money");
-}
-
-}  // namespace
-}  // namespace bank
-
-namespace bank {
-namespace {
-
-// Values far larger than a message's first buffer, both ways.
-TEST_F(BankTest, LargeStringsAndSequencesTravelInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    std::string big_a(5000, 'a'), big_c(4999, 'c');
-    big_a[2500] = 'M';
-    expect_echo(client_, diag, "echo_string", "string of 5000 characters",
-                {{"", big_a, big_a, big_c, big_c}});
-
-    const int n = 1000;
-    std::string len = std::to_string(n);
-    std::vector<Field> fields = {{"^length", len, len, len, len}};
-    for (int i = 0; i < n; ++i) {
-        std::string idx = "[" + std::to_string(i) + "]";
-        fields.push_back({idx, std::to_string(i * 3), std::to_string(i * 3), std::to_string(-i),
-                          std::to_string(-i)});
-    }
-    expect_echo(
-        client_, diag, "echo_longs", "sequence<long> Longs of 1000 elements", fields,
-        {{"a^length", len}, {"b^length", len}, {"c^length", len}, {"^echo_longs^length", len}});
 }
 
 }  // namespace

@@ -2,13 +2,9 @@
 // by Wireshark's GIOP dissector, which must find every message well formed.
 // Skipped where tshark is not installed or cannot capture.
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -19,54 +15,6 @@
 
 namespace bank {
 namespace {
-
-// tshark reports that it captures within this on a loaded machine.
-constexpr int kCaptureStartLimitMs = 15000;
-
-// Runs a program and returns its standard output; standard error and the
-// exit status go to err and status when given.
-std::string run_program(const std::vector<std::string> &argv, std::string *err = nullptr,
-                        int *status = nullptr) {
-    int out[2], errp[2];
-    if (pipe(out) != 0 || pipe(errp) != 0) return {};
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(out[1], 1);
-        dup2(errp[1], 2);
-        for (int fd : {out[0], out[1], errp[0], errp[1]}) close(fd);
-        std::vector<char *> v;
-        for (const auto &a : argv) v.push_back(const_cast<char *>(a.c_str()));
-        v.push_back(nullptr);
-        execv(v[0], v.data());
-        _exit(127);
-    }
-    close(out[1]);
-    close(errp[1]);
-    std::string text, errors;
-    char buf[4096];
-    pollfd fds[2] = {{out[0], POLLIN, 0}, {errp[0], POLLIN, 0}};
-    int open_fds = 2;
-    while (open_fds > 0 && poll(fds, 2, 30000) > 0) {
-        for (int i = 0; i < 2; ++i) {
-            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-            ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n <= 0) {
-                close(fds[i].fd);
-                fds[i].fd = -1;
-                --open_fds;
-            } else {
-                (i == 0 ? text : errors).append(buf, static_cast<size_t>(n));
-            }
-        }
-    }
-    for (const auto &f : fds)
-        if (f.fd >= 0) close(f.fd);
-    int wstatus = 0;
-    waitpid(pid, &wstatus, 0);
-    if (err) *err = errors;
-    if (status) *status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
-    return text;
-}
 
 // Opens and closes a TCP connection to the port, which puts a few packets on
 // the loopback interface.
@@ -88,32 +36,18 @@ public:
     Capture(const std::string &tshark, uint16_t port, const std::string &file) {
         int out[2];
         if (pipe(out) != 0) return;
-        pid_ = fork();
-        if (pid_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(out[1], 1);
-            dup2(out[1], 2);
-            close(out[0]);
-            close(out[1]);
-            std::string filter = "tcp port " + std::to_string(port);
-            execl(tshark.c_str(), tshark.c_str(), "-i", "lo", "-f", filter.c_str(), "-w",
-                  file.c_str(), "-P", "-l", static_cast<char *>(nullptr));
-            _exit(127);
-        }
+        pid_ = interop::spawn(
+            {tshark, "-i", "lo", "-f", "tcp port " + std::to_string(port), "-w", file, "-P", "-l"},
+            out[1], out[1]);
         close(out[1]);
         out_fd_ = out[0];
-        auto start = std::chrono::steady_clock::now();
-        char buf[1024];
-        while (!capturing_ && std::chrono::steady_clock::now() - start <
-                                  std::chrono::milliseconds(kCaptureStartLimitMs)) {
-            knock(port);
-            pollfd p{out_fd_, POLLIN, 0};
-            if (poll(&p, 1, 100) <= 0) continue;
-            ssize_t n = read(out_fd_, buf, sizeof buf);
-            if (n <= 0) break;
-            messages_.append(buf, static_cast<size_t>(n));
-            capturing_ = messages_.find(" TCP ") != std::string::npos;
-        }
+        capturing_ = interop::read_lines(
+            out_fd_,
+            [this](const std::string &line) {
+                messages_ += line + "\n";
+                return line.find(" TCP ") != std::string::npos;
+            },
+            [port] { knock(port); });
     }
     ~Capture() { stop(); }
 
@@ -128,8 +62,7 @@ public:
             char buf[4096];
             while (read(out_fd_, buf, sizeof buf) > 0) {
             }
-            waitpid(pid_, nullptr, 0);
-            pid_ = -1;
+            interop::end_process(pid_, SIGINT);
         }
         if (out_fd_ >= 0) close(out_fd_);
         out_fd_ = -1;
@@ -198,7 +131,7 @@ TEST_F(BankTest, WiresharkReadsEveryGiopMessageWithoutMalformedPackets) {
     std::string decode = "tcp.port==" + std::to_string(server_.port()) + ",giop";
     std::string err;
     int status = -1;
-    std::string bad = run_program(
+    std::string bad = interop::run_program(
         {tshark, "-r", file, "-d", decode, "-Y", "_ws.malformed || _ws.expert.severity >= warning"},
         &err, &status);
     ASSERT_EQ(status, 0) << "tshark could not read the capture: " << err;
@@ -206,7 +139,7 @@ TEST_F(BankTest, WiresharkReadsEveryGiopMessageWithoutMalformedPackets) {
 
     // One line per frame with the types of its GIOP messages: 0 Request,
     // 1 Reply; one-way Requests are answered by nothing.
-    std::string types = run_program(
+    std::string types = interop::run_program(
         {tshark, "-r", file, "-d", decode, "-Y", "giop", "-T", "fields", "-e", "giop.type"});
     int request_count = 0, reply_count = 0, other = 0;
     std::istringstream lines(types);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 namespace {
 
 using road::Parms;
+using V = std::vector<std::string>;
 
 // Reply reading follows sequences by their names: each case is one call with
 // the list the script prepared and the longs the wire holds.
@@ -23,8 +25,20 @@ struct Reply : road::Road {
         ASSERT_EQ(invoke(request(bind(peer.port()), IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
         ASSERT_TRUE(peer.wait());
     }
-    static std::vector<std::string> values(const Parms &p) {
-        std::vector<std::string> out;
+    // Out records of long from "name" or "name=text" words ("old" when no
+    // text); names with ^ or [ are sequence members.
+    static void fill(Parms &p, const std::string &spec) {
+        std::istringstream words(spec);
+        for (std::string w; words >> w;) {
+            size_t eq = w.find('=');
+            std::string name = w.substr(0, eq);
+            std::string value = eq == std::string::npos ? "old" : w.substr(eq + 1);
+            bool member = name.find_first_of("^[") != std::string::npos;
+            p.add(PARM_OUT, 3, name.c_str(), value.c_str(), member ? 19 : 0);
+        }
+    }
+    static V values(const Parms &p) {
+        V out;
         for (ScriptParm *q = p.head; q != nullptr; q = q->next)
             out.push_back(q->strval != nullptr ? q->strval : "NULL");
         return out;
@@ -32,99 +46,73 @@ struct Reply : road::Road {
     static bool traced(const std::string &line) { return hostkit::printed_contains(line); }
 };
 
-using V = std::vector<std::string>;
-
-TEST_F(Reply, ShorterSequencesPassOverTheSurplusAndEndAtTheNextRecordOutside) {
-    Parms p;
-    p.sequence(PARM_OUT, "s", 3);
-    p.sequence(PARM_OUT, "t", 1);
-    run(p, {2, 10, 20, 1, 30});
-    EXPECT_EQ(values(p), (V{"2", "10", "20", "old", "1", "30"}));
-    EXPECT_TRUE(
-        traced("vu_do_call:  WARNING -- returned sequence shorter than script is prepared for"));
-    EXPECT_TRUE(traced("vu_do_call:  (A) done with sequence 's'"));
-    EXPECT_TRUE(traced("vu_do_call:  skipping this parameter"));
-
-    Parms q;
-    q.sequence(PARM_OUT, "s", 3);
-    q.add(PARM_OUT, 3, "y", "old");
-    run(q, {2, 10, 20, 99});
-    EXPECT_EQ(values(q), (V{"2", "10", "20", "old", "99"}));
-    EXPECT_TRUE(traced("vu_do_call:  (B) done with sequence 's'"));
-}
-
-TEST_F(Reply, NestedSequencesCountTheOuterElementByItsFirstRecordOnTop) {
-    Parms p;
-    p.add(PARM_OUT, 3, "x^length", "2", 19);
-    for (const char *e : {"x[0]", "x[1]"}) {
-        std::string base = e;
-        p.add(PARM_OUT, 3, (base + ".y^length").c_str(), "1", 19);
-        p.add(PARM_OUT, 3, (base + ".y[0]").c_str(), "old", 19);
-        p.add(PARM_OUT, 3, (base + ".z").c_str(), "old", 19);
+TEST_F(Reply, SequencesAreFollowedByNameWhateverTheLengthsSay) {
+    struct Case {
+        const char *what, *records;
+        std::vector<uint32_t> wire;
+        V values;
+        V traced = {}, not_traced = {};
+    } cases[] = {
+        {"script 3, wire 2, then t^length",
+         "s^length=3 s[0] s[1] s[2] t^length=1 t[0]",
+         {2, 10, 20, 1, 30},
+         {"2", "10", "20", "old", "1", "30"},
+         {"vu_do_call:  WARNING -- returned sequence shorter than script is prepared for",
+          "vu_do_call:  (A) done with sequence 's'", "vu_do_call:  skipping this parameter"}},
+        {"script 3, wire 2, then a plain record",
+         "s^length=3 s[0] s[1] s[2] y",
+         {2, 10, 20, 99},
+         {"2", "10", "20", "old", "99"},
+         {"vu_do_call:  (B) done with sequence 's'"}},
+        {"nested: the outer element counts by its first record on top",
+         "x^length=2 x[0].y^length=1 x[0].y[0] x[0].z x[1].y^length=1 x[1].y[0] x[1].z",
+         {2, 1, 5, 6, 1, 7, 8},
+         {"2", "1", "5", "6", "1", "7", "8"}},
+        // x[0].z counts as the second element, so x[1] seems to lie beyond the
+        // wire's two: its records are passed over and "after" reads x[1].a.
+        {"a struct element counts again when its records resume",
+         "x^length=2 x[0].a x[0].y^length=1 x[0].y[0] x[0].z x[1].a x[1].y^length=1 x[1].y[0] "
+         "x[1].z after",
+         {2, 1, 1, 5, 6, 2, 1, 7, 8},
+         {"2", "1", "1", "5", "6", "old", "1", "old", "old", "2"},
+         {"vu_do_call:  2 members processed", "vu_do_call:  3 members processed"}},
+        {"script 0, wire 0", "s^length=0 after", {0, 77}, {"0", "77"}, {}, {"WARNING", "ERROR"}},
+        // The elements' bytes are read by whatever record comes next.
+        {"script 0, wire 2",
+         "s^length=0 after",
+         {2, 10, 20},
+         {"2", "10"},
+         {"vu_do_call:  ERROR -- returned sequence longer than script is prepared for"}},
+        // An empty sequence where the script expected some ends the reading.
+        {"script 2, wire 0",
+         "s^length=2 s[0] s[1] after",
+         {0, 77},
+         {"0", "old", "old", "old"},
+         {"vu_do_call:  seq len 0"}},
+        {"script 2, wire 1, struct elements",
+         "s^length=2 s[0].a s[0].b s[1].a s[1].b after",
+         {1, 1, 2, 99},
+         {"1", "1", "2", "old", "old", "99"}},
+        // "ab" begins like "a", so a's frame stays below it.
+        {"a sequence ab after a sequence a",
+         "a^length=1 a[0] ab^length=1 ab[0]",
+         {1, 5, 1, 6},
+         {"1", "5", "1", "6"},
+         {},
+         {"(A) done with sequence 'a'"}},
+    };
+    for (const Case &c : cases) {
+        Parms p;
+        fill(p, c.records);
+        run(p, c.wire);
+        EXPECT_EQ(values(p), c.values) << c.what;
+        for (const std::string &line : c.traced)
+            EXPECT_TRUE(traced(line)) << c.what << ": " << line;
+        for (const std::string &line : c.not_traced) EXPECT_FALSE(traced(line)) << c.what;
     }
-    run(p, {2, 1, 5, 6, 1, 7, 8});
-    EXPECT_EQ(values(p), (V{"2", "1", "5", "6", "1", "7", "8"}));
 }
 
-TEST_F(Reply, AStructElementCountsAgainWhenItsRecordsResumeAfterANestedSequence) {
-    Parms p;
-    p.add(PARM_OUT, 3, "x^length", "2", 19);
-    for (const char *e : {"x[0]", "x[1]"}) {
-        std::string base = e;
-        p.add(PARM_OUT, 3, (base + ".a").c_str(), "old", 19);
-        p.add(PARM_OUT, 3, (base + ".y^length").c_str(), "1", 19);
-        p.add(PARM_OUT, 3, (base + ".y[0]").c_str(), "old", 19);
-        p.add(PARM_OUT, 3, (base + ".z").c_str(), "old", 19);
-    }
-    p.add(PARM_OUT, 3, "after", "old");
-    // x[0].z counts as the second element, so x[1] seems to lie beyond the
-    // wire's two: its records are passed over and "after" reads x[1].a.
-    run(p, {2, 1, 1, 5, 6, 2, 1, 7, 8});
-    EXPECT_EQ(values(p), (V{"2", "1", "1", "5", "6", "old", "1", "old", "old", "2"}));
-    EXPECT_TRUE(traced("vu_do_call:  2 members processed"));
-    EXPECT_TRUE(traced("vu_do_call:  3 members processed"));
-}
-
-TEST_F(Reply, LengthsThatDisagreeAreTracedAndReadAsTheStepsSay) {
-    Parms zero_zero, zero_two, two_zero, struct_elements, prefix;
-    zero_zero.sequence(PARM_OUT, "s", 0);
-    zero_zero.add(PARM_OUT, 3, "after", "old");
-    run(zero_zero, {0, 77});
-    EXPECT_EQ(values(zero_zero), (V{"0", "77"}));
-    EXPECT_FALSE(traced("WARNING"));
-    EXPECT_FALSE(traced("ERROR"));
-
-    // The elements' bytes are read by whatever record comes next.
-    zero_two.sequence(PARM_OUT, "s", 0);
-    zero_two.add(PARM_OUT, 3, "after", "old");
-    run(zero_two, {2, 10, 20});
-    EXPECT_EQ(values(zero_two), (V{"2", "10"}));
-    EXPECT_TRUE(
-        traced("vu_do_call:  ERROR -- returned sequence longer than script is prepared for"));
-
-    // An empty sequence where the script expected some ends the reading.
-    two_zero.sequence(PARM_OUT, "s", 2);
-    two_zero.add(PARM_OUT, 3, "after", "old");
-    run(two_zero, {0, 77});
-    EXPECT_EQ(values(two_zero), (V{"0", "old", "old", "old"}));
-    EXPECT_TRUE(traced("vu_do_call:  seq len 0"));
-
-    struct_elements.add(PARM_OUT, 3, "s^length", "2", 19);
-    for (const char *n : {"s[0].a", "s[0].b", "s[1].a", "s[1].b"})
-        struct_elements.add(PARM_OUT, 3, n, "old", 19);
-    struct_elements.add(PARM_OUT, 3, "after", "old");
-    run(struct_elements, {1, 1, 2, 99});
-    EXPECT_EQ(values(struct_elements), (V{"1", "1", "2", "old", "old", "99"}));
-
-    // "ab" begins like "a", so a's frame stays below it.
-    prefix.sequence(PARM_OUT, "a", 1);
-    prefix.sequence(PARM_OUT, "ab", 1);
-    run(prefix, {1, 5, 1, 6});
-    EXPECT_EQ(values(prefix), (V{"1", "5", "1", "6"}));
-    EXPECT_FALSE(traced("(A) done with sequence 'a'"));
-}
-
-TEST_F(Reply, InRecordsAndMissingLengthsDoNotDisturbTheReading) {
+TEST_F(Reply, InRecordsMissingLengthsAndNamelessRecordsDoNotDisturbTheReading) {
     Parms p;
     p.add(PARM_OUT, 3, "s^length", nullptr, 19);
     p.add(PARM_IN, 3, "s[0]", "in", 19);
@@ -133,16 +121,14 @@ TEST_F(Reply, InRecordsAndMissingLengthsDoNotDisturbTheReading) {
     EXPECT_EQ(values(p), (V{"1", "in", "44"}));
     EXPECT_TRUE(traced("vu_do_call:  No sequence length in script"));
     EXPECT_TRUE(traced("vu_do_call:  Check for possible mismatch between IDL and script"));
-}
 
-TEST_F(Reply, ARecordWithoutANameEndsTheSequenceInProgress) {
-    Parms p;
-    p.sequence(PARM_OUT, "s", 1);
-    ScriptParm *nameless = p.add(PARM_OUT, 3, "x", "old");
-    std::free(nameless->name);
-    nameless->name = nullptr;
-    run(p, {1, 5, 9});
-    EXPECT_EQ(values(p), (V{"1", "5", "9"}));
+    // A record without a name ends the sequence in progress.
+    Parms q;
+    fill(q, "s^length=1 s[0] x");
+    std::free(q.tail->name);
+    q.tail->name = nullptr;
+    run(q, {1, 5, 9});
+    EXPECT_EQ(values(q), (V{"1", "5", "9"}));
     EXPECT_TRUE(traced("vu_do_call:  (B) done with sequence 's'"));
 }
 

@@ -1,0 +1,127 @@
+#include "tests/interop/process.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+#include <thread>
+
+namespace interop {
+
+namespace {
+// A server that ignores SIGTERM this long is killed.
+constexpr int kStopLimitMs = 5000;
+
+int elapsed_ms(std::chrono::steady_clock::time_point since) {
+    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                std::chrono::steady_clock::now() - since)
+                                .count());
+}
+
+std::string read_all(int fd) {
+    std::string text;
+    char buf[4096];
+    ssize_t n;
+    while ((n = read(fd, buf, sizeof buf)) > 0) text.append(buf, static_cast<size_t>(n));
+    return text;
+}
+}  // namespace
+
+uint16_t free_port() {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a);
+    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
+    close(fd);
+    return ntohs(a.sin_port);
+}
+
+std::string find_program(const std::string &name) {
+    const char *path = std::getenv("PATH");
+    std::istringstream dirs(path ? path : "/usr/bin:/usr/sbin");
+    std::string dir;
+    while (std::getline(dirs, dir, ':'))
+        if (access((dir + "/" + name).c_str(), X_OK) == 0) return dir + "/" + name;
+    return {};
+}
+
+pid_t spawn(const std::vector<std::string> &argv, int out_fd, int err_fd) {
+    pid_t pid = fork();
+    if (pid != 0) return pid;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    int null_fd = open("/dev/null", O_RDWR);
+    dup2(out_fd >= 0 ? out_fd : null_fd, 1);
+    dup2(err_fd >= 0 ? err_fd : null_fd, 2);
+    setenv("OMNIORB_CONFIG", "/dev/null", 1);
+    std::vector<char *> v;
+    for (const auto &a : argv) v.push_back(const_cast<char *>(a.c_str()));
+    v.push_back(nullptr);
+    execvp(v[0], v.data());
+    _exit(127);
+}
+
+bool read_lines(int fd, const std::function<bool(const std::string &)> &on_line,
+                const std::function<void()> &tick) {
+    std::string text;
+    char buf[4096];
+    auto start = std::chrono::steady_clock::now();
+    while (elapsed_ms(start) < kStartLimitMs) {
+        if (tick) tick();
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 100) <= 0) continue;
+        ssize_t n = read(fd, buf, sizeof buf);
+        if (n <= 0) return false;
+        text.append(buf, static_cast<size_t>(n));
+        for (size_t nl; (nl = text.find('\n')) != std::string::npos; text.erase(0, nl + 1))
+            if (on_line(text.substr(0, nl))) return true;
+    }
+    return false;
+}
+
+void end_process(pid_t &pid, int signal) {
+    if (pid <= 0) return;
+    kill(pid, signal);
+    auto start = std::chrono::steady_clock::now();
+    int status;
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (elapsed_ms(start) > kStopLimitMs) {
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    pid = -1;
+}
+
+std::string run_program(const std::vector<std::string> &argv, std::string *err, int *status) {
+    int out[2];
+    FILE *errors = std::tmpfile();  // a file never blocks the child as a full pipe would
+    if (errors == nullptr || pipe(out) != 0) return {};
+    pid_t pid = spawn(argv, out[1], fileno(errors));
+    close(out[1]);
+    std::string text = read_all(out[0]);
+    close(out[0]);
+    int wstatus = 0;
+    waitpid(pid, &wstatus, 0);
+    std::rewind(errors);
+    if (err) *err = read_all(fileno(errors));
+    std::fclose(errors);
+    if (status) *status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+    return text;
+}
+
+}  // namespace interop
