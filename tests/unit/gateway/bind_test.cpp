@@ -10,21 +10,18 @@
 
 #include "data/environment.h"
 #include "gateway/connections.h"
-#include "gateway/naming.h"
 #include "gateway/report.h"
 #include "giop/endpoint.h"
 #include "giop/orb.h"
 #include "platform/socket.h"
 #include "tests/peer/peer.h"
 #include "tests/support.h"
-#include "trace/host_slots.h"
 #include "trace/trace.h"
 
 namespace {
 // Nothing listens at port 1: binding never connects, so these still bind.
 const std::string down = "iiop:1.0//127.0.0.1:1/key";
 const std::string down_ior = peer::ior_text(peer::ior_bytes("IDL:A:1.0", "127.0.0.1", 1, "k"));
-const std::string naming = "iiop:1.0//127.0.0.1:2/NameService";
 char *const untouched = reinterpret_cast<char *>(0x1234);
 using lines = std::vector<std::string>;
 
@@ -38,7 +35,6 @@ struct Bind : ::testing::Test {
     Bind() : host(testsupport::linked_host()) { set_debug_level(1); }
     ~Bind() override {
         for (void *obj : bound) release(obj);
-        set_naming_door(nullptr);
     }
     // iiop_bind of IDL:A:1.0 instance "one"; bound_modus and status_text are
     // copied out ("untouched" when not written) and their blocks freed.
@@ -185,59 +181,6 @@ TEST_F(Bind, AgentAlternativesBindThroughTheSideLibraryOrFallThrough) {
     setenv("ZANTH_HOME", zanth.c_str(), 1);
     ASSERT_EQ(bind("Visibroker(14000) | IOR", "IOR:zz"), IIOP_OK);
     EXPECT_EQ(bound_modus, "Visibroker(14000)");
-}
-
-// Stands in for request execution: keeps the resolve request and answers as
-// a completed call does.
-struct {
-    int32_t result = IIOP_OK;
-    lines seen;
-    objref *answer = nullptr;
-} door;
-int32_t fake_door(iiop_record *r) {
-    iiop_req *req = r->u.invoke.req;
-    char head[96];
-    std::snprintf(head, sizeof head, "op %d timeout %d flags %d %s target %s", r->op, r->timeout_ms,
-                  req->flags, req->operation, req->target->instance_id);
-    door.seen.push_back(head);
-    for (ScriptParm *p = req->parms; p != nullptr; p = p->next)
-        door.seen.push_back(std::to_string(p->flags) + " " + std::to_string(p->type) + " " +
-                            p->name + "=" + nz(p->strval) + (p->ptr ? " ptr" : ""));
-    req->parms->ptr = door.answer = string_to_object(down.c_str(), env);
-    req->parms->strval = vustrdup(down.c_str());
-    add_connection(static_cast<objref *>(req->target->objref));
-    if (door.result != IIOP_OK) r->status_text = vustrdup("failed");
-    return door.result;
-}
-
-TEST_F(Bind, NamingStepSendsAHandMadeResolveThroughTheDoor) {
-    set_naming_door(fake_door);
-    ASSERT_EQ(bind("NameService(" + naming + ")"), IIOP_OK);
-    EXPECT_EQ(handle(), door.answer);
-    EXPECT_EQ(bound_modus, "NameService(" + naming + ")");
-    EXPECT_EQ(door.seen,
-              (lines{"op 3 timeout 0 flags 1 resolve target one", "2 14 IIOP_RESULT=NULL",
-                     "1 3 sequence length=1", "1 18 instance_id=one", "1 18 kind="}));
-    lines out = hostkit::printed();
-    std::string ns = out.at(out.size() - 11).substr(40);  // the naming service's handle
-    EXPECT_EQ(lines(out.end() - 12, out.end()),
-              (lines{"attempt_to_bind:  NameService " + naming + "\n",
-                     "attempt_to_bind:  NameService objectref " + ns, "finished req\n",
-                     "finished first_parm\n", "finished first_parm_a\n", "finished second_parm\n",
-                     "finished third_parm\n", "calling entry\n", "add_connection:  " + ns,
-                     "entry done, parm->data=" + hex(door.answer) + "\n",
-                     "got objectref " + hex(door.answer) + "\n", "done freeing\n"}));
-    objref *probe = string_to_object(naming.c_str(), env);
-    EXPECT_EQ(connections_at_host(probe), 0u);  // the service's handle left the list
-    release_objref(probe, env);
-
-    door.result = 1;  // a failed resolve: the next alternative is tried
-    ASSERT_EQ(bind("NameService(" + naming + ") | NameService(IOR:0) | IOR", down.c_str()), 0);
-    EXPECT_TRUE(printed("entry done, parm->data=0x0\n"));
-    EXPECT_TRUE(printed("attempt_to_bind:  Bad NameService IOR\n"));
-    set_naming_door(nullptr);  // the real door fails the same way
-    ASSERT_EQ(bind("NameService(" + naming + ") | IOR", down.c_str()), 0);
-    EXPECT_TRUE(printed("entry done, parm->data=0x0\n"));
 }
 
 TEST_F(Bind, ReleaseClosesTheConnectionOnlyForTheOneHandleOfItsAddressOnTheList) {

@@ -68,12 +68,15 @@ TEST_F(NamingResolve, ANamingServiceThatFailsGivesWayToTheNextAlternative) {
     refusing.start();
     closing.start();
     std::string fallback = road::iiop_text(1, "fallback");
-    objref *obj = bind_by(naming(refusing) + " | " + naming(closing) + " | IOR", fallback);
+    objref *obj = bind_by(
+        naming(refusing) + " | NameService(IOR:0) | " + naming(closing) + " | IOR", fallback);
     ASSERT_NE(obj, nullptr);
     EXPECT_EQ(bound_modus, "IOR");
     EXPECT_EQ(obj->data->profile.port, 1);
     EXPECT_TRUE(hostkit::printed_contains("IDL:omg.org/CORBA/OBJ_ADAPTER:1.0"));
     EXPECT_TRUE(hostkit::printed_contains("IDL:omg.org/CORBA/COMM_FAILURE:1.0"));
+    EXPECT_TRUE(hostkit::printed_contains("attempt_to_bind:  Bad NameService IOR\n"));
+    EXPECT_TRUE(hostkit::printed_contains("entry done, parm->data=0x0\n"));
     ASSERT_TRUE(refusing.wait());
     ASSERT_TRUE(closing.wait());
 }
