@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <sstream>
 #include <thread>
@@ -142,20 +143,10 @@ TEST_F(BankTest, WiresharkReadsEveryGiopMessageWithoutMalformedPackets) {
     std::string types = interop::run_program(
         {tshark, "-r", file, "-d", decode, "-Y", "giop", "-T", "fields", "-e", "giop.type"});
     int request_count = 0, reply_count = 0, other = 0;
-    std::istringstream lines(types);
-    std::string line;
-    while (std::getline(lines, line)) {
-        std::istringstream items(line);
-        std::string item;
-        while (std::getline(items, item, ',')) {
-            if (item == "0")
-                ++request_count;
-            else if (item == "1")
-                ++reply_count;
-            else
-                ++other;
-        }
-    }
+    std::replace(types.begin(), types.end(), ',', '\n');
+    std::istringstream items(types);
+    for (std::string item; std::getline(items, item);)
+        ++(item == "0" ? request_count : item == "1" ? reply_count : other);
     EXPECT_EQ(request_count, requests) << "GIOP Requests Wireshark read\n" << types << err;
     EXPECT_EQ(reply_count, requests - 1) << "GIOP Replies Wireshark read (one call was one-way)";
     EXPECT_EQ(other, 0) << types;

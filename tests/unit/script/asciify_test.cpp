@@ -45,26 +45,19 @@ TEST(Asciify, TableInBothDirections) {
     }
 }
 
-TEST(Asciify, PlainControlsAndEmptyInput) {
+TEST(Asciify, PlainControlsEmptyInputAndBrokenHex) {
     EXPECT_EQ(text_of("xa\nb\tc\rd\be\ff"), "xa\nb\tc\rd\be\ff");
     EXPECT_EQ(text_of("a\nb"), "`610a`b");  // a first byte joins the run ahead
     EXPECT_EQ(text_of("xa`"), "xa`60`");
-    char *empty = asciify(nullptr, 5);
-    EXPECT_STREQ(empty, "");
-    std::free(empty);
-    empty = asciify("abc", -1);
-    EXPECT_STREQ(empty, "");
-    std::free(empty);
     EXPECT_EQ(text_of(std::string("\0", 1)), "`00`");
-}
-
-TEST(UnAsciify, HexRunsDigitsAndCutText) {
-    EXPECT_EQ(bytes_of("`41`"), "A");
-    EXPECT_EQ(bytes_of("`41"), "A");
-    EXPECT_EQ(bytes_of("`4A`"), bytes_of("`4a`"));
-    EXPECT_EQ(bytes_of("`00`"), std::string("\0", 1));
-    EXPECT_EQ(bytes_of(""), "");
-    EXPECT_EQ(bytes_of("ab`4"), "ab");  // half a pair is dropped
+    for (long size : {5L, -1L}) {
+        char *empty = asciify(size < 0 ? "abc" : nullptr, size);
+        EXPECT_STREQ(empty, "") << size;
+        std::free(empty);
+    }
+    const std::pair<const char *, std::string> unasciified[] = {
+        {"`41", "A"}, {"`4A`", "J"}, {"", ""}, {"ab`4", "ab"}};  // half a pair is dropped
+    for (const auto &row : unasciified) EXPECT_EQ(bytes_of(row.first), row.second) << row.first;
     set_host_slots(hostkit::slots());
     hostkit::clear_printed();
     set_debug_level(1);
