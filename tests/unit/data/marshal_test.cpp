@@ -8,7 +8,6 @@
 #include "data/any.h"
 #include "data/decoder.h"
 #include "data/encoder.h"
-#include "data/objref_codec.h"
 #include "data/stdtypes.h"
 #include "data/unaligned.h"
 #include "host/kit/hostkit.h"
@@ -359,42 +358,6 @@ TEST_F(MarshalTest, BadValuesAndBytesFailAndTrace) {
                              "marshaling decoder detected error", "decode, default case?"})
         EXPECT_TRUE(hostkit::printed_contains(line)) << line;
     set_debug_level(0);
-}
-
-Bytes object_wire() {
-    Bytes b = Enc(false, false).ulong(tk_objref).ulong(tc_Object_body_length).bytes();
-    b.insert(b.end(), tc_Object_body, tc_Object_body + tc_Object_body_length);
-    return b;
-}
-
-// A stand-in for the transport's codec: a reference is a heap long.
-int fake_encode(TypeCode *, void *ref, CDR &s, Environment &) {
-    return s.put_long(ref ? *static_cast<uint32_t *>(ref) : 0);
-}
-int fake_decode(TypeCode *, void **ref, CDR &s, Environment &env) {
-    uint32_t v;
-    if (!s.get_long(&v)) return raise_system(env, exid::MARSHAL);
-    *ref = v ? new uint32_t(v) : nullptr;
-    return 1;
-}
-int released = 0;
-void fake_release(void *ref) {
-    ++released;
-    delete static_cast<uint32_t *>(ref);
-}
-
-TEST_F(MarshalTest, ObjectReferencesGoThroughTheRegisteredCodec) {
-    set_objref_codec({fake_encode, fake_decode, fake_release});
-    Held st(le.structure("IDL:S:1.0", {{"c", le.simple(tk_char)}, {"r", object_wire()}}));
-    Bytes wire = Enc(false, false).octet(1).ulong(0xBEEF).bytes();
-    CDR &s = input(wire, false);
-    std::vector<unsigned char> value(st->valueSize(env), 0);
-    ASSERT_EQ(decoder(st.get(), value.data(), nullptr, &s, env), 1);
-    ASSERT_EQ(encoder(st.get(), value.data(), nullptr, &out, env), 1);
-    EXPECT_EQ(written(), wire);
-    freeValue(st.get(), value.data(), nullptr, nullptr, env);
-    EXPECT_EQ(released, 1);
-    set_objref_codec({nullptr, nullptr, nullptr});
 }
 
 }  // namespace

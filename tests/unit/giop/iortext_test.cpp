@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "data/any.h"
 #include "data/decoder.h"
 #include "data/encoder.h"
 #include "data/environment.h"
@@ -223,7 +224,7 @@ TEST(Orb, ReferencesInsideValuesUseTheTransportCoding) {
     EXPECT_STREQ(back->data->profile.host, "ab");
     EXPECT_EQ(back->data->profile.port, 7);
     EXPECT_EQ(in.space_left, 0u);
-    release_objref(back, env);
+    EXPECT_EQ(freeValue(tc_Object(), &back, nullptr, nullptr, env), 1);  // through the codec
     release_objref(obj, env);
 }
 
