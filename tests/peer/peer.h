@@ -128,6 +128,9 @@ private:
     std::string failure_;
 };
 
+// A loopback port nothing listens on: a peer's, once the peer is gone.
+inline uint16_t closed_port() { return ScriptedPeer().port(); }
+
 }  // namespace peer
 
 #endif
