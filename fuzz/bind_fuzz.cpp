@@ -8,27 +8,19 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz/fuzz_common.h"
 #include "gateway/naming.h"
 #include "orbelle/host.h"
-#include "trace/host_slots.h"
-#include "trace/trace.h"
 
 namespace {
-void silent(const char *) {}
 // The naming service's resolve never goes to the network: it fails as a
 // request to an unreachable server would.
 int32_t unreachable(iiop_record *) { return IIOP_STATUS_SYSTEM_EXCEPTION; }
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static bool ready = [] {
-        unsetenv("ZANTH_HOME");  // the agent kinds fail without loading anything
-        set_host_slots({std::malloc, std::realloc, std::free, silent});
-        set_debug_level(5);
-        set_naming_door(unreachable);
-        return true;
-    }();
-    (void)ready;
+    fuzz::silent_host();
+    set_naming_door(unreachable);
     std::string input(reinterpret_cast<const char *>(data), size);
     size_t newline = input.find('\n');
     std::string modus = input.substr(0, newline);

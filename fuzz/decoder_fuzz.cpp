@@ -3,7 +3,6 @@
 // released, so leaks and bad frees show too.
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "data/any.h"
@@ -11,6 +10,7 @@
 #include "data/encoder.h"
 #include "data/limits.h"
 #include "data/stdtypes.h"
+#include "fuzz/fuzz_common.h"
 
 namespace {
 
@@ -63,22 +63,10 @@ void decode_and_release(TypeCode *tc, CDR &in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static bool ready = [] {
-        inittypecodes();
-        fill_value_table();
-        return true;
-    }();
-    (void)ready;
+    fuzz::typecodes_ready();
     if (size < 2 || size > (1u << 20)) return 0;
-    // The values are read from a 16-aligned copy, as from a message.
-    std::vector<unsigned char> block(size + 16);
-    unsigned char *at = block.data() + (16 - reinterpret_cast<uintptr_t>(block.data()) % 16) % 16;
-    std::memcpy(at, data + 2, size - 2);
-    CDR in;
-    in.cursor = at;
-    in.origin = at;
-    in.space_left = static_cast<uint32_t>(size - 2);
-    in.swap = data[0] & 1;
+    fuzz::AlignedInput input(data + 2, size - 2, data[0] & 1);
+    CDR &in = input.stream;
     if ((data[0] & 2) == 0) {
         const Fixed &f = fixed_types()[data[1] % fixed_types().size()];
         TypeCode tc(f.kind, static_cast<uint32_t>(f.body.size()), f.body.data(), 0);

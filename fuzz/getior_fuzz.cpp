@@ -8,22 +8,11 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz/fuzz_common.h"
 #include "gateway/getior.h"
-#include "trace/host_slots.h"
-#include "trace/trace.h"
-
-namespace {
-void silent(const char *) {}
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static bool ready = [] {
-        unsetenv("ZANTH_HOME");  // the agent kinds fail without loading anything
-        set_host_slots({std::malloc, std::realloc, std::free, silent});
-        set_debug_level(5);
-        return true;
-    }();
-    (void)ready;
+    fuzz::silent_host();
     char list[] = "/tmp/orbelle-fuzz-list-XXXXXX";
     int fd = mkstemp(list);
     if (fd < 0) return 0;

@@ -1,32 +1,21 @@
 // Treats arbitrary bytes as a TypeCode's encapsulation (and as a TypeCode in
 // a stream) and asks every question the engine answers about it.
 #include <cstdint>
-#include <cstring>
-#include <vector>
 
 #include "data/stdtypes.h"
 #include "data/typecode.h"
+#include "fuzz/fuzz_common.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static bool ready = [] {
-        inittypecodes();
-        fill_value_table();
-        return true;
-    }();
-    (void)ready;
+    fuzz::typecodes_ready();
     if (size < 2 || size > (1u << 20)) return 0;
-    std::vector<unsigned char> block(size + 16);
-    unsigned char *at = block.data() + (16 - reinterpret_cast<uintptr_t>(block.data()) % 16) % 16;
-    std::memcpy(at, data + 1, size - 1);
     auto length = static_cast<uint32_t>(size - 1);
+    fuzz::AlignedInput input(data + 1, length, data[0] & 1);
+    unsigned char *at = input.at;
     Environment env;
 
     // The bytes as one TypeCode in a stream.
-    CDR s;
-    s.cursor = at;
-    s.origin = at;
-    s.space_left = length;
-    s.swap = data[0] & 1;
+    CDR &s = input.stream;
     uint32_t align = 0;
     TypeCode target;
     TypeCode::nestedSize((data[0] & 2) ? &target : nullptr, s, &align, env);

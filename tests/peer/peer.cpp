@@ -30,43 +30,17 @@ uint32_t load32(const std::string &s, size_t at, bool little) {
 }
 }  // namespace
 
-void Writer::put(uint64_t v, size_t width) {
+Writer &Writer::put(uint64_t v, size_t width) {
     align(width);
     for (size_t i = 0; i < width; ++i) {
         size_t shift = little_ ? i : width - 1 - i;
         out_.push_back(static_cast<char>((v >> (8 * shift)) & 0xff));
     }
+    return *this;
 }
 
 Writer &Writer::align(size_t n) {
     while ((origin_ + out_.size()) % n != 0) out_.push_back('\0');
-    return *this;
-}
-Writer &Writer::octet(uint8_t v) {
-    put(v, 1);
-    return *this;
-}
-Writer &Writer::ushort(uint16_t v) {
-    put(v, 2);
-    return *this;
-}
-Writer &Writer::ulong(uint32_t v) {
-    put(v, 4);
-    return *this;
-}
-Writer &Writer::string(const std::string &text) {
-    ulong(static_cast<uint32_t>(text.size() + 1));
-    out_ += text;
-    out_.push_back('\0');
-    return *this;
-}
-Writer &Writer::octets(const std::string &bytes) {
-    ulong(static_cast<uint32_t>(bytes.size()));
-    out_ += bytes;
-    return *this;
-}
-Writer &Writer::raw(const std::string &bytes) {
-    out_ += bytes;
     return *this;
 }
 
@@ -178,41 +152,83 @@ ScriptedPeer::~ScriptedPeer() {
     ::close(listen_fd_);
 }
 
+ScriptedPeer &ScriptedPeer::add(Step step) {
+    steps_.push_back(std::move(step));
+    return *this;
+}
+
 ScriptedPeer &ScriptedPeer::accept() {
-    steps_.push_back({Step::Accept, {}, 0, nullptr});
-    return *this;
+    return add([this](Request &) {
+        if (conn_fd_ >= 0) ::close(conn_fd_);
+        conn_fd_ = -1;
+        if (!wait_readable(listen_fd_)) return false;
+        conn_fd_ = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (conn_fd_ < 0) return false;
+        int one = 1;
+        setsockopt(conn_fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        ++connections_;
+        return true;
+    });
 }
+
 ScriptedPeer &ScriptedPeer::read_message() {
-    steps_.push_back({Step::Read, {}, 0, nullptr});
-    return *this;
+    return add([this](Request &last) {
+        std::string m(12, '\0');
+        if (!read_exact(&m[0], 12) || m.compare(0, 4, "GIOP") != 0) return false;
+        uint32_t size = load32(m, 8, m[6] == 1);
+        if (size > (64u << 20)) return false;
+        m.resize(12 + size);
+        if (!read_exact(&m[12], size)) return false;
+        messages_.push_back(m);
+        last = parse_request(m);
+        return true;
+    });
 }
+
 ScriptedPeer &ScriptedPeer::send(const std::string &bytes) {
-    steps_.push_back({Step::Send, bytes, 0, nullptr});
-    return *this;
+    return add([this, bytes](Request &) { return send_all(bytes); });
 }
 ScriptedPeer &ScriptedPeer::send_for(std::function<std::string(const Request &)> make) {
-    steps_.push_back({Step::SendFor, {}, 0, std::move(make)});
-    return *this;
+    return add([this, make](Request &last) { return send_all(make(last)); });
 }
 ScriptedPeer &ScriptedPeer::send_bytewise(const std::string &bytes) {
-    steps_.push_back({Step::SendBytewise, bytes, 0, nullptr});
-    return *this;
+    return add([this, bytes](Request &) {
+        for (char c : bytes) {
+            if (!send_all(std::string(1, c))) return false;
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        return true;
+    });
 }
 ScriptedPeer &ScriptedPeer::pause(int ms) {
-    steps_.push_back({Step::Pause, {}, ms, nullptr});
-    return *this;
+    return add([ms](Request &) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        return true;
+    });
 }
 ScriptedPeer &ScriptedPeer::close() {
-    steps_.push_back({Step::Close, {}, 0, nullptr});
-    return *this;
+    return add([this](Request &) {
+        if (conn_fd_ >= 0) ::close(conn_fd_);
+        conn_fd_ = -1;
+        return true;
+    });
 }
 ScriptedPeer &ScriptedPeer::read_to_eof() {
-    steps_.push_back({Step::ReadEof, {}, 0, nullptr});
-    return *this;
+    return add([this](Request &) {
+        char buf[4096];
+        while (wait_readable(conn_fd_)) {
+            ssize_t got = ::recv(conn_fd_, buf, sizeof buf, 0);
+            if (got <= 0) break;
+            received_.append(buf, static_cast<size_t>(got));
+        }
+        return true;
+    });
 }
 ScriptedPeer &ScriptedPeer::wait_forever() {
-    steps_.push_back({Step::Forever, {}, 0, nullptr});
-    return *this;
+    return add([this](Request &) {
+        while (!stop_) std::this_thread::sleep_for(std::chrono::milliseconds(kPollSliceMs));
+        return true;
+    });
 }
 
 void ScriptedPeer::start() {
@@ -252,94 +268,20 @@ bool ScriptedPeer::read_exact(char *to, size_t n) {
     return true;
 }
 
-bool ScriptedPeer::send_all(const char *bytes, size_t n) {
-    while (n > 0) {
-        ssize_t put = ::send(conn_fd_, bytes, n, MSG_NOSIGNAL);
+bool ScriptedPeer::send_all(const std::string &bytes) {
+    for (size_t at = 0; at < bytes.size();) {
+        ssize_t put = ::send(conn_fd_, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
         if (put <= 0) return false;
-        bytes += put;
-        n -= static_cast<size_t>(put);
+        at += static_cast<size_t>(put);
     }
     return true;
 }
 
 void ScriptedPeer::run() {
     Request last;
-    for (const Step &s : steps_) {
-        if (stop_) break;
-        bool ok = true;
-        switch (s.kind) {
-            case Step::Accept: {
-                if (conn_fd_ >= 0) ::close(conn_fd_);
-                conn_fd_ = -1;
-                if (!wait_readable(listen_fd_)) {
-                    ok = false;
-                    break;
-                }
-                conn_fd_ = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-                ok = conn_fd_ >= 0;
-                if (ok) {
-                    int one = 1;
-                    setsockopt(conn_fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-                    ++connections_;
-                }
-                break;
-            }
-            case Step::Read: {
-                std::string m(12, '\0');
-                ok = read_exact(&m[0], 12) && m.compare(0, 4, "GIOP") == 0;
-                if (!ok) break;
-                uint32_t size = load32(m, 8, m[6] == 1);
-                if (size > (64u << 20)) {
-                    ok = false;
-                    break;
-                }
-                m.resize(12 + size);
-                ok = read_exact(&m[12], size);
-                if (ok) {
-                    messages_.push_back(m);
-                    last = parse_request(m);
-                }
-                break;
-            }
-            case Step::Send:
-                ok = send_all(s.bytes.data(), s.bytes.size());
-                break;
-            case Step::SendFor: {
-                std::string b = s.make(last);
-                ok = send_all(b.data(), b.size());
-                break;
-            }
-            case Step::SendBytewise:
-                for (char c : s.bytes) {
-                    if (!send_all(&c, 1)) {
-                        ok = false;
-                        break;
-                    }
-                    std::this_thread::sleep_for(std::chrono::microseconds(200));
-                }
-                break;
-            case Step::Pause:
-                std::this_thread::sleep_for(std::chrono::milliseconds(s.ms));
-                break;
-            case Step::Close:
-                if (conn_fd_ >= 0) ::close(conn_fd_);
-                conn_fd_ = -1;
-                break;
-            case Step::ReadEof: {
-                char buf[4096];
-                while (wait_readable(conn_fd_)) {
-                    ssize_t got = ::recv(conn_fd_, buf, sizeof buf, 0);
-                    if (got <= 0) break;
-                    received_.append(buf, static_cast<size_t>(got));
-                }
-                break;
-            }
-            case Step::Forever:
-                while (!stop_) std::this_thread::sleep_for(std::chrono::milliseconds(kPollSliceMs));
-                break;
-        }
-        if (!ok) {
-            failure_ = "step " + std::to_string(&s - steps_.data()) + " failed";
+    for (size_t i = 0; i < steps_.size() && !stop_; ++i) {
+        if (!steps_[i](last)) {
+            failure_ = "step " + std::to_string(i) + " failed";
             break;
         }
     }

@@ -19,17 +19,23 @@ namespace peer {
 class Writer {
 public:
     explicit Writer(bool little = true, size_t origin = 12) : little_(little), origin_(origin) {}
-    Writer &octet(uint8_t v);
-    Writer &ushort(uint16_t v);
-    Writer &ulong(uint32_t v);
-    Writer &string(const std::string &text);   // length with NUL, characters, NUL
-    Writer &octets(const std::string &bytes);  // length, then bytes
-    Writer &raw(const std::string &bytes);     // bytes as they are, no length
+    Writer &octet(uint8_t v) { return put(v, 1); }
+    Writer &ushort(uint16_t v) { return put(v, 2); }
+    Writer &ulong(uint32_t v) { return put(v, 4); }
+    // Length with NUL, characters, NUL.
+    Writer &string(const std::string &text) { return octets(text + '\0'); }
+    Writer &octets(const std::string &bytes) {  // length, then bytes
+        return ulong(static_cast<uint32_t>(bytes.size())).raw(bytes);
+    }
+    Writer &raw(const std::string &bytes) {  // bytes as they are, no length
+        out_ += bytes;
+        return *this;
+    }
     Writer &align(size_t n);
     const std::string &bytes() const { return out_; }
 
 private:
-    void put(uint64_t v, size_t width);
+    Writer &put(uint64_t v, size_t width);
     bool little_;
     size_t origin_;
     std::string out_;
@@ -101,26 +107,13 @@ public:
     const std::string &failure() const { return failure_; }  // empty when all went well
 
 private:
-    struct Step {
-        enum Kind {
-            Accept,
-            Read,
-            Send,
-            SendFor,
-            SendBytewise,
-            Pause,
-            Close,
-            ReadEof,
-            Forever
-        } kind;
-        std::string bytes;
-        int ms = 0;
-        std::function<std::string(const Request &)> make;
-    };
+    // One step; false when it failed.
+    using Step = std::function<bool(Request &last)>;
+    ScriptedPeer &add(Step step);
     void run();
     bool read_exact(char *to, size_t n);
     bool wait_readable(int fd);
-    bool send_all(const char *bytes, size_t n);
+    bool send_all(const std::string &bytes);
 
     int listen_fd_ = -1;
     int conn_fd_ = -1;
@@ -134,6 +127,9 @@ private:
     int connections_ = 0;
     std::string failure_;
 };
+
+// A loopback port nothing listens on: a peer's, once the peer is gone.
+inline uint16_t closed_port() { return ScriptedPeer().port(); }
 
 }  // namespace peer
 

@@ -48,22 +48,6 @@ TEST_F(AnyTest, DestroyReleasesOnlyWhatIsOwned) {
     TypeCode::release(owned_type);
 }
 
-TEST_F(AnyTest, NestedValuesAreReleasedBottomUp) {
-    // An any holding an any holding a sequence of strings (one null).
-    tcb::Held strings(le.sequence(le.simple(tk_string)));
-    auto *elements = static_cast<char **>(std::malloc(3 * sizeof(char *)));
-    elements[0] = text("a");
-    elements[1] = nullptr;
-    elements[2] = text("c");
-    auto *seq = static_cast<SequenceRecord *>(std::malloc(sizeof(SequenceRecord)));
-    *seq = SequenceRecord{3, 3, elements};
-    void *inner = std::malloc(sizeof(Any));
-    store_any(inner, Any(strings.get(), seq, 1));
-    unsigned char outer[sizeof(Any)];
-    store_any(outer, Any(tc_any(), inner, 1));
-    destroy_any(outer);  // the sanitizer build reports anything left
-}
-
 TEST_F(AnyTest, FreeValueWalksArraysAndRefusesNullTypes) {
     tcb::Held arr(le.array(le.simple(tk_string), 2));
     char *pair[2] = {text("x"), text("y")};

@@ -56,7 +56,6 @@ public:
         return *this;
     }
     const Bytes &bytes() const { return b_; }
-    bool big() const { return big_; }
 
 private:
     Enc &num(uint64_t v, size_t width) {
@@ -138,19 +137,15 @@ struct Tc {
     }
 };
 
-// A TypeCode over wire bytes (the kind word and what follows), with the
-// bytes kept alive beside it.
+// A TypeCode over little-endian wire bytes (the kind word and what follows),
+// with the bytes kept alive beside it.
 class Held {
 public:
-    explicit Held(const Bytes &wire, bool big = false) : wire_(wire), big_(big) {
-        uint32_t kind = word(0);
-        if (wire_.size() >= 8 && kind != tk_string && kind != tk_wstring) {
-            uint32_t len = word(4);
-            tc_ = new TypeCode(static_cast<int32_t>(kind), len, wire_.data() + 8, 0);
-        } else {
-            tc_ = new TypeCode(static_cast<int32_t>(kind));
-            if (wire_.size() >= 8) tc_->length = word(4);
-        }
+    explicit Held(const Bytes &wire) : wire_(wire) {
+        auto kind = static_cast<int32_t>(word(0));
+        bool body = wire_.size() >= 8 && kind != tk_string && kind != tk_wstring;
+        tc_ = body ? new TypeCode(kind, word(4), wire_.data() + 8, 0) : new TypeCode(kind);
+        if (!body && wire_.size() >= 8) tc_->length = word(4);
     }
     ~Held() { delete tc_; }
     TypeCode *get() const { return tc_; }
@@ -158,15 +153,10 @@ public:
 
 private:
     uint32_t word(size_t at) const {
-        uint32_t v = 0;
-        for (size_t i = 0; i < 4; ++i) {
-            size_t shift = big_ ? (3 - i) * 8 : i * 8;
-            v |= static_cast<uint32_t>(wire_[at + i]) << shift;
-        }
-        return v;
+        return wire_[at] | wire_[at + 1] << 8 | wire_[at + 2] << 16 |
+               static_cast<uint32_t>(wire_[at + 3]) << 24;
     }
     Bytes wire_;
-    bool big_;
     TypeCode *tc_;
 };
 

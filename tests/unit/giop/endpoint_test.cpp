@@ -55,12 +55,7 @@ TEST(Endpoint, RunStateIsSetAroundEveryConnectOnly) {
     ASSERT_NE(e, nullptr);
     release_endpoint(e);
     EXPECT_EQ(lookup("127.0.0.1", p.port(), env), e);
-    uint16_t closed = p.port();
-    {
-        peer::ScriptedPeer gone;
-        closed = gone.port();
-    }
-    EXPECT_EQ(lookup("127.0.0.1", closed, env), nullptr);
+    EXPECT_EQ(lookup("127.0.0.1", peer::closed_port(), env), nullptr);
     int32_t states[8];
     ASSERT_EQ(HarnixTestRunStates(states, 8), 5);
     EXPECT_EQ(states[1], 0x11);
@@ -70,11 +65,7 @@ TEST(Endpoint, RunStateIsSetAroundEveryConnectOnly) {
 }
 
 TEST(Endpoint, ConnectAndNameFailuresRaiseTheirExceptions) {
-    uint16_t closed;
-    {
-        peer::ScriptedPeer gone;
-        closed = gone.port();
-    }
+    uint16_t closed = peer::closed_port();
     Environment env;
     client_endpoint *before = client_list;
     EXPECT_EQ(lookup("127.0.0.1", closed, env), nullptr);
