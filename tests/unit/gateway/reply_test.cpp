@@ -27,8 +27,8 @@ struct Reply : road::Road {
     }
     // Out records of long from "name" or "name=text" words ("old" when no
     // text); names with ^ or [ are sequence members.
-    static void fill(Parms &p, const std::string &spec) {
-        std::istringstream words(spec);
+    static void fill(Parms &p, const std::string &layout) {
+        std::istringstream words(layout);
         for (std::string w; words >> w;) {
             size_t eq = w.find('=');
             std::string name = w.substr(0, eq);
