@@ -66,31 +66,22 @@ struct Everything {
         le.structure("IDL:In:1.0", {{"n", le.simple(tk_long)}, {"s", le.simple(tk_string)}});
     Bytes uni = le.union_of(le.simple(tk_long), tk_long, -1,
                             {{1, le.simple(tk_double)}, {2, le.simple(tk_string)}});
+    // Members in wire order: the primitives, then the constructed kinds,
+    // then the wide and 64-bit ones.
     Bytes type() const {
-        return le.structure("IDL:All:1.0", {{"s", le.simple(tk_short)},
-                                            {"l", le.simple(tk_long)},
-                                            {"us", le.simple(tk_ushort)},
-                                            {"ul", le.simple(tk_ulong)},
-                                            {"f", le.simple(tk_float)},
-                                            {"d", le.simple(tk_double)},
-                                            {"b", le.simple(tk_boolean)},
-                                            {"c", le.simple(tk_char)},
-                                            {"o", le.simple(tk_octet)},
-                                            {"a", le.simple(tk_any)},
-                                            {"t", le.simple(tk_TypeCode)},
-                                            {"p", le.simple(tk_Principal)},
-                                            {"st", inner},
-                                            {"u", uni},
-                                            {"e", le.enumeration(3)},
-                                            {"str", le.simple(tk_string)},
-                                            {"ss", le.sequence(le.sequence(le.simple(tk_short)))},
-                                            {"arr", le.array(le.simple(tk_long), 3)},
-                                            {"al", le.alias(le.bounded(tk_string, 10))},
-                                            {"ll", le.simple(tk_longlong)},
-                                            {"ull", le.simple(tk_ulonglong)},
-                                            {"ld", le.simple(tk_longdouble)},
-                                            {"wc", le.simple(tk_wchar)},
-                                            {"ws", le.simple(tk_wstring)}});
+        std::vector<std::pair<std::string, Bytes>> members;
+        auto add = [&](int32_t kind) { members.push_back({"m", le.simple(kind)}); };
+        for (int32_t kind : {tk_short, tk_long, tk_ushort, tk_ulong, tk_float, tk_double,
+                             tk_boolean, tk_char, tk_octet, tk_any, tk_TypeCode, tk_Principal})
+            add(kind);
+        for (const Bytes &t :
+             {inner, uni, le.enumeration(3), le.simple(tk_string),
+              le.sequence(le.sequence(le.simple(tk_short))), le.array(le.simple(tk_long), 3),
+              le.alias(le.bounded(tk_string, 10))})
+            members.push_back({"m", t});
+        for (int32_t kind : {tk_longlong, tk_ulonglong, tk_longdouble, tk_wchar, tk_wstring})
+            add(kind);
+        return le.structure("IDL:All:1.0", members);
     }
     Bytes value(bool big) const {
         static const uint8_t ld[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};

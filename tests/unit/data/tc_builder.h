@@ -26,10 +26,7 @@ public:
         while (b_.size() % a != 0) b_.push_back(0);
         return *this;
     }
-    Enc &octet(uint8_t v) {
-        b_.push_back(v);
-        return *this;
-    }
+    Enc &octet(uint8_t v) { return num(v, 1); }
     Enc &ushort(uint16_t v) { return num(v, 2); }
     Enc &ulong(uint32_t v) { return num(v, 4); }
     Enc &ulonglong(uint64_t v) { return num(v, 8); }
@@ -56,8 +53,7 @@ public:
         return *this;
     }
     const Bytes &bytes() const { return b_; }
-
-private:
+    // An unsigned number of width bytes, aligned to its width.
     Enc &num(uint64_t v, size_t width) {
         pad(width);
         for (size_t i = 0; i < width; ++i) {
@@ -66,6 +62,8 @@ private:
         }
         return *this;
     }
+
+private:
     bool big_;
     Bytes b_;
 };
@@ -109,15 +107,9 @@ struct Tc {
         Enc e = body();
         e.str("IDL:U:1.0").str("U").tc(disc).ulong(static_cast<uint32_t>(default_index));
         e.ulong(static_cast<uint32_t>(arms.size()));
-        for (const auto &a : arms) {
-            if (disc_kind == tk_boolean || disc_kind == tk_char)
-                e.octet(static_cast<uint8_t>(a.label));
-            else if (disc_kind == tk_short || disc_kind == tk_ushort || disc_kind == tk_wchar)
-                e.ushort(static_cast<uint16_t>(a.label));
-            else
-                e.ulong(a.label);
-            e.str("m").tc(a.type);
-        }
+        bool narrow = disc_kind == tk_boolean || disc_kind == tk_char;
+        bool half = disc_kind == tk_short || disc_kind == tk_ushort || disc_kind == tk_wchar;
+        for (const auto &a : arms) e.num(a.label, narrow ? 1 : half ? 2 : 4).str("m").tc(a.type);
         return complex(tk_union, e);
     }
     Bytes sequence(const Bytes &element, uint32_t bound = 0) const {
