@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "data/environment.h"
 #include "data/stdtypes.h"
@@ -65,47 +66,26 @@ int count_lines(const std::string &text) {
 }
 
 TEST_F(ScriptValues, TextsReadBackAsTheWireWouldCarryThem) {
-    struct Case {
-        int32_t type;
-        const char *in;
-        const char *out;
-    } cases[] = {
-        {tk_short, "-2", "-2"},
-        {tk_short, "32768", "-32768"},
-        {tk_ushort, "65537", "1"},
-        {tk_ushort, "-1", "65535"},
-        {tk_long, "  +12abc", "12"},
-        {tk_long, "2147483648", "-2147483648"},
-        {tk_long, "abc", "0"},
-        {tk_long, "", "0"},
-        {tk_ulong, "4294967295", "4294967295"},
-        {tk_ulong, "4294967296", "0"},
-        {tk_enum, "-3", "-3"},
-        {tk_long, "9", "9"},
-        {tk_long, "10", "10"},
-        {tk_long, "-99", "-99"},
-        {tk_long, "100", "100"},
-        {tk_long, "1000", "1000"},
-        {tk_long, "-10001", "-10001"},
-        {tk_float, "1.5", "1.500000"},
-        {tk_float, " -2.5e1x", "-25.000000"},
-        {tk_float, "0x10", "0.000000"},
-        {tk_float, "inf", "0.000000"},
-        {tk_double, "0.1234567", "0.123457"},
-        {tk_double, ".5e", "0.500000"},
-        {tk_boolean, "1", "1"},
-        {tk_boolean, "true", "0"},
-        {tk_boolean, " 1", "0"},
-        {tk_boolean, "2", "0"},
-        {tk_char, "xyz", "x"},
-        {tk_char, "", ""},
-        {tk_octet, "ff", "f"},
-        {tk_octet, "`41`", "A"},
-        {tk_octet, "`0a`", "\n"},
-        {tk_octet, "", "`00`"},
-        {tk_string, "a`0a`b", "a`0a`b"},
-    };
-    for (const Case &c : cases) EXPECT_EQ(round_trip(c.type, c.in), c.out) << c.type << " " << c.in;
+    // Per type, pairs of the text written and the text read back.
+    const std::vector<std::pair<int32_t, std::vector<const char *>>> cases = {
+        {tk_short, {"-2", "-2", "32768", "-32768"}},
+        {tk_ushort, {"65537", "1", "-1", "65535"}},
+        {tk_long, {"  +12abc", "12",  "2147483648", "-2147483648", "abc",    "0",     "",
+                   "0",        "9",   "9",          "10",          "10",     "-99",   "-99",
+                   "100",      "100", "1000",       "1000",        "-10001", "-10001"}},
+        {tk_ulong, {"4294967295", "4294967295", "4294967296", "0"}},
+        {tk_enum, {"-3", "-3"}},
+        {tk_float,
+         {"1.5", "1.500000", " -2.5e1x", "-25.000000", "0x10", "0.000000", "inf", "0.000000"}},
+        {tk_double, {"0.1234567", "0.123457", ".5e", "0.500000"}},
+        {tk_boolean, {"1", "1", "true", "0", " 1", "0", "2", "0"}},
+        {tk_char, {"xyz", "x", "", ""}},
+        {tk_octet, {"ff", "f", "`41`", "A", "`0a`", "\n", "", "`00`"}},
+        {tk_string, {"a`0a`b", "a`0a`b"}}};
+    for (const auto &c : cases)
+        for (size_t i = 0; i + 1 < c.second.size(); i += 2)
+            EXPECT_EQ(round_trip(c.first, c.second[i]), c.second[i + 1])
+                << c.first << " " << c.second[i];
 }
 
 TEST_F(ScriptValues, OnlyTwelveTypesHaveAnAreaAndATypeCode) {
