@@ -23,7 +23,14 @@ if [ ${#missing[@]} -gt 0 ]; then
   apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
 
+# Every exit, early or not, ends with one plain line saying how it went.
+closing() {
+  local rc=$?
+  if [ "$rc" -eq 0 ]; then echo "demo: passed"; else echo "demo: FAILED (exit status $rc)"; fi
+}
+trap closing EXIT
 build="$root/build/demo"
+mkdir -p "$build"
 echo "== building Orbelle and the demo bank server"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORBELLE_TESTS=OFF \
       -DORBELLE_BENCH=OFF -DORBELLE_INTEROP=ON >"$build.configure.log" 2>&1 ||
@@ -39,7 +46,7 @@ wait_for() {  # file text seconds
   return 1
 }
 pids=()
-cleanup() { for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done; wait 2>/dev/null; }
+cleanup() { local rc=$?; for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done; wait 2>/dev/null; (exit $rc); closing; }
 trap cleanup EXIT
 
 export NS_PORT BANK_PORT AGENT_PORT=14000
