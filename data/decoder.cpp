@@ -14,55 +14,14 @@
 
 namespace {
 
-// The shared TypeCode of each kind without parameters, filled on first use.
-TypeCode *simple_kinds[tk_count];
-bool simple_kinds_filled = false;
-
-TypeCode *simple_kind(int32_t kind) {
-    if (!simple_kinds_filled) {
-        inittypecodes();
-        for (int32_t k = 0; k < tk_count; ++k) {
-            bool listed =
-                (k >= tk_null && k <= tk_Principal) || (k >= tk_longlong && k <= tk_wchar);
-            simple_kinds[k] = listed ? standard_typecode(k) : nullptr;
-        }
-        simple_kinds_filled = true;
-    }
-    return simple_kinds[kind];
-}
-
 int marshal_error(Environment &env) {
     TRACE("marshaling decoder detected error");
     return raise_system(env, exid::MARSHAL);
 }
 
 int get_typecode(void *data, CDR &s, Environment &env) {
-    uint32_t word;
-    if (!s.get_long(&word) || word >= static_cast<uint32_t>(tk_count)) return marshal_error(env);
-    auto kind = static_cast<int32_t>(word);
-    TypeCode *result = simple_kind(kind);
-    if (result == nullptr && (kind == tk_string || kind == tk_wstring)) {
-        uint32_t bound;
-        if (!s.get_long(&bound)) return marshal_error(env);
-        if (bound == 0) {
-            result = kind == tk_string ? tc_string() : tc_wstring();
-        } else {
-            result = new TypeCode(kind);
-            result->owned = 1;
-            result->length = bound;
-            TRACE("decoder:  new TypeCode/string at " PTR_FMT, ptrv(result));
-        }
-    } else if (result == nullptr) {
-        uint32_t length;
-        // Checked before allocating: the body must be in the message.
-        if (!s.get_long(&length) || length > s.space_left) return marshal_error(env);
-        auto *block = static_cast<unsigned char *>(std::malloc(length != 0 ? length : 1));
-        if (block == nullptr) return marshal_error(env);
-        TRACE("decoder:  new buffer at " PTR_FMT, ptrv(block));
-        s.get_bytes(block, length);
-        result = new TypeCode(kind, length, block, 1);
-        TRACE("decoder:  new TypeCode/complex at " PTR_FMT, ptrv(result));
-    }
+    TypeCode *result = TypeCode::readTypeCode(s, env);
+    if (result == nullptr) return 0;
     store_unaligned(data, result);
     return 1;
 }

@@ -3,11 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "data/any.h"
-#include "data/decoder.h"
 #include "data/limits.h"
-#include "data/stdtypes.h"
 #include "data/unaligned.h"
+#include "trace/trace.h"
 
 namespace {
 
@@ -270,7 +268,7 @@ void fill_value_table() {
         {4, 4},                       // boolean, a word
         {1, 1},                       // char
         {1, 1},                       // octet
-        {sizeof(Any), 1},             // any: the record, packed
+        {any_record_size, 1},         // any: the record, packed
         {ptr, ptr},                   // TypeCode pointer
         {ptr, ptr},                   // Principal pointer
         {ptr, ptr},                   // objref pointer
@@ -296,6 +294,68 @@ ValueRow value_row(int32_t kind) {
     ValueRow row = value_table[kind];
     if (row.alignment == 0) row.alignment = 1;
     return row;
+}
+
+namespace {
+
+// One process-lifetime, unowned TypeCode for each kind without parameters.
+struct SharedKinds {
+    TypeCode codes[tk_count];
+    TypeCode *table[tk_count] = {};
+    SharedKinds() {
+        for (int32_t k = 0; k < tk_count; ++k) {
+            bool parameterless = (k >= tk_null && k <= tk_Principal) ||
+                                 (k >= tk_longlong && k <= tk_wchar) || k == tk_string ||
+                                 k == tk_wstring;
+            if (!parameterless) continue;
+            codes[k].kind = k;
+            table[k] = &codes[k];
+        }
+    }
+};
+
+// A TypeCode read from a value is part of decoding that value, and fails as
+// the decoder does.
+TypeCode *decode_failure(Environment &env) {
+    TRACE("marshaling decoder detected error");
+    raise_system(env, exid::MARSHAL);
+    return nullptr;
+}
+
+}  // namespace
+
+TypeCode *shared_typecode(int32_t kind) {
+    static SharedKinds shared;
+    if (kind < 0 || kind >= tk_count) return nullptr;
+    return shared.table[kind];
+}
+
+TypeCode *TypeCode::readTypeCode(CDR &s, Environment &env) {
+    env.clear();
+    uint32_t word;
+    if (!s.get_long(&word) || word >= static_cast<uint32_t>(tk_count)) return decode_failure(env);
+    auto kind = static_cast<int32_t>(word);
+    if (kind == tk_string || kind == tk_wstring) {
+        uint32_t bound;
+        if (!s.get_long(&bound)) return decode_failure(env);
+        if (bound == 0) return shared_typecode(kind);
+        auto *result = new TypeCode(kind);
+        result->owned = 1;
+        result->length = bound;
+        TRACE("decoder:  new TypeCode/string at " PTR_FMT, ptrv(result));
+        return result;
+    }
+    if (TypeCode *result = shared_typecode(kind)) return result;
+    uint32_t length;
+    // Checked before allocating: the body must be in the message.
+    if (!s.get_long(&length) || length > s.space_left) return decode_failure(env);
+    auto *block = static_cast<unsigned char *>(std::malloc(length != 0 ? length : 1));
+    if (block == nullptr) return decode_failure(env);
+    TRACE("decoder:  new buffer at " PTR_FMT, ptrv(block));
+    s.get_bytes(block, length);
+    auto *result = new TypeCode(kind, length, block, 1);
+    TRACE("decoder:  new TypeCode/complex at " PTR_FMT, ptrv(result));
+    return result;
 }
 
 TypeCode::TypeCode(int32_t kind_)
@@ -459,10 +519,7 @@ TypeCode *TypeCode::paramType(uint32_t index, Environment &env) {
         bad_typecode(env);
         return nullptr;
     }
-    TypeCode *result = nullptr;
-    inittypecodes();
-    if (!decoder(tc_TypeCode(), &result, this, &s, env)) return nullptr;
-    return result;
+    return readTypeCode(s, env);
 }
 
 const char *TypeCode::repositoryId(Environment &env) {
@@ -543,8 +600,7 @@ int walk_struct(TypeCode &tc, bool exception_form, void *v1, void *v2, valueVisi
                 void *context, Environment &env) {
     uint64_t offset = 0;
     if (exception_form) {
-        inittypecodes();
-        if (visit(visitor, tc_string(), v1, v2, context, env) != 1)
+        if (visit(visitor, shared_typecode(tk_string), v1, v2, context, env) != 1)
             return env.has_exception() ? 0 : bad_typecode(env);
         offset = value_row(tk_string).size;
     }

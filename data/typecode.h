@@ -111,6 +111,11 @@ public:
     // Reads a union label of the discriminator's kind from stream and tells
     // whether it equals the discriminator value at disc (1) or not (0).
     static int labelMatches(int32_t discKind, CDR &stream, const void *disc, Environment &env);
+    // Reads a TypeCode value from stream: the shared one of a kind without
+    // parameters (and of an unbounded string), else a new owned one that the
+    // caller releases. Null with MARSHAL when the stream ends early or holds
+    // an unknown kind or a body longer than the rest of the stream.
+    static TypeCode *readTypeCode(CDR &stream, Environment &env);
 
     uint32_t length;        // encapsulation length; the bound of a string
     unsigned char *buffer;  // the encapsulation, or null
@@ -129,10 +134,19 @@ struct ValueRow {
     uint32_t size;
     uint32_t alignment;
 };
+// Bytes of the record of a tk_any value in memory (struct Any of data/any.h:
+// type, value, ownsValue), which any.cpp checks.
+constexpr uint32_t any_record_size = (2 * sizeof(void *) + sizeof(uint32_t) + alignof(void *) - 1) /
+                                     alignof(void *) * alignof(void *);
 // Fills the table; until then every row reads size 0, alignment 1. Part of
 // ORB start-up, which must run before the first size is asked for.
 void fill_value_table();
 // The row of a kind from 0 to 27 (other kinds read as size 0, alignment 1).
 ValueRow value_row(int32_t kind);
+
+// The shared TypeCode of a kind without parameters (0 to 13 and 23 to 26)
+// and of the unbounded string and wstring (18, 27): process-lifetime,
+// unowned (addRef and release do nothing on it). Null for any other kind.
+TypeCode *shared_typecode(int32_t kind);
 
 #endif

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "repository/pirapi.h"
-#include "script/parms.h"
+#include "script/parm_list.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
