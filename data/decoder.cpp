@@ -88,14 +88,13 @@ int get_principal(void *data, CDR &s, Environment &env) {
 }
 
 int get_string(void *data, CDR &s, Environment &env) {
+    unsigned char *bytes;
     uint32_t length;
     // The count includes the terminator; the bytes must be in the message.
-    if (!s.get_long(&length) || length > s.space_left) return marshal_error(env);
+    if (!s.get_counted(&bytes, &length)) return marshal_error(env);
     TRACE("before asciify");
-    char *text = asciify(s.cursor, length != 0 ? static_cast<long>(length) - 1 : 0);
+    char *text = asciify(bytes, length != 0 ? static_cast<long>(length) - 1 : 0);
     if (text == nullptr) return marshal_error(env);
-    s.cursor += length;
-    s.space_left -= length;
     store_unaligned(data, text);
     TRACE("decoder:  new str at " PTR_FMT, ptrv(text));
     TRACE("decoder: len %" PRIu32 " str='%s'", length, text);

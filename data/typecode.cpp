@@ -174,9 +174,8 @@ bool follow_indirection(Parse &p, CDR &s, CDR &target_stream) {
     uintptr_t word_at = reinterpret_cast<uintptr_t>(word);
     uintptr_t lo = reinterpret_cast<uintptr_t>(p.lo);
     if (word_at < lo || word_at - lo < back) return false;
-    unsigned char *at = const_cast<unsigned char *>(word) - back;
-    target_stream.cursor = at;
-    target_stream.space_left = static_cast<uint32_t>(p.hi - at);
+    const unsigned char *at = word - back;
+    target_stream.read_in_place(at, static_cast<uint32_t>(p.hi - at));
     target_stream.swap = at[0] == 0 ? 1 : 0;
     target_stream.origin = p.lo;
     return true;
@@ -204,14 +203,13 @@ bool nested(Parse &p, TypeCode *target, CDR &outer, uint32_t &size, uint32_t &al
             target->buffer = nullptr;
         }
         if (kind == tk_objref || kind == tk_enum || kind == tk_sequence) {
+            unsigned char *body;
             uint32_t len;
-            if (!s->get_long(&len) || len > s->space_left) return false;
+            if (!s->get_counted(&body, &len)) return false;
             if (target != nullptr) {
                 target->length = len;
-                target->buffer = s->cursor;
+                target->buffer = body;
             }
-            s->cursor += len;
-            s->space_left -= len;
         } else if (kind == tk_string || kind == tk_wstring) {
             uint32_t bound;
             if (!s->get_long(&bound)) return false;
@@ -223,9 +221,9 @@ bool nested(Parse &p, TypeCode *target, CDR &outer, uint32_t &size, uint32_t &al
         return true;
     }
 
+    unsigned char *body;
     uint32_t len;
-    if (!s->get_long(&len) || len == 0 || len > s->space_left) return false;
-    unsigned char *body = s->cursor;
+    if (!s->get_counted(&body, &len) || len == 0) return false;
     if (target != nullptr) {
         target->kind = kind;
         target->length = len;
@@ -236,9 +234,8 @@ bool nested(Parse &p, TypeCode *target, CDR &outer, uint32_t &size, uint32_t &al
     ++p.depth;
     bool ok = run_rule(p, kind, inner, size, align, env);
     --p.depth;
-    s->cursor += len;
-    s->space_left -= len;
-    return ok && inner.cursor == s->cursor;
+    // The rule must have read the body to its last byte.
+    return ok && inner.space_left == 0;
 }
 
 }  // namespace
@@ -529,14 +526,14 @@ const char *TypeCode::repositoryId(Environment &env) {
         return nullptr;
     }
     CDR s;
+    unsigned char *id;
     uint32_t len;
     // The id must end with its zero inside the encapsulation.
-    if (!open_body(*this, s) || !s.get_long(&len) || len == 0 || len > s.space_left ||
-        s.cursor[len - 1] != 0) {
+    if (!open_body(*this, s) || !s.get_counted(&id, &len) || len == 0 || id[len - 1] != 0) {
         bad_typecode(env);
         return nullptr;
     }
-    return reinterpret_cast<const char *>(s.cursor);
+    return reinterpret_cast<const char *>(id);
 }
 
 uint32_t TypeCode::valueSize(Environment &env) {
@@ -648,8 +645,7 @@ int walk_union(TypeCode &tc, void *v1, void *v2, valueVisitor visitor, void *con
         if (!s.skip_counted()) return bad_typecode(env);
         if (default_index >= 0 && i == static_cast<uint32_t>(default_index)) {
             have_default = true;
-            at_default.cursor = s.cursor;
-            at_default.space_left = s.space_left;
+            at_default.read_in_place(s.cursor, s.space_left);
             at_default.swap = s.swap;
         }
         TypeCode member;
