@@ -29,34 +29,24 @@ int get_typecode(void *data, CDR &s, Environment &env) {
 int get_any(void *data, CDR &s, Environment &env) {
     ValueNesting level(env);
     if (!level.ok()) return 0;
-    TypeCode *type = nullptr;
-    if (!decoder(tc_TypeCode(), &type, nullptr, &s, env)) return 0;
+    TypeCode *read = nullptr;
+    if (!decoder(tc_TypeCode(), &read, nullptr, &s, env)) return 0;
+    TypeCodeRef type(read);
     uint32_t size = type->valueSize(env);
-    if (env.has_exception()) {
-        TypeCode::release(type);
-        return 0;
-    }
-    if (!value_block_allowed(size, s.space_left)) {
-        TypeCode::release(type);
-        return marshal_error(env);
-    }
+    if (env.has_exception()) return 0;
+    if (!value_block_allowed(size, s.space_left)) return marshal_error(env);
     void *block = std::calloc(size != 0 ? size : 1, 1);
-    if (block == nullptr) {
-        TypeCode::release(type);
-        return marshal_error(env);
-    }
+    if (block == nullptr) return marshal_error(env);
     TRACE("decoder:  new value " PTR_FMT, ptrv(block));
-    if (!decoder(type, block, nullptr, &s, env)) {
+    if (!decoder(type.get(), block, nullptr, &s, env)) {
         TRACE("decoder:  delete value " PTR_FMT, ptrv(block));
         // What was decoded before the failure is released with the block.
         Environment local;
-        freeValue(type, block, nullptr, nullptr, local);
+        freeValue(type.get(), block, nullptr, nullptr, local);
         std::free(block);
-        TypeCode::release(type);
         return 0;
     }
-    Any any(type, block, 1);
-    TypeCode::release(type);  // the Any holds its own reference now
+    Any any(type.get(), block, 1);  // takes a reference of its own
     if (data == nullptr) {
         destroy_any(&any);
         return 1;
@@ -122,10 +112,9 @@ int get_sequence(TypeCode *tc, void *data, CDR &s, Environment &env) {
     store_unaligned(data, SequenceRecord{0, 0, nullptr});
     if (count == 0) return 1;
     SequenceRecord record{count, count, nullptr};
-    TypeCode *element = tc->paramType(0, env);
-    if (element == nullptr) return 0;
+    TypeCodeRef element(tc->paramType(0, env));
+    if (!element) return 0;
     uint32_t size = element->valueSize(env);
-    TypeCode::release(element);
     if (env.has_exception()) return 0;
     // Elements of size 0 hold nothing in memory and nothing on the wire.
     if (size == 0) {

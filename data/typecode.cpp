@@ -662,8 +662,8 @@ int walk_union(TypeCode &tc, void *v1, void *v2, valueVisitor visitor, void *con
 
 int walk_elements(TypeCode &tc, uint32_t count, void *e1, void *e2, valueVisitor visitor,
                   void *context, Environment &env) {
-    TypeCode *element = tc.paramType(0, env);
-    if (element == nullptr) return 0;
+    TypeCodeRef element(tc.paramType(0, env));
+    if (!element) return 0;
     uint32_t size = element->valueSize(env);
     int result = env.has_exception() ? 0 : 1;
     // Elements of size 0 hold nothing, and their wire form is empty too:
@@ -674,10 +674,9 @@ int walk_elements(TypeCode &tc, uint32_t count, void *e1, void *e2, valueVisitor
     if (result == 1 && count != 0 && e1 == nullptr) result = raise_system(env, exid::BAD_PARAM);
     for (uint32_t i = 0; result == 1 && i < count; ++i) {
         uint64_t offset = uint64_t{size} * i;
-        if (visit(visitor, element, step(e1, offset), step(e2, offset), context, env) == 0)
+        if (visit(visitor, element.get(), step(e1, offset), step(e2, offset), context, env) == 0)
             result = 0;
     }
-    TypeCode::release(element);
     return result;
 }
 
@@ -707,11 +706,9 @@ int TypeCode::walkValue(void *value1, void *value2, valueVisitor visitor, void *
             return walk_elements(*this, count, value1, value2, visitor, context, env);
         }
         case tk_alias: {
-            TypeCode *aliased = paramType(2, env);
-            if (aliased == nullptr) return 0;
-            int r = aliased->walkValue(value1, value2, visitor, context, env);
-            release(aliased);
-            return r;
+            TypeCodeRef aliased(paramType(2, env));
+            if (!aliased) return 0;
+            return aliased->walkValue(value1, value2, visitor, context, env);
         }
         default:
             if (kind < tk_null || kind >= tk_count) return bad_typecode(env);

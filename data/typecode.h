@@ -128,6 +128,39 @@ private:
     bool ownsCopy_ = false;
 };
 
+// Holds one reference on a TypeCode (or null) and gives it up when it goes
+// out of scope, so that no exit path releases one by hand.
+class TypeCodeRef {
+public:
+    TypeCodeRef() = default;
+    // Takes over the reference the caller holds on tc.
+    explicit TypeCodeRef(TypeCode *tc) : tc_(tc) {}
+    ~TypeCodeRef() { TypeCode::release(tc_); }
+    TypeCodeRef(TypeCodeRef &&other) noexcept : tc_(other.handOver()) {}
+    TypeCodeRef &operator=(TypeCodeRef &&other) noexcept {
+        if (this != &other) {
+            TypeCode::release(tc_);
+            tc_ = other.handOver();
+        }
+        return *this;
+    }
+    TypeCodeRef(const TypeCodeRef &) = delete;
+    TypeCodeRef &operator=(const TypeCodeRef &) = delete;
+
+    TypeCode *get() const { return tc_; }
+    TypeCode *operator->() const { return tc_; }
+    explicit operator bool() const { return tc_ != nullptr; }
+    // Gives the reference to the caller; the holder is empty afterwards.
+    TypeCode *handOver() {
+        TypeCode *tc = tc_;
+        tc_ = nullptr;
+        return tc;
+    }
+
+private:
+    TypeCode *tc_ = nullptr;
+};
+
 // Size and alignment of a value of each simple kind in memory; sizes of the
 // compound kinds are computed from their TypeCodes.
 struct ValueRow {
