@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include "data/any.h"
-#include "data/limits.h"
 #include "data/objref_codec.h"
 #include "data/primitive_runs.h"
 #include "data/stdtypes.h"
 #include "data/unaligned.h"
+#include "orbelle/limits.h"
 #include "script/asciify.h"
 #include "trace/trace.h"
 

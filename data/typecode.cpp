@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "data/limits.h"
 #include "data/unaligned.h"
+#include "orbelle/limits.h"
 #include "trace/trace.h"
 
 namespace {
@@ -99,10 +99,10 @@ bool struct_rule(Parse &p, CDR &s, bool exception_form, uint32_t &size_out, uint
         if (!s.skip_counted() || !nested(p, nullptr, s, msize, malign, env)) return false;
         size = align_up(size, malign) + msize;
         if (malign > align) align = malign;
-        if (size > max_value_size) return false;
+        if (size > limits::max_value_size) return false;
     }
     size = align_up(size, align);
-    if (size > max_value_size) return false;
+    if (size > limits::max_value_size) return false;
     size_out = static_cast<uint32_t>(size);
     align_out = align;
     return true;
@@ -127,7 +127,7 @@ bool union_rule(Parse &p, CDR &s, uint32_t &size_out, uint32_t &align_out, uint3
     uint64_t part = align_up(d, member_align);
     if (member_align > align) align = member_align;
     uint64_t size = align_up(part + largest, align);
-    if (size > max_value_size) return false;
+    if (size > limits::max_value_size) return false;
     disc_part = static_cast<uint32_t>(part);
     size_out = static_cast<uint32_t>(size);
     align_out = align;
@@ -138,7 +138,7 @@ bool array_rule(Parse &p, CDR &s, uint32_t &size_out, uint32_t &align_out, Envir
     uint32_t esize, ealign, count;
     if (!nested(p, nullptr, s, esize, ealign, env) || !s.get_long(&count)) return false;
     uint64_t size = uint64_t{esize} * count;
-    if (size > max_value_size) return false;
+    if (size > limits::max_value_size) return false;
     size_out = static_cast<uint32_t>(size);
     align_out = ealign;
     return true;
@@ -183,7 +183,8 @@ bool follow_indirection(Parse &p, CDR &s, CDR &target_stream) {
 
 bool nested(Parse &p, TypeCode *target, CDR &outer, uint32_t &size, uint32_t &align,
             Environment &env) {
-    if (++p.steps > max_typecode_steps || p.depth >= max_typecode_depth) return false;
+    if (++p.steps > limits::max_typecode_steps || p.depth >= limits::max_typecode_depth)
+        return false;
     uint32_t word;
     if (!outer.get_long(&word)) return false;
     CDR indirect;
@@ -240,7 +241,7 @@ bool nested(Parse &p, TypeCode *target, CDR &outer, uint32_t &size, uint32_t &al
 
 }  // namespace
 
-ValueNesting::ValueNesting(Environment &env) : ok_(value_depth < max_value_depth) {
+ValueNesting::ValueNesting(Environment &env) : ok_(value_depth < limits::max_value_depth) {
     if (ok_)
         ++value_depth;
     else

@@ -161,6 +161,20 @@ private:
     TypeCode *tc_ = nullptr;
 };
 
+// Counts the levels of value walks in progress. ok() is false (and env holds
+// BAD_TYPECODE) when one more level would pass limits::max_value_depth.
+class ValueNesting {
+public:
+    explicit ValueNesting(Environment &env);
+    ~ValueNesting();
+    ValueNesting(const ValueNesting &) = delete;
+    ValueNesting &operator=(const ValueNesting &) = delete;
+    bool ok() const { return ok_; }
+
+private:
+    bool ok_;
+};
+
 // Size and alignment of a value of each simple kind in memory; sizes of the
 // compound kinds are computed from their TypeCodes.
 struct ValueRow {
