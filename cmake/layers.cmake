@@ -34,10 +34,11 @@ function(orbelle_layer name)
   target_link_libraries(orbelle_${name} PUBLIC ${L_USES})
 endfunction()
 
-# The limits against hostile input (include/orbelle/limits.h), which every
-# layer may use.
-add_library(orbelle_limits INTERFACE)
-orbelle_expose(orbelle_limits INTERFACE BASE ${CMAKE_SOURCE_DIR}/include orbelle/limits.h)
+# The limits against hostile input and the TypeCode kinds
+# (include/orbelle/limits.h, kinds.h), which every layer may use.
+add_library(orbelle_definitions INTERFACE)
+orbelle_expose(orbelle_definitions INTERFACE BASE ${CMAKE_SOURCE_DIR}/include
+               orbelle/limits.h orbelle/kinds.h)
 
 # The host's records (include/orbelle), which every layer above data may use.
 add_library(orbelle_records INTERFACE)

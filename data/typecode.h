@@ -10,40 +10,8 @@
 
 #include "data/cdr.h"
 #include "data/environment.h"
+#include "orbelle/kinds.h"
 
-// TCKind numbers known here.
-enum : int32_t {
-    tk_null = 0,
-    tk_void = 1,
-    tk_short = 2,
-    tk_long = 3,
-    tk_ushort = 4,
-    tk_ulong = 5,
-    tk_float = 6,
-    tk_double = 7,
-    tk_boolean = 8,
-    tk_char = 9,
-    tk_octet = 10,
-    tk_any = 11,
-    tk_TypeCode = 12,
-    tk_Principal = 13,
-    tk_objref = 14,
-    tk_struct = 15,
-    tk_union = 16,
-    tk_enum = 17,
-    tk_string = 18,
-    tk_sequence = 19,
-    tk_array = 20,
-    tk_alias = 21,
-    tk_except = 22,
-    tk_longlong = 23,
-    tk_ulonglong = 24,
-    tk_longdouble = 25,
-    tk_wchar = 26,
-    tk_wstring = 27,
-};
-// One past the last kind known here.
-constexpr int32_t tk_count = 28;
 // The kind word that marks an indirection to a TypeCode met earlier.
 constexpr uint32_t tk_indirection = 0xFFFFFFFFu;
 

@@ -232,11 +232,11 @@ void PirCsvFile::parseTyp(size_t &pos, PirTypNod *typNod) {
     ++pos;
     typNod->typKind = kind;
     switch (kind) {
-        case pirtk::struct_kind:
+        case tk_struct:
             typNod->typCnt = readMemberCount(pos);
             for (uint32_t i = 0; i < typNod->typCnt; ++i) parseChildType(pos, typNod);
             break;
-        case pirtk::union_kind: {
+        case tk_union: {
             auto discriminator = std::make_unique<PirTypNod>();
             parseTyp(pos, discriminator.get());
             discriminator->typNam = pirDiscriminatorName;
@@ -245,11 +245,11 @@ void PirCsvFile::parseTyp(size_t &pos, PirTypNod *typNod) {
             for (uint32_t i = 0; i < typNod->typCnt; ++i) parseChildType(pos, typNod);
             break;
         }
-        case pirtk::sequence_kind:
+        case tk_sequence:
             typNod->typBnd = readNumber(pos);
             parseChildType(pos, typNod);
             break;
-        case pirtk::array_kind: {
+        case tk_array: {
             typNod->typCnt = readNumber(pos);
             uint64_t outer = arrayProduct_;
             uint64_t product = outer * typNod->typCnt;

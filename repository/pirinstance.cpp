@@ -8,7 +8,7 @@ namespace {
 const PirTypNod *as_type(const PirNod *node) { return dynamic_cast<const PirTypNod *>(node); }
 
 bool is_discriminator(const PirTypNod *above, const PirTypNod *level) {
-    return above->typKind == pirtk::union_kind && level->typNam == pirDiscriminatorName;
+    return above->typKind == tk_union && level->typNam == pirDiscriminatorName;
 }
 
 // One level of a name: the type at the level, the type above it (null at
@@ -24,14 +24,14 @@ struct name_level {
 void append_separator(std::string &name, const name_level &l) {
     if (l.above == nullptr) return;
     switch (l.above->typKind) {
-        case pirtk::struct_kind:
+        case tk_struct:
             name += '.';
             break;
-        case pirtk::union_kind:
+        case tk_union:
             if (!is_discriminator(l.above, l.level)) name += ':';
             break;
-        case pirtk::sequence_kind:
-        case pirtk::array_kind:
+        case tk_sequence:
+        case tk_array:
             if (l.stateful) {
                 name += '[';
                 name += std::to_string(l.index);
@@ -127,7 +127,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
     pri.stfNam = ins->stfNam;
 
     switch (typ->typKind) {
-        case pirtk::struct_kind:
+        case tk_struct:
             ins->count = static_cast<int32_t>(typ->typCnt);
             for (uint32_t i = 0; i < typ->typCnt; ++i) {
                 PirTypNod *member = child_type(typ, i);
@@ -135,11 +135,11 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
                 walk(own, member, ins, static_cast<int32_t>(i), cal);
             }
             break;
-        case pirtk::array_kind:
+        case tk_array:
             ins->count = static_cast<int32_t>(typ->typCnt);
             walk_elements(own, typ, ins, typ->typCnt, cal);
             break;
-        case pirtk::sequence_kind: {
+        case tk_sequence: {
             cal->NewSequence(pri);
             ins->stfNam = pri.stfNam;
             pri.subNam = pri.stfNam + "^length";
@@ -150,7 +150,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
             walk_elements(own, typ, ins, length, cal);
             break;
         }
-        case pirtk::union_kind: {
+        case tk_union: {
             cal->NewUnion(pri);
             PirTypNod *discriminator = child_type(typ, 0);
             if (discriminator != nullptr) walk(own, discriminator, ins, 0, cal);
@@ -162,7 +162,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
             walk(own, present, ins, static_cast<int32_t>(member), cal);
             break;
         }
-        case pirtk::alias_kind:
+        case tk_alias:
             // The format gives an alias no aliased type; without one the alias
             // is reported as a leaf of its own kind instead of walking nothing.
             if (PirTypNod *aliased = child_type(typ, 0)) {

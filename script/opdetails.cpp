@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "orbelle/kinds.h"
 #include "repository/pirapi.h"
 #include "script/parm_list.h"
 #include "trace/host_slots.h"
@@ -19,10 +20,6 @@ std::string seqBase;
 
 // The member a union walk is told to take, whatever the script holds.
 constexpr uint32_t union_member_answer = 10;
-
-constexpr int32_t tk_void = 1;
-constexpr int32_t tk_long = 3;
-constexpr int32_t tk_sequence = 19;
 
 int32_t flags_for(int32_t direction) {
     return direction == 0 ? PARM_IN : direction == 1 ? PARM_OUT : PARM_INOUT;

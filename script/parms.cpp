@@ -2,14 +2,12 @@
 
 #include <cstring>
 
+#include "orbelle/kinds.h"
 #include "script/opdetails.h"
 #include "script/parm_list.h"
 #include "trace/trace.h"
 
 namespace {
-constexpr int32_t tk_boolean = 8;
-constexpr int32_t tk_objref = 14;
-constexpr int32_t tk_string = 18;
 
 const char *const well_known[] = {"_get_implementation", "_get_interface", "_is_a",
                                   "_non_existent"};
