@@ -11,6 +11,7 @@
 #include "data/stdtypes.h"
 #include "giop/invocation.h"
 #include "script/asciify.h"
+#include "script/decimal.h"
 #include "script/values.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
@@ -227,7 +228,7 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
         TRACE("vu_do_call:  No sequence length %s", "in script");
         TRACE("vu_do_call:  Check for possible %s", "mismatch between IDL and script");
     } else {
-        script_len = decimal_reading(p->strval);
+        script_len = decimal_wrapping(p->strval);
     }
     int32_t skip = 0;
     if (!stack_.empty()) {
@@ -311,7 +312,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
                 area_live = p->type != tk_objref;
                 if (!env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
                     Frame &top = stack_.back();
-                    top.wire_len = decimal_reading(p->strval);
+                    top.wire_len = decimal_wrapping(p->strval);
                     TRACE("vu_do_call:  on wire seq len=%d", static_cast<int>(top.wire_len));
                     if (top.script_len < top.wire_len)
                         TRACE("vu_do_call:  ERROR -- %s%s", "returned sequence longer than ",

@@ -8,6 +8,7 @@
 
 #include "orbelle/kinds.h"
 #include "repository/pirapi.h"
+#include "script/decimal.h"
 #include "script/parm_list.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
@@ -23,27 +24,6 @@ constexpr uint32_t union_member_answer = 10;
 
 int32_t flags_for(int32_t direction) {
     return direction == 0 ? PARM_IN : direction == 1 ? PARM_OUT : PARM_INOUT;
-}
-
-// White space, one optional sign, decimal digits up to the first other
-// character; no digits read as 0. Values past the 32-bit range saturate.
-int32_t read_decimal(const char *text) {
-    while (std::isspace(static_cast<unsigned char>(*text))) ++text;
-    bool negative = false;
-    if (*text == '+' || *text == '-') negative = *text++ == '-';
-    int64_t value = 0;
-    for (; *text >= '0' && *text <= '9'; ++text) {
-        value = value * 10 + (*text - '0');
-        if (value > INT32_MAX) {
-            value = INT64_C(1) + INT32_MAX;
-            while (*text >= '0' && *text <= '9') ++text;
-            break;
-        }
-    }
-    if (negative) value = -value;
-    if (value > INT32_MAX) value = INT32_MAX;
-    if (value < INT32_MIN) value = INT32_MIN;
-    return static_cast<int32_t>(value);
 }
 
 const char *operation_name() { return opDetailsOperation->oprNam.c_str(); }
@@ -71,7 +51,7 @@ int32_t getseqlen(const char *basNam) {
             continue;
         }
         TRACE("getseqlen:  '%s' matches, value '%s'", basNam, value);
-        int32_t result = read_decimal(value);
+        int32_t result = decimal_saturating(value);
         // A negative length would turn into billions of elements on the way
         // to the walk's unsigned count: the sequence is taken as empty.
         return result < 0 ? 0 : result;
