@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "repository/flatname.h"
 #include "repository/pirassert.h"
 
 namespace {
@@ -25,20 +26,14 @@ void append_separator(std::string &name, const name_level &l) {
     if (l.above == nullptr) return;
     switch (l.above->typKind) {
         case tk_struct:
-            name += '.';
+            name += flat_member_separator;
             break;
         case tk_union:
-            if (!is_discriminator(l.above, l.level)) name += ':';
+            if (!is_discriminator(l.above, l.level)) name += flat_alternative_separator;
             break;
         case tk_sequence:
         case tk_array:
-            if (l.stateful) {
-                name += '[';
-                name += std::to_string(l.index);
-                name += ']';
-            } else {
-                name += "[]";
-            }
+            append_flat_index(name, l.index, l.stateful);
             break;
         default:
             break;
@@ -142,7 +137,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
         case tk_sequence: {
             cal->NewSequence(pri);
             ins->stfNam = pri.stfNam;
-            pri.subNam = pri.stfNam + "^length";
+            pri.subNam = flat_length_name(pri.stfNam);
             uint32_t length = cal->NewSequenceLength(pri);
             if (typ->typBnd != 0 && length > typ->typBnd)
                 throw PirException("invalid sequence length");
@@ -154,7 +149,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
             cal->NewUnion(pri);
             PirTypNod *discriminator = child_type(typ, 0);
             if (discriminator != nullptr) walk(own, discriminator, ins, 0, cal);
-            pri.subNam = pri.stfNam + "^discriminator";
+            pri.subNam = flat_discriminator_name(pri.stfNam);
             uint32_t member = cal->NewUnionDiscriminator(pri);
             PirTypNod *present =
                 member < typ->typCnt ? child_type(typ, size_t{member} + 1) : nullptr;

@@ -10,6 +10,7 @@
 #include "data/environment.h"
 #include "data/stdtypes.h"
 #include "giop/invocation.h"
+#include "repository/flatname.h"
 #include "script/asciify.h"
 #include "script/decimal.h"
 #include "script/values.h"
@@ -20,8 +21,6 @@ namespace {
 // Scripts never know the user exceptions of an operation: every user
 // exception Reply ends as OBJ_ADAPTER.
 const ExceptionTable no_user_exceptions{0, nullptr};
-
-constexpr char length_suffix[] = "^length";
 
 bool sends_value(const ScriptParm *p) { return p->flags == PARM_IN || p->flags == PARM_INOUT; }
 bool receives_value(const ScriptParm *p) { return p->flags == PARM_OUT || p->flags == PARM_INOUT; }
@@ -128,14 +127,6 @@ bool same_chars(const char *a, const char *b, size_t n) {
     return true;
 }
 
-// The "^length" that ends the base of a sequence in a length record's name
-// (the first one), or null when the name holds none.
-const char *length_mark(const char *name) {
-    for (const char *c = name; *c != '\0'; ++c)
-        if (*c == '^' && same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
-    return nullptr;
-}
-
 // The part of a record's name that tells which element of a sequence it
 // belongs to: the first characters, as many as the sequence's basename has,
 // and, behind a "[", the index up to the closing bracket (which is left
@@ -152,8 +143,7 @@ Member member_of(const char *name, const NamePart &base) {
     while (n < base.length && name[n] == base.text[n]) ++n;
     bool in_sequence = n == base.length;
     while (n < base.length && name[n] != '\0') ++n;
-    if (n == base.length && name[n] == '[')
-        while (name[n] != '\0' && name[n] != ']') ++n;
+    if (n == base.length) n = flat_index_end(name, n);
     return Member{NamePart{name, n}, in_sequence};
 }
 
@@ -290,7 +280,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
               static_cast<int>(p->supertype));
         const char *name = p->name != nullptr ? p->name : "";
         if (p->supertype == tk_sequence) {
-            const char *mark = length_mark(name);
+            const char *mark = find_flat_length(name);
             if (mark != nullptr) open_sequence(p, mark);
         }
 

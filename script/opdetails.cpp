@@ -7,6 +7,7 @@
 #include <string>
 
 #include "orbelle/kinds.h"
+#include "repository/flatname.h"
 #include "repository/pirapi.h"
 #include "script/decimal.h"
 #include "script/parm_list.h"
@@ -38,7 +39,7 @@ int32_t getseqlen(const char *basNam) {
     for (int32_t i = 0; i < count; ++i) {
         const char *name = plist[i].name;
         if (name == nullptr) continue;
-        const char *mark = std::strstr(name, "^length");
+        const char *mark = find_flat_length(name);
         if (mark == nullptr) continue;
         size_t length = static_cast<size_t>(mark - name);
         if (length != base_length || std::strncmp(name, basNam, length) != 0) {
@@ -71,7 +72,7 @@ void PirOpDetails::NewPrimitive(PirPrimitive &pri) {
     }
     // Elements of a sequence that is itself the result have no base of their
     // own: they take the one of their sequence.
-    if (pri.supertype == tk_sequence && !pri.stfNam.empty() && pri.stfNam[0] == '[') {
+    if (pri.supertype == tk_sequence && flat_starts_with_index(pri.stfNam)) {
         pri.stfNam = seqBase + pri.stfNam;
         TRACE("   CHANGE stfNam to '%s'", pri.stfNam.c_str());
     }
@@ -79,10 +80,10 @@ void PirOpDetails::NewPrimitive(PirPrimitive &pri) {
 
     std::string name;
     if (pri.stfNam.empty()) {
-        name = std::string("^") + operation_name();
+        name = flat_result_name(operation_name());
         TRACE("   stateful name blank, setting to '%s'", name.c_str());
     } else if (pri.own->kind == pirResKind && pri.supertype != tk_sequence) {
-        name = std::string("^") + operation_name() + pri.stfNam;
+        name = flat_result_name(operation_name()) + pri.stfNam;
         TRACE("   result, setting to '%s'", name.c_str());
     } else {
         name = pri.stfNam;
@@ -100,18 +101,16 @@ uint32_t PirOpDetails::NewSequenceLength(PirPrimitive &pri) {
     std::string name;
     if (pri.stfNam.empty()) {
         // The sequence is the result itself.
-        name = std::string("^") + operation_name();
-        seqBase = name;
-        name += "^length";
+        seqBase = flat_result_name(operation_name());
+        name = flat_length_name(seqBase);
         TRACE("NSL set sequence length name '%s'", name.c_str());
         pri.stlNam = seqBase;
         pri.stfNam = seqBase;
         TRACE("NSL stlNam now '%s'", pri.stlNam.c_str());
         TRACE("NSL stfNam now '%s'", pri.stfNam.c_str());
     } else {
-        name = pri.stfNam;
-        seqBase = name;
-        name += "^length";
+        seqBase = pri.stfNam;
+        name = flat_length_name(seqBase);
     }
     ScriptParm *record =
         opDetails_new_record(name.c_str(), flags_for(direction), tk_long, tk_sequence);

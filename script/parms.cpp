@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "orbelle/kinds.h"
+#include "repository/flatname.h"
 #include "script/opdetails.h"
 #include "script/parm_list.h"
 #include "trace/trace.h"
@@ -27,7 +28,7 @@ ScriptParm *GetWellKnownOpDetails(const char *operation) {
     size_t n = std::strlen(operation);
     char *result_name = new char[n + 1];
     std::memcpy(result_name, operation, n + 1);
-    result_name[0] = '^';
+    result_name[0] = flat_result_mark;
     int32_t type = std::strcmp(operation, "_get_implementation") == 0 ||
                            std::strcmp(operation, "_get_interface") == 0
                        ? tk_objref
