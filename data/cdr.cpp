@@ -121,13 +121,38 @@ int CDR::get_bytes(void *dest, uint32_t n) {
     return 1;
 }
 
-int CDR::skip_counted() {
-    uint32_t count = 0;
-    if (!get_long(&count)) return 0;
-    if (count > space_left) return 0;
-    cursor += count;
-    space_left -= count;
+int CDR::get_counted(unsigned char **bytes, uint32_t *count) {
+    uint32_t n = 0;
+    if (!get_long(&n)) return 0;
+    if (n > space_left) return 0;
+    *bytes = cursor;
+    *count = n;
+    cursor += n;
+    space_left -= n;
     return 1;
+}
+
+int CDR::skip_counted() {
+    unsigned char *bytes;
+    uint32_t count;
+    return get_counted(&bytes, &count);
+}
+
+void CDR::read_in_place(const unsigned char *at, uint32_t length) {
+    // Reading never writes through cursor.
+    cursor = const_cast<unsigned char *>(at);
+    space_left = length;
+}
+
+char *get_counted_text(CDR &in) {
+    unsigned char *bytes;
+    uint32_t count;
+    if (!in.get_counted(&bytes, &count)) return nullptr;
+    char *text = static_cast<char *>(std::malloc(count + 1u));
+    if (text == nullptr) return nullptr;
+    if (count != 0) std::memcpy(text, bytes, count);
+    text[count] = '\0';
+    return text;
 }
 
 int CDR::grow(uint32_t size) {

@@ -49,9 +49,18 @@ public:
     int put_bytes(const void *bytes, uint32_t n);
     int get_bytes(void *dest, uint32_t n);
 
-    // Reads an unsigned long count and skips that many bytes. 0 when the read
-    // fails or the count exceeds what is left (the count stays consumed).
+    // Reads an unsigned long count and moves over that many bytes, which the
+    // caller reads where they lie: *bytes points at them while the stream's
+    // memory lives. 0 when the read fails or the count exceeds what is left
+    // (the count stays consumed, nothing else moves).
+    int get_counted(unsigned char **bytes, uint32_t *count);
+    // The same, for bytes the caller does not look at.
     int skip_counted();
+
+    // Reads length bytes at at where they lie, with no byte-order byte of
+    // their own (unlike open_encapsulation): a second reader over part of a
+    // stream. swap and origin stay as they are.
+    void read_in_place(const unsigned char *at, uint32_t length);
 
     // Moves the stream to a larger heap block, keeping the bytes written so
     // far, their offsets from base and swap. size 0 asks for the next step
@@ -67,8 +76,9 @@ public:
         space_left = capacity;
     }
 
-    // The fields are open to the message code, which points cursor,
-    // space_left and swap at a message it has received.
+    // The fields are open for reading. Only the stream and the message
+    // code, which points it at a message it has received, move cursor and
+    // space_left.
     unsigned char *cursor = nullptr;      // next byte to write or read
     uint32_t space_left = 0;              // bytes between cursor and the end
     unsigned char *allocation = nullptr;  // block behind the stream
@@ -84,5 +94,10 @@ private:
     int put_aligned(const void *value, uint32_t width);
     int get_aligned(void *dest, uint32_t width);
 };
+
+// Reads a counted string into a new block (std::malloc), the count's bytes
+// followed by a terminator of its own. Null when the read fails (as
+// get_counted) or no memory is left.
+char *get_counted_text(CDR &in);
 
 #endif

@@ -8,6 +8,7 @@
 #include "data/unaligned.h"
 #include "giop/endpoint.h"
 #include "host/harnix/harnix.h"
+#include "orbelle/limits.h"
 #include "platform/socket.h"
 #include "trace/trace.h"
 
@@ -28,10 +29,6 @@ const char *const kTypeNames[] = {"Request",       "Reply",       "CancelRequest
 // header has arrived. Larger ones grow as their bytes arrive, so a header
 // that merely claims a huge size costs no more memory than was sent.
 constexpr uint32_t kEagerBodySize = 1u << 20;
-// The largest body accepted at all: far above what any server sends to this
-// client (omniORB refuses messages over 2 MiB by default), and low enough
-// that the size plus the header never overflows 32 bits.
-constexpr uint32_t kMaxBodySize = 256u << 20;
 
 void socket_failure(const char *where) {
     int code = platform::last_socket_error();
@@ -171,7 +168,7 @@ int GIOP::read_message(int32_t fd, CDR &stream, Environment &env) {
     stream.space_left -= 8;
     uint32_t size = 0;
     stream.get_long(&size);
-    if (size > kMaxBodySize) {
+    if (size > limits::max_body_size) {
         TRACE("read_message:  size %u too large", size);
         raise_system(env, exid::COMM_FAILURE);
         return giop_msg::MessageError;

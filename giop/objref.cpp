@@ -17,26 +17,17 @@ constexpr uint32_t kTagMultipleComponents = 1;
 // Reads a CDR string into a new NUL-terminated block. Its length is checked
 // against the bytes present before anything is allocated.
 int get_string(CDR &in, char **out) {
-    uint32_t length = 0;
-    if (!in.get_long(&length) || length > in.space_left) return 0;
-    char *text = static_cast<char *>(std::malloc(length + 1u));
-    if (text == nullptr) return 0;
-    std::memcpy(text, in.cursor, length);
-    text[length] = '\0';
-    in.cursor += length;
-    in.space_left -= length;
-    *out = text;
-    return 1;
+    *out = get_counted_text(in);
+    return *out != nullptr;
 }
 
 int get_octets(CDR &in, octet_seq *out) {
+    unsigned char *at;
     uint32_t length = 0;
-    if (!in.get_long(&length) || length > in.space_left) return 0;
+    if (!in.get_counted(&at, &length)) return 0;
     auto *bytes = static_cast<uint8_t *>(std::malloc(length != 0 ? length : 1));
     if (bytes == nullptr) return 0;
-    std::memcpy(bytes, in.cursor, length);
-    in.cursor += length;
-    in.space_left -= length;
+    std::memcpy(bytes, at, length);
     *out = {length, length, bytes};
     return 1;
 }
@@ -157,17 +148,16 @@ int decode_objref(CDR &in, void *value, Environment &env) {
             if (!in.skip_counted()) break;
             continue;
         }
+        unsigned char *body;
         uint32_t length = 0;
-        if (!in.get_long(&length) || length > in.space_left || length == 0) {
+        if (!in.get_counted(&body, &length) || length == 0) {
             TRACE("decoder:  encountered badly encoded objref!");
             raise_system(env, exid::MARSHAL);
             failed = true;
             break;
         }
         CDR encap;
-        encap.open_encapsulation(in.cursor, length);
-        in.cursor += length;
-        in.space_left -= length;
+        encap.open_encapsulation(body, length);
 
         auto *d = static_cast<objrefdata *>(std::calloc(1, sizeof(objrefdata)));
         if (d == nullptr) {

@@ -10,7 +10,9 @@
 #include "data/environment.h"
 #include "data/stdtypes.h"
 #include "giop/invocation.h"
+#include "repository/flatname.h"
 #include "script/asciify.h"
+#include "script/decimal.h"
 #include "script/values.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
@@ -19,8 +21,6 @@ namespace {
 // Scripts never know the user exceptions of an operation: every user
 // exception Reply ends as OBJ_ADAPTER.
 const ExceptionTable no_user_exceptions{0, nullptr};
-
-constexpr char length_suffix[] = "^length";
 
 bool sends_value(const ScriptParm *p) { return p->flags == PARM_IN || p->flags == PARM_INOUT; }
 bool receives_value(const ScriptParm *p) { return p->flags == PARM_OUT || p->flags == PARM_INOUT; }
@@ -127,14 +127,6 @@ bool same_chars(const char *a, const char *b, size_t n) {
     return true;
 }
 
-// The "^length" that ends the base of a sequence in a length record's name
-// (the first one), or null when the name holds none.
-const char *length_mark(const char *name) {
-    for (const char *c = name; *c != '\0'; ++c)
-        if (*c == '^' && same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
-    return nullptr;
-}
-
 // The part of a record's name that tells which element of a sequence it
 // belongs to: the first characters, as many as the sequence's basename has,
 // and, behind a "[", the index up to the closing bracket (which is left
@@ -151,8 +143,7 @@ Member member_of(const char *name, const NamePart &base) {
     while (n < base.length && name[n] == base.text[n]) ++n;
     bool in_sequence = n == base.length;
     while (n < base.length && name[n] != '\0') ++n;
-    if (n == base.length && name[n] == '[')
-        while (name[n] != '\0' && name[n] != ']') ++n;
+    if (n == base.length) n = flat_index_end(name, n);
     return Member{NamePart{name, n}, in_sequence};
 }
 
@@ -227,7 +218,7 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
         TRACE("vu_do_call:  No sequence length %s", "in script");
         TRACE("vu_do_call:  Check for possible %s", "mismatch between IDL and script");
     } else {
-        script_len = decimal_reading(p->strval);
+        script_len = decimal_wrapping(p->strval);
     }
     int32_t skip = 0;
     if (!stack_.empty()) {
@@ -289,7 +280,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
               static_cast<int>(p->supertype));
         const char *name = p->name != nullptr ? p->name : "";
         if (p->supertype == tk_sequence) {
-            const char *mark = length_mark(name);
+            const char *mark = find_flat_length(name);
             if (mark != nullptr) open_sequence(p, mark);
         }
 
@@ -311,7 +302,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
                 area_live = p->type != tk_objref;
                 if (!env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
                     Frame &top = stack_.back();
-                    top.wire_len = decimal_reading(p->strval);
+                    top.wire_len = decimal_wrapping(p->strval);
                     TRACE("vu_do_call:  on wire seq len=%d", static_cast<int>(top.wire_len));
                     if (top.script_len < top.wire_len)
                         TRACE("vu_do_call:  ERROR -- %s%s", "returned sequence longer than ",

@@ -14,6 +14,7 @@
 #include "giop/orb.h"
 #include "host/tellcat/tellcat.h"
 #include "script/asciify.h"
+#include "script/decimal.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
@@ -262,20 +263,6 @@ void release_held(const ScriptParm *parm, void *area) {
 }
 }  // namespace
 
-int32_t decimal_reading(const char *text) {
-    if (text == nullptr) return 0;
-    const char *p = text;
-    // A digit is never white space, and most texts begin with one.
-    if (*p < '0' || *p > '9')
-        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
-    bool negative = false;
-    if (*p == '+' || *p == '-') negative = *p++ == '-';
-    uint32_t value = 0;
-    for (; *p >= '0' && *p <= '9'; ++p) value = value * 10u + static_cast<uint32_t>(*p - '0');
-    if (negative) value = 0u - value;
-    return static_cast<int32_t>(value);
-}
-
 double float_reading(const char *text) {
     if (text == nullptr) return 0;
     const char *p = text;
@@ -338,12 +325,12 @@ void putdata(ScriptParm *parm, void *area, Environment &env) {
         switch (parm->type) {
             case tk_short:
             case tk_ushort:
-                store_unaligned(area, static_cast<uint16_t>(decimal_reading(text)));
+                store_unaligned(area, static_cast<uint16_t>(decimal_wrapping(text)));
                 break;
             case tk_long:
             case tk_ulong:
             case tk_enum:
-                store_unaligned(area, decimal_reading(text));
+                store_unaligned(area, decimal_wrapping(text));
                 break;
             case tk_float:
                 store_unaligned(area, static_cast<float>(float_reading(text)));

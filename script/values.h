@@ -12,10 +12,6 @@
 class Environment;
 class TypeCode;
 
-// Reads a decimal integer the way script texts are read everywhere: white
-// space, one optional sign, digits up to the first other character, 32-bit
-// wrapping arithmetic. A text without digits (or null) reads as 0.
-int32_t decimal_reading(const char *text);
 // Reads a floating-point number in decimal notation with optional exponent
 // after leading white space; the rest is ignored, no number reads as 0.
 double float_reading(const char *text);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "data/unaligned.h"
@@ -140,18 +141,45 @@ TEST(Cdr, GrowWithSizeAndStepSizes) {
     set_debug_level(0);
 }
 
-TEST(Cdr, SkipCountedConsumesCountAndBytes) {
+// Counted bytes: read in place, copied as a text, or skipped. A count
+// larger than the rest consumes the count only.
+TEST(Cdr, CountedBytesAreReadInPlaceCopiedOrSkipped) {
     alignas(16) unsigned char bytes[12] = {1, 0, 0, 0, 4, 0, 0, 0, 'a', 'b', 'c', 0};
     CDR cdr;
     cdr.open_encapsulation(bytes, 12);
-    EXPECT_TRUE(cdr.skip_counted());
+    unsigned char *at = nullptr;
+    uint32_t count = 0;
+    ASSERT_TRUE(cdr.get_counted(&at, &count));
+    EXPECT_EQ(at, bytes + 8);
+    EXPECT_EQ(count, 4u);
     EXPECT_EQ(cdr.space_left, 0u);
     EXPECT_EQ(cdr.cursor, bytes + 12);
 
-    bytes[4] = 5;  // one more than is there
     cdr.open_encapsulation(bytes, 12);
-    EXPECT_FALSE(cdr.skip_counted());
-    EXPECT_EQ(cdr.space_left, 4u);
+    char *text = get_counted_text(cdr);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::memcmp(text, "abc\0\0", 5), 0);  // the count's bytes, then a terminator
+    std::free(text);
+
+    bytes[4] = 5;  // one more than is there
+    for (int reader = 0; reader < 3; ++reader) {
+        cdr.open_encapsulation(bytes, 12);
+        bool ok = reader == 0   ? cdr.get_counted(&at, &count) != 0
+                  : reader == 1 ? get_counted_text(cdr) != nullptr
+                                : cdr.skip_counted() != 0;
+        EXPECT_FALSE(ok) << reader;
+        EXPECT_EQ(cdr.space_left, 4u) << reader;
+    }
+
+    // A second reader over the rest of the first, at the same addresses.
+    cdr.open_encapsulation(bytes, 12);
+    CDR second;
+    second.read_in_place(cdr.cursor, cdr.space_left);
+    uint32_t word = 0;
+    ASSERT_TRUE(second.get_long(&word));
+    EXPECT_EQ(word, 5u);
+    EXPECT_EQ(cdr.space_left, 11u);
+    EXPECT_EQ(second.space_left, 4u);
 }
 
 }  // namespace
