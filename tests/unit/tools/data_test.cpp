@@ -125,3 +125,39 @@ TEST(RunnerVariables, ExpandSetAndBuiltInNames) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(RunnerEvents, TextIsEscapedIntoValidJson) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"say \"hi\" \\ now", R"(say \"hi\" \\ now)"},
+        {"two\nlines\tand\x01\x7f", R"(two\nlines\tand\u0001\u007f)"},
+        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
+        {"bad \xff end", R"(bad \ufffd end)"},
+        {"cut \xe2\x82", R"(cut \ufffd\ufffd)"},
+        {"overlong \xc0\xaf surrogate \xed\xa0\x80",
+         R"(overlong \ufffd\ufffd surrogate \ufffd\ufffd\ufffd)"},
+    };
+    for (const auto &c : cases) {
+        runner::Event e;
+        e.t = 1700000000123;
+        e.vu = 2;
+        e.iter = 9;
+        e.kind = "check";
+        e.name = c.first;
+        e.script = "s.orb";
+        e.line = 4;
+        e.ms = 0.4124;
+        e.ok = false;
+        e.error = "x";
+        EXPECT_EQ(
+            runner::to_json(e),
+            "{\"t\": 1700000000123, \"vu\": 2, \"iter\": 9, \"kind\": \"check\", \"name\": \"" +
+                c.second +
+                "\", \"script\": \"s.orb\", \"line\": 4, \"ms\": 0.412, \"ok\": false, "
+                "\"error\": \"x\"}")
+            << c.first;
+    }
+}
+
+}  // namespace
