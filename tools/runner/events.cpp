@@ -99,10 +99,16 @@ EventWriter::~EventWriter() {
 
 bool EventWriter::open(const std::string &where, std::string &error) {
     if (where == "-") {
-        stream_ = stdout;
-        return true;
-    }
-    if (where.rfind("fd:", 0) == 0) {
+        // Events keep standard output to themselves; every text, the
+        // library's trace included, goes to standard error from now on.
+        std::fflush(stdout);
+        int fd = dup(STDOUT_FILENO);
+        stream_ = fd < 0 ? nullptr : fdopen(fd, "w");
+        if (stream_ == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+            error = std::string("cannot keep standard output for events: ") + std::strerror(errno);
+            return false;
+        }
+    } else if (where.rfind("fd:", 0) == 0) {
         char *end = nullptr;
         errno = 0;
         long fd = std::strtol(where.c_str() + 3, &end, 10);

@@ -40,14 +40,10 @@ public:
     EventWriter(const EventWriter &) = delete;
     EventWriter &operator=(const EventWriter &) = delete;
 
-    // Opens "-" (standard output), "fd:N" (a descriptor the parent opened)
-    // or a file path, truncated. False with a message.
+    // Opens "-" (standard output, which from then on leads to standard
+    // error for everything else), "fd:N" (a descriptor the parent opened) or
+    // a file path, truncated. False with a message.
     bool open(const std::string &where, std::string &error);
-    // Writes to stream, closed with this writer.
-    void adopt(FILE *stream) {
-        stream_ = stream;
-        owned_ = true;
-    }
     bool is_open() const { return stream_ != nullptr; }
     // Writes the event as one line and flushes it.
     void write(const Event &event);

@@ -163,17 +163,7 @@ int main(int argc, char **argv) {
     runner::EventWriter events;
     if (!events_path.empty()) {
         std::string error;
-        if (events_path == "-") {
-            // Events keep standard output to themselves; every text,
-            // the library's trace included, goes to standard error.
-            int fd = dup(STDOUT_FILENO);
-            FILE *stream = fd < 0 ? nullptr : fdopen(fd, "w");
-            if (stream == nullptr || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-                std::fprintf(stderr, "orbelle-run: cannot keep standard output for events\n");
-                return 2;
-            }
-            events.adopt(stream);
-        } else if (!events.open(events_path, error)) {
+        if (!events.open(events_path, error)) {
             std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
             return 2;
         }

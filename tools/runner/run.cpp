@@ -46,7 +46,7 @@ const char *kind_name(CallKind kind) {
 
 void Session::State::report(const Command &cmd, const std::string &what, int32_t result,
                             const iiop_record &record, double ms, const std::string &extra) {
-    Result outcome{"call", what, ms};
+    Result outcome{Kind::Call, what, ms};
     const char *text = record.status_text ? record.status_text : "(no text)";
     outcome.status = record.status;
     outcome.index = record.exception_index;
@@ -244,7 +244,7 @@ Step Session::State::call_step(const Command &cmd) {
                 return script_error(cmd, "no parameter named '" + cmd.args[0] +
                                              "' in the list of " + current->operation);
             const char *have = p->strval ? p->strval : "";
-            Result outcome{"check", "check " + cmd.args[0]};
+            Result outcome{Kind::Check, "check " + cmd.args[0]};
             if (cmd.args[1] != have) {
                 outcome.ok = false;
                 outcome.error = "expected '" + cmd.args[1] + "', got '" +

@@ -43,8 +43,7 @@ Session::State::State(hostkit::Host &host, std::vector<const Script *> scripts,
       variables(std::random_device{}()) {}
 
 void Session::State::tally(const Command *cmd, const Result &outcome) {
-    const bool summed = outcome.kind[0] != 'i';  // iterations are not rows of the table
-    if (summed) {
+    if (outcome.kind != Kind::Iteration) {  // iterations are not rows of the table
         auto found = timings.find(outcome.name);
         if (found == timings.end()) {
             found = timings.emplace(outcome.name, Timings{}).first;
@@ -52,12 +51,11 @@ void Session::State::tally(const Command *cmd, const Result &outcome) {
         }
         Timings &t = found->second;
         ++t.count;
-        if (outcome.kind[0] == 'c' && outcome.kind[1] == 'h') t.timed = false;  // check
+        if (outcome.kind == Kind::Check) t.timed = false;
         if (t.timed) t.ms.push_back(outcome.ms);
         if (!outcome.ok) ++t.failures;
     }
-    const bool counted = outcome.kind[0] == 'c';  // calls and checks
-    if (!outcome.ok && counted) {
+    if (!outcome.ok && (outcome.kind == Kind::Call || outcome.kind == Kind::Check)) {
         ++failures;
         for (auto &open : transactions) open.second.failed = true;
         if (failed_at.empty() && cmd) failed_at = where(*cmd);
@@ -67,7 +65,8 @@ void Session::State::tally(const Command *cmd, const Result &outcome) {
     e.t = epoch_ms();
     e.vu = options.vu;
     e.iter = iteration;
-    e.kind = outcome.kind;
+    static const char *const kinds[] = {"call", "check", "transaction", "iteration"};
+    e.kind = kinds[static_cast<int>(outcome.kind)];
     e.name = outcome.name;
     e.script = script ? script->file : "";
     e.line = cmd ? cmd->line : 0;
@@ -89,7 +88,7 @@ Step Session::State::script_error(const Command &cmd, const std::string &message
 
 void Session::State::end_transactions(const std::string &why) {
     for (auto &open : transactions) {
-        Result o{"transaction", "transaction " + open.first, elapsed_ms(open.second.start)};
+        Result o{Kind::Transaction, "transaction " + open.first, elapsed_ms(open.second.start)};
         o.ok = false;
         o.error = why;
         std::fprintf(out, "%-24s %-32s FAILED: %s  %.3f ms\n", "", o.name.c_str(), why.c_str(),
@@ -128,7 +127,7 @@ Step Session::State::step(const Command &cmd, const Command &written) {
             auto it = transactions.find(cmd.args[0]);
             if (it == transactions.end())
                 return script_error(cmd, "end " + cmd.args[0] + " without its begin");
-            Result o{"transaction", "transaction " + cmd.args[0], elapsed_ms(it->second.start)};
+            Result o{Kind::Transaction, "transaction " + cmd.args[0], elapsed_ms(it->second.start)};
             o.ok = !it->second.failed;
             if (!o.ok) o.error = "a call or check inside failed";
             transactions.erase(it);
@@ -251,7 +250,7 @@ Session::Outcome Session::run_iteration(int iteration) {
     else if (!s.failed_at.empty())
         result = Outcome::Failed;
     if (!s.transactions.empty()) s.end_transactions("the iteration ended at " + s.failed_at);
-    Result o{"iteration", "iteration", elapsed_ms(start)};
+    Result o{Kind::Iteration, "iteration", elapsed_ms(start)};
     o.ok = result == Outcome::Ok;
     if (!o.ok) o.error = "ended at " + s.failed_at;
     s.tally(nullptr, o);

@@ -50,10 +50,12 @@ struct OpenTransaction {
 enum class Step { Next, Error, NoMoreRows };
 
 // One outcome to count, show in the summary and send as an event.
+enum class Kind { Call, Check, Transaction, Iteration };
+
 struct Result {
-    Result(const char *kind, std::string name, double ms = 0)
+    Result(Kind kind, std::string name, double ms = 0)
         : kind(kind), name(std::move(name)), ms(ms) {}
-    const char *kind;  // call, check, transaction, iteration
+    Kind kind;
     std::string name;
     double ms = 0;
     bool ok = true;
