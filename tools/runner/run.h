@@ -69,8 +69,9 @@ public:
     // 0 when nothing failed, 1 when something failed, 2 after an error.
     int exit_status() const;
 
-    // prepare, options.iterations iterations at the scripts' pace (ending
-    // early as the options and data say), finish; returns exit_status.
+    // After prepare: options.iterations iterations at the scripts' pace
+    // (ending early as the options and data say), then finish; returns
+    // exit_status.
     int run();
 
     struct State;
