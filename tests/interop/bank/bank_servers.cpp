@@ -95,6 +95,10 @@ void BankServer::stop(int signal) {
     out_fd_ = -1;
 }
 
+void BankServer::signal(int signal) const {
+    if (pid_ > 0) kill(pid_, signal);
+}
+
 std::string BankServer::ior(const std::string &name) const {
     auto it = refs_.find(name);
     return it == refs_.end() ? std::string() : it->second;
