@@ -74,7 +74,8 @@ bool make_room(Fill &f, uint32_t total) {
 Arrival receive_more(Fill &f) {
     int32_t now = HarnixGetTime();
     int32_t wait;
-    if (!f.waited) {
+    bool first = !f.waited;
+    if (first) {
         int32_t t = timeout_ms;
         if (t < 0) {
             TRACE("read_buffer:  timeout already expired");
@@ -98,7 +99,11 @@ Arrival receive_more(Fill &f) {
         return Arrival::Failed;
     }
     if (rc == 0) {
-        if (f.have == 0) TRACE("read_buffer:  select timeout at %d", HarnixGetTime());
+        int32_t end = HarnixGetTime();
+        // A first wait that ended before the time-out itself passes quietly.
+        if (first && static_cast<int64_t>(end) < static_cast<int64_t>(now) + timeout_ms)
+            return Arrival::TimedOut;
+        if (f.have == 0) TRACE("read_buffer:  select timeout at %d", end);
         ++timeout_count;
         return Arrival::TimedOut;
     }

@@ -96,7 +96,11 @@ void BankServer::stop(int signal) {
 }
 
 void BankServer::signal(int signal) const {
-    if (pid_ > 0) kill(pid_, signal);
+    if (pid_ <= 0) return;
+    kill(pid_, signal);
+    // A stop takes effect some time after kill returns: wait until it has.
+    int status;
+    if (signal == SIGSTOP) waitpid(pid_, &status, WUNTRACED);
 }
 
 std::string BankServer::ior(const std::string &name) const {
