@@ -67,6 +67,8 @@ int CDR::put_aligned(const void *value, uint32_t width) {
         // base is 16-aligned in the new block, so the padding is unchanged.
     }
     space_left -= need;
+    // Padding is written too: no byte of an earlier message leaves again.
+    if (pad != 0) std::memset(cursor, 0, pad);
     std::memcpy(cursor + pad, value, width);
     cursor += need;
     return 1;

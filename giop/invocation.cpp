@@ -9,7 +9,6 @@
 #include "giop/endpoint.h"
 #include "giop/message.h"
 #include "giop/waitlist.h"
-#include "platform/socket.h"
 #include "script/asciify.h"
 #include "trace/trace.h"
 
@@ -101,7 +100,7 @@ void Invocation::start(const octet_seq *object_key, Environment &env, int connec
 int Invocation::abort(Environment &env, const char *id) {
     if (id != nullptr) raise_system(env, id);
     abort_connection(&fd);
-    if (endpoint != nullptr) endpoint->fd = -1;
+    if (endpoint != nullptr) mark_endpoint_dead(endpoint);
     return SYSTEM_EXCEPTION;
 }
 
@@ -127,27 +126,35 @@ void Invocation::hand_over(uint32_t id, uint32_t status, Environment &env) {
 int Invocation::invoke(const ExceptionTable &exceptions, Environment &env,
                        int send_failure_allowed) {
     env.clear();
-    if (!OutgoingMessage::writebuf(stream, &fd) && send_failure_allowed == 0) {
+    if (!OutgoingMessage::writebuf(stream, &fd)) {
+        // Part of the message may have left: the connection is out of step.
+        TRACE("invoke:  send failed, closing connection fd %d", fd);
+        if (endpoint != nullptr) close_endpoint(endpoint);
+        fd = -1;
+        if (send_failure_allowed == 0) {
+            raise_system(env, exid::COMM_FAILURE);
+            return SYSTEM_EXCEPTION;
+        }
+    }
+    if (roundtrip == 0) return NO_EXCEPTION;
+    if (endpoint == nullptr) {
         raise_system(env, exid::COMM_FAILURE);
         return SYSTEM_EXCEPTION;
     }
-    if (roundtrip == 0) return NO_EXCEPTION;
 
     for (;;) {
-        int type = GIOP::read_message(fd, stream, env);
+        int type = GIOP::read_message(*endpoint, stream, env);
+        fd = endpoint->fd;
         if (type == giop_msg::CloseConnection) {
             if (data->forward_profile != nullptr) {
                 clear_profile(*data->forward_profile);
                 std::free(data->forward_profile);
                 data->forward_profile = nullptr;
             }
-            if (fd != -1) platform::close_socket(fd);
+            close_endpoint(endpoint);
             fd = -1;
-            if (endpoint != nullptr) {
-                endpoint->fd = -1;
-                release_endpoint(endpoint);
-                endpoint = nullptr;
-            }
+            release_endpoint(endpoint);
+            endpoint = nullptr;
             return LOCATION_FORWARD;
         }
         if (type != giop_msg::Reply) {
@@ -274,9 +281,8 @@ void Invocation::closeconn(Environment &env) {
     endpoint = e;
     fd = e->fd;
     TRACE("closeconn:  closesocket %d", fd);
-    platform::close_socket(fd);
+    close_endpoint(e);
     fd = -1;
-    e->fd = -1;
     TRACE("closeconn:  exiting");
 }
 

@@ -95,6 +95,14 @@ void BankServer::stop(int signal) {
     out_fd_ = -1;
 }
 
+void BankServer::signal(int signal) const {
+    if (pid_ <= 0) return;
+    kill(pid_, signal);
+    // A stop takes effect some time after kill returns: wait until it has.
+    int status;
+    if (signal == SIGSTOP) waitpid(pid_, &status, WUNTRACED);
+}
+
 std::string BankServer::ior(const std::string &name) const {
     auto it = refs_.find(name);
     return it == refs_.end() ? std::string() : it->second;

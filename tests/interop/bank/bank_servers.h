@@ -46,6 +46,9 @@ public:
     // Stops it with the signal and waits for it to end. SIGTERM lets omniORB
     // close its connections; SIGKILL drops them as a crash would.
     void stop(int signal);
+    // Sends a signal and leaves the server be; after SIGSTOP the server is
+    // frozen when this returns.
+    void signal(int signal) const;
     bool running() const { return pid_ > 0; }
 
     uint16_t port() const { return port_; }

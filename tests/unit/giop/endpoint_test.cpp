@@ -17,7 +17,7 @@ using giop_test::id_of;
 TEST(Endpoint, IdleConnectionsAreReusedBusyAndDeadOnesPassedOver) {
     giop_test::install_keeping_host();
     peer::ScriptedPeer p;
-    p.accept().accept().accept().accept().wait_forever();
+    p.accept().accept(true).accept(true).accept(true).wait_forever();
     p.start();
     Environment env;
     client_endpoint *a = lookup("127.0.0.1", p.port(), env);
