@@ -297,31 +297,30 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
 
 bool ReplyReader::passed_over(const char *name) {
     TRACE("vu_do_call:  sequence(s) in progress...");
-    Member member = member_of(name, stack_.back().basename);
-    if (!same_name(member.part, stack_.back().current_member_name)) {
+    Frame *top = &stack_.back();
+    Member member = member_of(name, top->basename);
+    if (!same_name(member.part, top->current_member_name)) {
         TRACE("vu_do_call:  current_member_name '%s'", member.part.str().c_str());
         TRACE("vu_do_call:       %s '%s'", "does not match top",
-              stack_.back().current_member_name.str().c_str());
+              top->current_member_name.str().c_str());
         if (!member.in_sequence) {
-            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence",
-                  stack_.back().basename.str().c_str());
+            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence", top->basename.str().c_str());
             stack_.pop_back();
             if (stack_.empty()) return false;
             // The record counts as an element of the frame below, even when
             // it continues that frame's current element.
-            member = member_of(name, stack_.back().basename);
+            top = &stack_.back();
+            member = member_of(name, top->basename);
         }
-        Frame &top = stack_.back();
-        top.current_member_name = member.part;
-        ++top.members_processed;
+        top->current_member_name = member.part;
+        ++top->members_processed;
         TRACE("vu_do_call:  %s '%s'", "new current_member_name", member.part.str().c_str());
-        TRACE("vu_do_call:  %d members processed", static_cast<int>(top.members_processed));
+        TRACE("vu_do_call:  %d members processed", static_cast<int>(top->members_processed));
     }
-    Frame &top = stack_.back();
-    if ((top.members_processed > top.wire_len && top.wire_len != -1) || top.skip == 1) {
+    if ((top->members_processed > top->wire_len && top->wire_len != -1) || top->skip == 1) {
         TRACE("vu_do_call:  whole sequence read");
         TRACE("vu_do_call:  skipping this parameter");
-        top.skip = 1;
+        top->skip = 1;
         return true;
     }
     return false;

@@ -26,11 +26,26 @@ constexpr DigitPairs digit_pairs;
 // The digits "%f" writes behind the point.
 constexpr int fixed_decimals = 6;
 
+// Reads a value of T's width into a T.
 template <typename T>
-T get_value(CDR &s, int (CDR::*get)(void *), bool *ok) {
+bool get_value(CDR &s, T *value) {
+    switch (sizeof(T)) {
+        case 1:
+            return s.get_byte(value) != 0;
+        case 2:
+            return s.get_short(value) != 0;
+        case 4:
+            return s.get_long(value) != 0;
+        default:
+            return s.get_longlong(value) != 0;
+    }
+}
+
+// Reads a T and writes it in decimal just before end; the start, or null.
+template <typename T>
+char *get_decimal(CDR &s, char *end) {
     T value{};
-    *ok = (s.*get)(&value) != 0;
-    return value;
+    return get_value(s, &value) ? format_decimal(end, value) : nullptr;
 }
 }  // namespace
 
@@ -81,47 +96,52 @@ int put_plain(CDR &s, int32_t type, const char *text) {
 
 const char *get_plain(CDR &s, int32_t type, char (&text)[plain_text_size], size_t *length) {
     char *end = text + plain_text_size;
-    char *first = end;
-    bool ok = false;
+    char *first = nullptr;
     switch (type) {
         case tk_short:
-            first = format_decimal(end, get_value<int16_t>(s, &CDR::get_short, &ok));
+            first = get_decimal<int16_t>(s, end);
             break;
         case tk_ushort:
-            first = format_decimal(end, get_value<uint16_t>(s, &CDR::get_short, &ok));
+            first = get_decimal<uint16_t>(s, end);
             break;
         case tk_long:
         case tk_enum:
-            first = format_decimal(end, get_value<int32_t>(s, &CDR::get_long, &ok));
+            first = get_decimal<int32_t>(s, end);
             break;
         case tk_ulong:
-            first = format_decimal(end, get_value<uint32_t>(s, &CDR::get_long, &ok));
+            first = get_decimal<uint32_t>(s, end);
             break;
-        case tk_float: {
-            auto value = get_value<float>(s, &CDR::get_long, &ok);
-            *length = format_fixed(text, static_cast<double>(value));
-            return ok ? text : nullptr;
-        }
+        case tk_float:
         case tk_double: {
-            auto value = get_value<double>(s, &CDR::get_longlong, &ok);
-            *length = format_fixed(text, value);
-            return ok ? text : nullptr;
+            double value = 0;
+            float narrow = 0;
+            bool ok = type == tk_float ? get_value(s, &narrow) : get_value(s, &value);
+            if (!ok) return nullptr;
+            *length = format_fixed(text, type == tk_float ? static_cast<double>(narrow) : value);
+            return text;
         }
-        case tk_boolean:
+        case tk_boolean: {
             // Only a byte of exactly 1 is true.
-            *--first = get_value<uint8_t>(s, &CDR::get_byte, &ok) == 1 ? '1' : '0';
+            uint8_t b = 0;
+            if (!get_value(s, &b)) return nullptr;
+            first = end - 1;
+            *first = b == 1 ? '1' : '0';
             break;
+        }
         case tk_char: {
             // As "%c" writes it into a text: a zero byte leaves it empty.
-            auto c = get_value<char>(s, &CDR::get_byte, &ok);
+            char c = 0;
+            if (!get_value(s, &c)) return nullptr;
+            first = end;
             if (c != '\0') *--first = c;
             break;
         }
         default:
             break;
     }
+    if (first == nullptr) return nullptr;
     *length = static_cast<size_t>(end - first);
-    return ok ? first : nullptr;
+    return first;
 }
 
 char *format_decimal(char *end, int64_t value) {
