@@ -26,7 +26,7 @@ constexpr char length_suffix[] = "^length";
 bool sends_value(const ScriptParm *p) { return p->flags == PARM_IN || p->flags == PARM_INOUT; }
 bool receives_value(const ScriptParm *p) { return p->flags == PARM_OUT || p->flags == PARM_INOUT; }
 bool is_opaque(const ScriptParm *p) {
-    return sends_value(p) && p->name != nullptr && std::strcmp(p->name, "*") == 0;
+    return sends_value(p) && p->name != nullptr && p->name[0] == '*' && p->name[1] == '\0';
 }
 
 void drop_area(ScriptParm *p, DataArea &area) {
@@ -148,8 +148,9 @@ bool same_chars(const char *a, const char *b, size_t n) {
 // The "^length" that ends the base of a sequence in a length record's name
 // (the first one), or null when the name holds none.
 const char *length_mark(const char *name) {
-    for (const char *c = std::strchr(name, '^'); c != nullptr; c = std::strchr(c + 1, '^'))
-        if (same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
+    // Names are short: a plain loop costs less than a library search.
+    for (const char *c = name; *c != '\0'; ++c)
+        if (*c == '^' && same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
     return nullptr;
 }
 
@@ -166,7 +167,11 @@ Member member_of(const char *name, const NamePart &base) {
     // A basename holds no terminator, so the first loop stops at the end of
     // name too; the second finishes the part when the two differ.
     size_t n = 0;
-    while (n < base.length && name[n] == base.text[n]) ++n;
+    // Most records lie inside the sequence: one library compare tells.
+    if (std::strncmp(name, base.text, base.length) == 0)
+        n = base.length;
+    else
+        while (n < base.length && name[n] == base.text[n]) ++n;
     bool in_sequence = n == base.length;
     while (n < base.length && name[n] != '\0') ++n;
     if (n == base.length && name[n] == '[')
