@@ -5,12 +5,16 @@
 # crosses CPUs costs more than a loopback round trip).
 #
 #   bash bench/compare.sh [SECONDS]     # seconds per measurement, default 3
+#   bash bench/compare.sh --callgrind   # instructions per call inside _iiop_entry
 #
 # Builds what it needs in build/bench (Release). Prints calls/s per client
-# and the ratios of Orbelle to each yardstick.
+# and the ratios of Orbelle to each yardstick. ORBELLE_LIBRARY=path measures
+# another build of the library with the same clients.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
+callgrind=
+if [ "${1:-}" = --callgrind ]; then callgrind=1; shift; fi
 seconds=${1:-3}
 build=${ORBELLE_BENCH_BUILD:-$root/build/bench}
 cpu=0
@@ -49,6 +53,20 @@ omni() {
     per_call=$(taskset -c $cpu "$build/bin/omni_stub_client" "$ior" "$1" "$2" "$3" -ORBmaxGIOPVersion 1.0)
     python3 -c "print(round(1 / $per_call))"
 }
+
+if [ -n "$callgrind" ]; then
+    # Two runs that differ by 100 calls: start-up and warm-up cancel out.
+    instructions() {  # case, calls
+        (cd "$work" && valgrind --tool=callgrind --callgrind-out-file="$work/cg.$2" \
+            --toggle-collect=_iiop_entry "$build/bin/compare_client" orbelle "$library" "$ior" \
+            "$1" "${2}x" >/dev/null 2>&1)
+        callgrind_annotate "$work/cg.$2" | sed -n 's/^ *\([0-9,]*\) .*PROGRAM TOTALS.*/\1/p' | tr -d ,
+    }
+    for c in add string longs; do
+        echo "$c: $(( ($(instructions $c 200) - $(instructions $c 100)) / 100 )) instructions per call"
+    done
+    exit 0
+fi
 
 printf '%-22s %12s %12s %12s %9s %9s\n' call Orbelle omniORB "raw TCP" "/omniORB" "/raw"
 row() {  # label, case, omniORB mode, length, calls
