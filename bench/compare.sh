@@ -4,7 +4,7 @@
 # against one omniORB echo server, everything pinned to CPU 0 (a wake-up that
 # crosses CPUs costs more than a loopback round trip).
 #
-#   bash bench/compare.sh [SECONDS]     # seconds per measurement, default 3
+#   bash bench/compare.sh [SECONDS]     # seconds per run, default 3 (ROUNDS=3 runs)
 #   bash bench/compare.sh --callgrind   # instructions per call inside _iiop_entry
 #
 # Builds what it needs in build/bench (Release). Prints calls/s per client
@@ -69,12 +69,19 @@ if [ -n "$callgrind" ]; then
 fi
 
 printf '%-22s %12s %12s %12s %9s %9s\n' call Orbelle omniORB "raw TCP" "/omniORB" "/raw"
+# Each figure is the best of ROUNDS runs (default 3), the three clients in
+# turn: other work on the machine only ever makes a run slower.
+rounds=${ROUNDS:-3}
+best() { python3 -c "import sys; print(max(int(x) for x in sys.argv[1:]))" "$@"; }
 row() {  # label, case, omniORB mode, length, calls
-    local ours theirs raw
-    ours=$(orbelle orbelle "$2")
-    theirs=$(omni "$3" "$4" "$5")
-    raw=$(orbelle raw "$2")
-    python3 -c "print('%-22s %12d %12d %12d %9.2f %9.2f' % ('$1', $ours, $theirs, $raw, $ours / $theirs, $ours / $raw))"
+    local ours=() theirs=() raw=() o t r
+    for _ in $(seq "$rounds"); do
+        ours+=("$(orbelle orbelle "$2")")
+        theirs+=("$(omni "$3" "$4" "$5")")
+        raw+=("$(orbelle raw "$2")")
+    done
+    o=$(best "${ours[@]}"); t=$(best "${theirs[@]}"); r=$(best "${raw[@]}")
+    python3 -c "print('%-22s %12d %12d %12d %9.2f %9.2f' % ('$1', $o, $t, $r, $o / $t, $o / $r))"
 }
 row "add(long, long)" add add 0 $((seconds * 60000))
 row "echo 5,000 chars" string string 5000 $((seconds * 30000))

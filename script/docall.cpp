@@ -148,7 +148,9 @@ bool same_chars(const char *a, const char *b, size_t n) {
 // The "^length" that ends the base of a sequence in a length record's name
 // (the first one), or null when the name holds none.
 const char *length_mark(const char *name) {
-    for (const char *c = std::strchr(name, '^'); c != nullptr; c = std::strchr(c + 1, '^'))
+    // The names of a result begin with the mark's first character.
+    const char *c = name[0] == '^' ? name : std::strchr(name, '^');
+    for (; c != nullptr; c = std::strchr(c + 1, '^'))
         if (same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
     return nullptr;
 }

@@ -49,23 +49,6 @@ char *get_decimal(CDR &s, char *end) {
 }
 }  // namespace
 
-bool is_plain_type(int32_t type) {
-    switch (type) {
-        case tk_short:
-        case tk_ushort:
-        case tk_long:
-        case tk_ulong:
-        case tk_enum:
-        case tk_float:
-        case tk_double:
-        case tk_boolean:
-        case tk_char:
-            return true;
-        default:
-            return false;
-    }
-}
-
 int put_plain(CDR &s, int32_t type, const char *text) {
     switch (type) {
         case tk_short:

@@ -9,14 +9,21 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "data/typecode.h"
+
 class CDR;
 
 // Room for the text of any plain value: "%f" of the largest double is 309
 // digits, a sign, a point and six decimals.
 constexpr size_t plain_text_size = 320;
 
-// Whether records of this type are plain.
-bool is_plain_type(int32_t type);
+// Whether records of this type are plain. Inline: every record asks.
+inline bool is_plain_type(int32_t type) {
+    constexpr uint32_t plain = 1u << tk_short | 1u << tk_ushort | 1u << tk_long | 1u << tk_ulong |
+                               1u << tk_enum | 1u << tk_float | 1u << tk_double | 1u << tk_boolean |
+                               1u << tk_char;
+    return type >= 0 && type < 32 && ((plain >> type) & 1u) != 0;
+}
 
 // Reads text (null reads as 0) as putdata does for type and writes the value
 // as the encoder does. 0 when the stream can't take it.

@@ -235,13 +235,15 @@ void release_held(const ScriptParm *parm, void *area) {
 int32_t decimal_reading(const char *text) {
     if (text == nullptr) return 0;
     const char *p = text;
-    // A digit is never white space, and most texts begin with one.
-    if (*p < '0' || *p > '9')
-        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
     bool negative = false;
-    if (*p == '+' || *p == '-') negative = *p++ == '-';
+    // Most texts begin with a digit, which is neither white space nor sign.
+    if (static_cast<unsigned>(*p - '0') > 9) {
+        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+        if (*p == '+' || *p == '-') negative = *p++ == '-';
+    }
     uint32_t value = 0;
-    for (; *p >= '0' && *p <= '9'; ++p) value = value * 10u + static_cast<uint32_t>(*p - '0');
+    for (unsigned digit; (digit = static_cast<unsigned>(*p - '0')) <= 9; ++p)
+        value = value * 10u + digit;
     if (negative) value = 0u - value;
     return static_cast<int32_t>(value);
 }
