@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -100,13 +101,8 @@ TEST_F(ScriptValues, TextsReadBackAsTheWireWouldCarryThem) {
         // value is what strtod makes of it.
         {tk_double,
          {"0.1234567", "0.123457", ".5e", "0.500000", "0.0078125", "0.007812", "0.0234375",
-          "0.023438", "-0", "-0.000000", "+5.", "5.000000", "1e400", "inf", "-1e-400",
-          "-0.000000", "123456789012345678901234567890", "123456789012345677877719597056.000000",
-          "1.7976931348623157e308",
-          "179769313486231570814527423731704356798070567525844996598917476803157260780028538760"
-          "589558632766878171540458953514382464234321326889464182768467546703537516986049910576"
-          "551282076245490090389328944075868508455133942304583236903222948165808559332123348274"
-          "797826204144723168738177180919299881250404026184124858368.000000"}},
+          "0.023438", "-0", "-0.000000", "+5.", "5.000000", "1e400", "inf", "-1e-400", "-0.000000",
+          "123456789012345678901234567890", "123456789012345677877719597056.000000"}},
         {tk_boolean, {"1", "1", "true", "0", " 1", "0", "2", "0"}},
         {tk_char, {"xyz", "x", "", ""}},
         {tk_octet, {"ff", "f", "`41`", "A", "`0a`", "\n", "", "`00`"}},
@@ -115,6 +111,10 @@ TEST_F(ScriptValues, TextsReadBackAsTheWireWouldCarryThem) {
         for (size_t i = 0; i + 1 < c.second.size(); i += 2)
             EXPECT_EQ(round_trip(c.first, c.second[i]), c.second[i + 1])
                 << c.first << " " << c.second[i];
+    // The longest text a double has: 309 digits before the point.
+    char largest[400];
+    std::snprintf(largest, sizeof largest, "%f", 1.7976931348623157e308);
+    EXPECT_EQ(round_trip(tk_double, "1.7976931348623157e308"), largest);
 }
 
 TEST_F(ScriptValues, OnlyTwelveTypesHaveAnAreaAndATypeCode) {
