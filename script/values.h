@@ -5,6 +5,7 @@
 #ifndef ORBELLE_SCRIPT_VALUES_H
 #define ORBELLE_SCRIPT_VALUES_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "orbelle/host.h"
@@ -53,6 +54,10 @@ void deletedataptr(ScriptParm *parm);
 // As deletedataptr where ptr is place (or null): the string or reference
 // that place holds is released, place itself stays.
 void deletedataptr(ScriptParm *parm, DataArea &place);
+
+// Replaces strval by a vumalloc copy of text (length n, no terminator
+// needed), giving the former one back through vufree.
+void replace_strval(ScriptParm *parm, const char *text, size_t n);
 
 // The standard TypeCode for a record's type (an enum travels as a long),
 // borrowed; null for a type outside the convertible set.
