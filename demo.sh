@@ -61,7 +61,7 @@ wait_for "$run/ns/err.log" "IOR:" 10 || { echo "demo: omniNames did not start"; 
 
 echo "== starting the bank server on 127.0.0.1:$BANK_PORT"
 OMNIORB_CONFIG=/dev/null "$build/bin/bank_server" -ORBendPoint "giop:tcp:127.0.0.1:$BANK_PORT" \
-  -ORBmaxGIOPVersion 1.0 -ior "$run/bank.ior" -iorlist "$run/bank.iorlist" -register \
+  -ior "$run/bank.ior" -iorlist "$run/bank.iorlist" -register \
   -ORBInitRef "NameService=corbaloc::1.0@127.0.0.1:$NS_PORT/NameService" >"$run/server.log" 2>&1 &
 pids+=($!)
 wait_for "$run/server.log" "bank_server: ready" 10 || { echo "demo: the server did not start"; cat "$run/server.log"; exit 1; }
