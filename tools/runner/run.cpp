@@ -199,6 +199,7 @@ Step Session::State::call_step(const Command &cmd) {
             }
             report(cmd, "invoke " + call.operation + " " + kind_name(cmd.kind), result, r, ms,
                    extra);
+            host.release_references(call.req.parms);
             std::free(r.u.invoke.connect_host);
             std::free(r.status_text);
             if (cmd.kind == CallKind::Deferred) {
@@ -228,6 +229,7 @@ Step Session::State::call_step(const Command &cmd) {
             std::string extra;
             if (cmd.verb == Verb::Poll) extra = result == 1 ? "reply is in" : "still waiting";
             report(cmd, verb + call.operation, result, r, ms, extra);
+            host.release_references(call.req.parms);
             std::free(r.u.invoke.connect_host);
             std::free(r.status_text);
             // The call's list becomes current either way, so that check and
