@@ -49,20 +49,7 @@ TEST_F(DefaultProfilesTest, BindsByReferenceListFileAndNamingService) {
 TEST_F(DefaultProfilesTest, ReturnedReferencesAreBoundAndCalled) {
     void *diag = client_.bind_ior(kDiagnosticsId, server_.ior("Diagnostics"));
     ASSERT_NE(diag, nullptr);
-    Call echo(client_, diag, kDiagnosticsId, "echo_account");
-    echo.set("a", server_.ior("Account/1001")).set("c", server_.ior("Account/1002"));
-    Outcome o = echo.invoke();
-    ASSERT_EQ(o.result, 0) << "echo_account: " << o.text;
-    const std::pair<const char *, const char *> expected[] = {
-        {"^echo_account", "1001"}, {"b", "1002"}, {"c", "1001"}};
-    for (const auto &e : expected) {
-        void *account = client_.bind_ior(kAccountId, echo.get(e.first));
-        ASSERT_NE(account, nullptr) << direction(echo, e.first) << " does not bind";
-        Call number(client_, account, kAccountId, "_get_number");
-        ASSERT_EQ(number.invoke().result, 0) << direction(echo, e.first);
-        EXPECT_EQ(number.get("^_get_number"), e.second) << direction(echo, e.first);
-        client_.release(account);
-    }
+    expect_account_echo(client_, diag, server_);
 }
 
 }  // namespace
