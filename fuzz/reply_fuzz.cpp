@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     Environment env;
     objref *ref = string_to_object("iiop:1.0//127.0.0.1:1/key", env);
-    client_endpoint endpoint{pair[0], nullptr, 1, 1, nullptr};
+    client_endpoint endpoint{pair[0], nullptr, 1, 1, nullptr, nullptr, 0};
     timeout_ms = 1000;
     next_request_id = 5;
     {
