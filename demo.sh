@@ -23,7 +23,14 @@ if [ ${#missing[@]} -gt 0 ]; then
   apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
 
+# Every exit, early or not, ends with one plain line saying how it went.
+closing() {
+  local rc=$?
+  if [ "$rc" -eq 0 ]; then echo "demo: passed"; else echo "demo: FAILED (exit status $rc)"; fi
+}
+trap closing EXIT
 build="$root/build/demo"
+mkdir -p "$build"
 echo "== building Orbelle and the demo bank server"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DORBELLE_TESTS=OFF \
       -DORBELLE_BENCH=OFF -DORBELLE_INTEROP=ON >"$build.configure.log" 2>&1 ||
@@ -39,7 +46,7 @@ wait_for() {  # file text seconds
   return 1
 }
 pids=()
-cleanup() { for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done; wait 2>/dev/null; }
+cleanup() { local rc=$?; for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done; wait 2>/dev/null; (exit $rc); closing; }
 trap cleanup EXIT
 
 export NS_PORT BANK_PORT AGENT_PORT=14000
@@ -54,7 +61,7 @@ wait_for "$run/ns/err.log" "IOR:" 10 || { echo "demo: omniNames did not start"; 
 
 echo "== starting the bank server on 127.0.0.1:$BANK_PORT"
 OMNIORB_CONFIG=/dev/null "$build/bin/bank_server" -ORBendPoint "giop:tcp:127.0.0.1:$BANK_PORT" \
-  -ORBmaxGIOPVersion 1.0 -ior "$run/bank.ior" -iorlist "$run/bank.iorlist" -register \
+  -ior "$run/bank.ior" -iorlist "$run/bank.iorlist" -register \
   -ORBInitRef "NameService=corbaloc::1.0@127.0.0.1:$NS_PORT/NameService" >"$run/server.log" 2>&1 &
 pids+=($!)
 wait_for "$run/server.log" "bank_server: ready" 10 || { echo "demo: the server did not start"; cat "$run/server.log"; exit 1; }

@@ -13,7 +13,7 @@ root=$(pwd)
 
 packages=(cmake make g++ pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev
           gcc-multilib g++-multilib clang libclang-rt-14-dev
-          libomniorb4-dev omniidl omniorb omniorb-nameserver)
+          libomniorb4-dev omniidl omniorb omniorb-nameserver tshark tcl-combat)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -21,6 +21,8 @@ done
 if [ ${#missing[@]} -gt 0 ]; then
   if [ "$(id -u)" = 0 ]; then
     echo "== installing: ${missing[*]}"
+    # tshark asks whether non-root users may capture; answer no, without a prompt.
+    echo "wireshark-common wireshark-common/install-setuid boolean false" | debconf-set-selections
     apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
   else
     echo "== missing packages (run as root to install): ${missing[*]}" >&2
@@ -78,11 +80,13 @@ if [ "$fuzz_seconds" -gt 0 ] && command -v clang++ >/dev/null && ls fuzz/*_fuzz.
       name=$(basename "$src" .cpp)
       work="$dir/corpus-run/$name"
       mkdir -p "$work"
-      seeds=()
-      [ -d "fuzz/corpus/$name" ] && seeds=("fuzz/corpus/$name")
+      if [ ! -d "fuzz/corpus/$name" ]; then
+        echo "== fuzz: $name has no seed folder fuzz/corpus/$name"
+        failed=$((failed + 1)); broken+=("fuzz $name (no seeds)"); continue
+      fi
       echo "== fuzz: $name for ${fuzz_seconds}s"
       if "$dir/bin/$name" -max_total_time="$fuzz_seconds" -print_final_stats=0 \
-           -artifact_prefix="$dir/" "$work" "${seeds[@]}" >"$dir/$name.log" 2>&1; then
+           -artifact_prefix="$dir/" "$work" "fuzz/corpus/$name" >"$dir/$name.log" 2>&1; then
         passed=$((passed + 1))
       else
         tail -40 "$dir/$name.log"; failed=$((failed + 1)); broken+=("fuzz $name")

@@ -7,14 +7,18 @@
 set(ORBELLE_LAYER_INCLUDE ${CMAKE_BINARY_DIR}/layer-include)
 
 # Makes the given paths (folders or single headers, relative to the source
-# root) visible to target and to everything that links it, under their
-# usual names ("data/cdr.h").
+# root, or to BASE when given) visible to target and to everything that links
+# it, under those relative names ("data/cdr.h").
 function(orbelle_expose target scope)
+  cmake_parse_arguments(E "" "BASE" "" ${ARGN})
+  if(NOT E_BASE)
+    set(E_BASE ${CMAKE_SOURCE_DIR})
+  endif()
   set(dir ${ORBELLE_LAYER_INCLUDE}/${target})
-  foreach(path ${ARGN})
+  foreach(path ${E_UNPARSED_ARGUMENTS})
     get_filename_component(parent ${dir}/${path} DIRECTORY)
     file(MAKE_DIRECTORY ${parent})
-    file(CREATE_LINK ${CMAKE_SOURCE_DIR}/${path} ${dir}/${path} SYMBOLIC)
+    file(CREATE_LINK ${E_BASE}/${path} ${dir}/${path} SYMBOLIC)
   endforeach()
   target_include_directories(${target} ${scope} ${dir})
 endfunction()
@@ -29,6 +33,12 @@ function(orbelle_layer name)
   orbelle_expose(orbelle_${name} PUBLIC ${folder})
   target_link_libraries(orbelle_${name} PUBLIC ${L_USES})
 endfunction()
+
+# The limits against hostile input and the TypeCode kinds
+# (include/orbelle/limits.h, kinds.h), which every layer may use.
+add_library(orbelle_definitions INTERFACE)
+orbelle_expose(orbelle_definitions INTERFACE BASE ${CMAKE_SOURCE_DIR}/include
+               orbelle/limits.h orbelle/kinds.h)
 
 # The host's records (include/orbelle), which every layer above data may use.
 add_library(orbelle_records INTERFACE)

@@ -7,12 +7,7 @@
 #include "data/stdtypes.h"
 #include "data/unaligned.h"
 
-namespace {
-ObjrefCodec registered_codec{nullptr, nullptr, nullptr};
-}
-
-void set_objref_codec(const ObjrefCodec &codec) { registered_codec = codec; }
-const ObjrefCodec &objref_codec() { return registered_codec; }
+static_assert(sizeof(Any) == any_record_size, "the value layout of tk_any is this record's");
 
 Any::Any() : type(tc_null()), value(nullptr), ownsValue(0) {}
 
@@ -52,8 +47,8 @@ int freeValue(TypeCode *tc, void *value1, void *, void *, Environment &env) {
             break;
         }
         case tk_objref:
-            if (registered_codec.release != nullptr)
-                registered_codec.release(load_unaligned<void *>(value1));
+            if (objref_codec().release != nullptr)
+                objref_codec().release(load_unaligned<void *>(value1));
             break;
         case tk_struct:
         case tk_union:

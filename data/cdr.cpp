@@ -13,16 +13,6 @@ constexpr uintptr_t base_alignment = 16;
 // Below this capacity grow(0) adds a fixed step; from it on it doubles.
 constexpr uint32_t grow_step = 4096;
 
-uint32_t padding_for(const unsigned char *cursor, uint32_t width) {
-    uintptr_t at = reinterpret_cast<uintptr_t>(cursor);
-    return static_cast<uint32_t>((width - (at & (width - 1))) & (width - 1));
-}
-
-void copy_reversed(void *dest, const unsigned char *src, uint32_t width) {
-    unsigned char tmp[16];
-    for (uint32_t i = 0; i < width; ++i) tmp[i] = src[width - 1 - i];
-    std::memcpy(dest, tmp, width);
-}
 }  // namespace
 
 CDR::~CDR() {
@@ -59,44 +49,6 @@ void CDR::open_encapsulation(const void *bytes, uint32_t length) {
     origin = start;
 }
 
-int CDR::put_aligned(const void *value, uint32_t width) {
-    uint32_t pad = padding_for(cursor, width);
-    uint32_t need = pad + width;
-    if (need > space_left) {
-        if (!grow(0)) return 0;
-        // base is 16-aligned in the new block, so the padding is unchanged.
-    }
-    space_left -= need;
-    std::memcpy(cursor + pad, value, width);
-    cursor += need;
-    return 1;
-}
-
-int CDR::get_aligned(void *dest, uint32_t width) {
-    uint32_t pad = padding_for(cursor, width);
-    uint32_t need = pad + width;
-    if (need > space_left) return 0;
-    space_left -= need;
-    if (swap != 0 && width > 1)
-        copy_reversed(dest, cursor + pad, width);
-    else
-        std::memcpy(dest, cursor + pad, width);
-    cursor += need;
-    return 1;
-}
-
-int CDR::put_byte(uint8_t value) { return put_aligned(&value, 1); }
-int CDR::put_short(uint16_t value) { return put_aligned(&value, 2); }
-int CDR::put_long(uint32_t value) { return put_aligned(&value, 4); }
-int CDR::put_longlong(const void *eight_bytes) { return put_aligned(eight_bytes, 8); }
-int CDR::put_longdouble(const void *sixteen_bytes) { return put_aligned(sixteen_bytes, 16); }
-
-int CDR::get_byte(void *dest) { return get_aligned(dest, 1); }
-int CDR::get_short(void *dest) { return get_aligned(dest, 2); }
-int CDR::get_long(void *dest) { return get_aligned(dest, 4); }
-int CDR::get_longlong(void *dest) { return get_aligned(dest, 8); }
-int CDR::get_longdouble(void *dest) { return get_aligned(dest, 16); }
-
 int CDR::put_bytes(const void *bytes, uint32_t n) {
     if (n > space_left) {
         // One step of grow(0) when it makes room, as single bytes would;
@@ -121,13 +73,38 @@ int CDR::get_bytes(void *dest, uint32_t n) {
     return 1;
 }
 
-int CDR::skip_counted() {
-    uint32_t count = 0;
-    if (!get_long(&count)) return 0;
-    if (count > space_left) return 0;
-    cursor += count;
-    space_left -= count;
+int CDR::get_counted(unsigned char **bytes, uint32_t *count) {
+    uint32_t n = 0;
+    if (!get_long(&n)) return 0;
+    if (n > space_left) return 0;
+    *bytes = cursor;
+    *count = n;
+    cursor += n;
+    space_left -= n;
     return 1;
+}
+
+int CDR::skip_counted() {
+    unsigned char *bytes;
+    uint32_t count;
+    return get_counted(&bytes, &count);
+}
+
+void CDR::read_in_place(const unsigned char *at, uint32_t length) {
+    // Reading never writes through cursor.
+    cursor = const_cast<unsigned char *>(at);
+    space_left = length;
+}
+
+char *get_counted_text(CDR &in) {
+    unsigned char *bytes;
+    uint32_t count;
+    if (!in.get_counted(&bytes, &count)) return nullptr;
+    char *text = static_cast<char *>(std::malloc(count + 1u));
+    if (text == nullptr) return nullptr;
+    if (count != 0) std::memcpy(text, bytes, count);
+    text[count] = '\0';
+    return text;
 }
 
 int CDR::grow(uint32_t size) {

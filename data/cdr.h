@@ -6,6 +6,7 @@
 #define ORBELLE_CDR_H
 
 #include <cstdint>
+#include <cstring>
 
 class CDR {
 public:
@@ -28,20 +29,21 @@ public:
 
     // Writes in the machine's byte order, aligned to the value's width.
     // 1 on success, 0 when the stream could not be enlarged.
-    int put_byte(uint8_t value);
-    int put_short(uint16_t value);
-    int put_long(uint32_t value);
-    int put_longlong(const void *eight_bytes);
-    int put_longdouble(const void *sixteen_bytes);
+    // Inline: a record of a long sequence costs one of these per value.
+    int put_byte(uint8_t value) { return put_aligned(&value, 1); }
+    int put_short(uint16_t value) { return put_aligned(&value, 2); }
+    int put_long(uint32_t value) { return put_aligned(&value, 4); }
+    int put_longlong(const void *eight_bytes) { return put_aligned(eight_bytes, 8); }
+    int put_longdouble(const void *sixteen_bytes) { return put_aligned(sixteen_bytes, 16); }
 
     // Reads into dest (any address), byte-reversed when swap is set.
     // 1 on success; 0 when the value and its padding don't fit in
     // space_left, with the stream unchanged.
-    int get_byte(void *dest);
-    int get_short(void *dest);
-    int get_long(void *dest);
-    int get_longlong(void *dest);
-    int get_longdouble(void *dest);
+    int get_byte(void *dest) { return get_aligned(dest, 1); }
+    int get_short(void *dest) { return get_aligned(dest, 2); }
+    int get_long(void *dest) { return get_aligned(dest, 4); }
+    int get_longlong(void *dest) { return get_aligned(dest, 8); }
+    int get_longdouble(void *dest) { return get_aligned(dest, 16); }
 
     // n bytes with no alignment and no byte-order change; the same result as
     // n single-byte operations, in one copy. Reads fail with the stream
@@ -49,9 +51,18 @@ public:
     int put_bytes(const void *bytes, uint32_t n);
     int get_bytes(void *dest, uint32_t n);
 
-    // Reads an unsigned long count and skips that many bytes. 0 when the read
-    // fails or the count exceeds what is left (the count stays consumed).
+    // Reads an unsigned long count and moves over that many bytes, which the
+    // caller reads where they lie: *bytes points at them while the stream's
+    // memory lives. 0 when the read fails or the count exceeds what is left
+    // (the count stays consumed, nothing else moves).
+    int get_counted(unsigned char **bytes, uint32_t *count);
+    // The same, for bytes the caller does not look at.
     int skip_counted();
+
+    // Reads length bytes at at where they lie, with no byte-order byte of
+    // their own (unlike open_encapsulation): a second reader over part of a
+    // stream. swap and origin stay as they are.
+    void read_in_place(const unsigned char *at, uint32_t length);
 
     // Moves the stream to a larger heap block, keeping the bytes written so
     // far, their offsets from base and swap. size 0 asks for the next step
@@ -67,8 +78,9 @@ public:
         space_left = capacity;
     }
 
-    // The fields are open to the message code, which points cursor,
-    // space_left and swap at a message it has received.
+    // The fields are open for reading. Only the stream and the message
+    // code, which points it at a message it has received, move cursor and
+    // space_left.
     unsigned char *cursor = nullptr;      // next byte to write or read
     uint32_t space_left = 0;              // bytes between cursor and the end
     unsigned char *allocation = nullptr;  // block behind the stream
@@ -81,8 +93,44 @@ public:
     const unsigned char *origin = nullptr;
 
 private:
-    int put_aligned(const void *value, uint32_t width);
-    int get_aligned(void *dest, uint32_t width);
+    static uint32_t padding_for(const unsigned char *at, uint32_t width) {
+        auto address = reinterpret_cast<uintptr_t>(at);
+        return static_cast<uint32_t>((width - (address & (width - 1))) & (width - 1));
+    }
+    static void copy_reversed(void *dest, const unsigned char *src, uint32_t width) {
+        unsigned char tmp[16];
+        for (uint32_t i = 0; i < width; ++i) tmp[i] = src[width - 1 - i];
+        std::memcpy(dest, tmp, width);
+    }
+    int put_aligned(const void *value, uint32_t width) {
+        uint32_t pad = padding_for(cursor, width);
+        uint32_t need = pad + width;
+        // base is 16-aligned in a grown block, so the padding stays the same.
+        if (need > space_left && !grow(0)) return 0;
+        space_left -= need;
+        // Padding is written too: no byte of an earlier message leaves again.
+        if (pad != 0) std::memset(cursor, 0, pad);
+        std::memcpy(cursor + pad, value, width);
+        cursor += need;
+        return 1;
+    }
+    int get_aligned(void *dest, uint32_t width) {
+        uint32_t pad = padding_for(cursor, width);
+        uint32_t need = pad + width;
+        if (need > space_left) return 0;
+        space_left -= need;
+        if (swap != 0 && width > 1)
+            copy_reversed(dest, cursor + pad, width);
+        else
+            std::memcpy(dest, cursor + pad, width);
+        cursor += need;
+        return 1;
+    }
 };
+
+// Reads a counted string into a new block (std::malloc), the count's bytes
+// followed by a terminator of its own. Null when the read fails (as
+// get_counted) or no memory is left.
+char *get_counted_text(CDR &in);
 
 #endif

@@ -4,32 +4,15 @@
 #include <cstring>
 
 #include "data/any.h"
-#include "data/limits.h"
 #include "data/objref_codec.h"
 #include "data/primitive_runs.h"
 #include "data/stdtypes.h"
 #include "data/unaligned.h"
+#include "orbelle/limits.h"
 #include "script/asciify.h"
 #include "trace/trace.h"
 
 namespace {
-
-// The shared TypeCode of each kind without parameters, filled on first use.
-TypeCode *simple_kinds[tk_count];
-bool simple_kinds_filled = false;
-
-TypeCode *simple_kind(int32_t kind) {
-    if (!simple_kinds_filled) {
-        inittypecodes();
-        for (int32_t k = 0; k < tk_count; ++k) {
-            bool listed =
-                (k >= tk_null && k <= tk_Principal) || (k >= tk_longlong && k <= tk_wchar);
-            simple_kinds[k] = listed ? standard_typecode(k) : nullptr;
-        }
-        simple_kinds_filled = true;
-    }
-    return simple_kinds[kind];
-}
 
 int marshal_error(Environment &env) {
     TRACE("marshaling decoder detected error");
@@ -37,32 +20,8 @@ int marshal_error(Environment &env) {
 }
 
 int get_typecode(void *data, CDR &s, Environment &env) {
-    uint32_t word;
-    if (!s.get_long(&word) || word >= static_cast<uint32_t>(tk_count)) return marshal_error(env);
-    auto kind = static_cast<int32_t>(word);
-    TypeCode *result = simple_kind(kind);
-    if (result == nullptr && (kind == tk_string || kind == tk_wstring)) {
-        uint32_t bound;
-        if (!s.get_long(&bound)) return marshal_error(env);
-        if (bound == 0) {
-            result = kind == tk_string ? tc_string() : tc_wstring();
-        } else {
-            result = new TypeCode(kind);
-            result->owned = 1;
-            result->length = bound;
-            TRACE("decoder:  new TypeCode/string at " PTR_FMT, ptrv(result));
-        }
-    } else if (result == nullptr) {
-        uint32_t length;
-        // Checked before allocating: the body must be in the message.
-        if (!s.get_long(&length) || length > s.space_left) return marshal_error(env);
-        auto *block = static_cast<unsigned char *>(std::malloc(length != 0 ? length : 1));
-        if (block == nullptr) return marshal_error(env);
-        TRACE("decoder:  new buffer at " PTR_FMT, ptrv(block));
-        s.get_bytes(block, length);
-        result = new TypeCode(kind, length, block, 1);
-        TRACE("decoder:  new TypeCode/complex at " PTR_FMT, ptrv(result));
-    }
+    TypeCode *result = TypeCode::readTypeCode(s, env);
+    if (result == nullptr) return 0;
     store_unaligned(data, result);
     return 1;
 }
@@ -70,34 +29,24 @@ int get_typecode(void *data, CDR &s, Environment &env) {
 int get_any(void *data, CDR &s, Environment &env) {
     ValueNesting level(env);
     if (!level.ok()) return 0;
-    TypeCode *type = nullptr;
-    if (!decoder(tc_TypeCode(), &type, nullptr, &s, env)) return 0;
+    TypeCode *read = nullptr;
+    if (!decoder(tc_TypeCode(), &read, nullptr, &s, env)) return 0;
+    TypeCodeRef type(read);
     uint32_t size = type->valueSize(env);
-    if (env.has_exception()) {
-        TypeCode::release(type);
-        return 0;
-    }
-    if (!value_block_allowed(size, s.space_left)) {
-        TypeCode::release(type);
-        return marshal_error(env);
-    }
+    if (env.has_exception()) return 0;
+    if (!value_block_allowed(size, s.space_left)) return marshal_error(env);
     void *block = std::calloc(size != 0 ? size : 1, 1);
-    if (block == nullptr) {
-        TypeCode::release(type);
-        return marshal_error(env);
-    }
+    if (block == nullptr) return marshal_error(env);
     TRACE("decoder:  new value " PTR_FMT, ptrv(block));
-    if (!decoder(type, block, nullptr, &s, env)) {
+    if (!decoder(type.get(), block, nullptr, &s, env)) {
         TRACE("decoder:  delete value " PTR_FMT, ptrv(block));
         // What was decoded before the failure is released with the block.
         Environment local;
-        freeValue(type, block, nullptr, nullptr, local);
+        freeValue(type.get(), block, nullptr, nullptr, local);
         std::free(block);
-        TypeCode::release(type);
         return 0;
     }
-    Any any(type, block, 1);
-    TypeCode::release(type);  // the Any holds its own reference now
+    Any any(type.get(), block, 1);  // takes a reference of its own
     if (data == nullptr) {
         destroy_any(&any);
         return 1;
@@ -129,14 +78,13 @@ int get_principal(void *data, CDR &s, Environment &env) {
 }
 
 int get_string(void *data, CDR &s, Environment &env) {
+    unsigned char *bytes;
     uint32_t length;
     // The count includes the terminator; the bytes must be in the message.
-    if (!s.get_long(&length) || length > s.space_left) return marshal_error(env);
+    if (!s.get_counted(&bytes, &length)) return marshal_error(env);
     TRACE("before asciify");
-    char *text = asciify(s.cursor, length != 0 ? static_cast<long>(length) - 1 : 0);
+    char *text = asciify(bytes, length != 0 ? static_cast<long>(length) - 1 : 0);
     if (text == nullptr) return marshal_error(env);
-    s.cursor += length;
-    s.space_left -= length;
     store_unaligned(data, text);
     TRACE("decoder:  new str at " PTR_FMT, ptrv(text));
     TRACE("decoder: len %" PRIu32 " str='%s'", length, text);
@@ -164,10 +112,9 @@ int get_sequence(TypeCode *tc, void *data, CDR &s, Environment &env) {
     store_unaligned(data, SequenceRecord{0, 0, nullptr});
     if (count == 0) return 1;
     SequenceRecord record{count, count, nullptr};
-    TypeCode *element = tc->paramType(0, env);
-    if (element == nullptr) return 0;
+    TypeCodeRef element(tc->paramType(0, env));
+    if (!element) return 0;
     uint32_t size = element->valueSize(env);
-    TypeCode::release(element);
     if (env.has_exception()) return 0;
     // Elements of size 0 hold nothing in memory and nothing on the wire.
     if (size == 0) {

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "data/any.h"
-#include "data/limits.h"
 #include "data/objref_codec.h"
 #include "data/primitive_runs.h"
 #include "data/stdtypes.h"

@@ -49,16 +49,7 @@ TypeCode *simple(int32_t kind) { return standard[kind]; }
 void inittypecodes() {
     static bool built = false;
     if (built) return;
-    // Process-lifetime objects: built once, never destroyed.
-    static TypeCode simple_kinds[tk_count];
-    for (int32_t k = 0; k < tk_count; ++k) {
-        bool parameterless = (k >= tk_null && k <= tk_Principal) ||
-                             (k >= tk_longlong && k <= tk_wchar) || k == tk_string ||
-                             k == tk_wstring;
-        if (!parameterless) continue;
-        simple_kinds[k].kind = k;
-        standard[k] = &simple_kinds[k];
-    }
+    for (int32_t k = 0; k < tk_count; ++k) standard[k] = shared_typecode(k);
     static TypeCode object(tk_objref, tc_Object_body_length, tc_Object_body, 0);
     static TypeCode system_exception(tk_struct, tc_SystemException_body_length,
                                      tc_SystemException_body, 0);

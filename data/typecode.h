@@ -10,40 +10,8 @@
 
 #include "data/cdr.h"
 #include "data/environment.h"
+#include "orbelle/kinds.h"
 
-// TCKind numbers known here.
-enum : int32_t {
-    tk_null = 0,
-    tk_void = 1,
-    tk_short = 2,
-    tk_long = 3,
-    tk_ushort = 4,
-    tk_ulong = 5,
-    tk_float = 6,
-    tk_double = 7,
-    tk_boolean = 8,
-    tk_char = 9,
-    tk_octet = 10,
-    tk_any = 11,
-    tk_TypeCode = 12,
-    tk_Principal = 13,
-    tk_objref = 14,
-    tk_struct = 15,
-    tk_union = 16,
-    tk_enum = 17,
-    tk_string = 18,
-    tk_sequence = 19,
-    tk_array = 20,
-    tk_alias = 21,
-    tk_except = 22,
-    tk_longlong = 23,
-    tk_ulonglong = 24,
-    tk_longdouble = 25,
-    tk_wchar = 26,
-    tk_wstring = 27,
-};
-// One past the last kind known here.
-constexpr int32_t tk_count = 28;
 // The kind word that marks an indirection to a TypeCode met earlier.
 constexpr uint32_t tk_indirection = 0xFFFFFFFFu;
 
@@ -111,6 +79,11 @@ public:
     // Reads a union label of the discriminator's kind from stream and tells
     // whether it equals the discriminator value at disc (1) or not (0).
     static int labelMatches(int32_t discKind, CDR &stream, const void *disc, Environment &env);
+    // Reads a TypeCode value from stream: the shared one of a kind without
+    // parameters (and of an unbounded string), else a new owned one that the
+    // caller releases. Null with MARSHAL when the stream ends early or holds
+    // an unknown kind or a body longer than the rest of the stream.
+    static TypeCode *readTypeCode(CDR &stream, Environment &env);
 
     uint32_t length;        // encapsulation length; the bound of a string
     unsigned char *buffer;  // the encapsulation, or null
@@ -123,16 +96,72 @@ private:
     bool ownsCopy_ = false;
 };
 
+// Holds one reference on a TypeCode (or null) and gives it up when it goes
+// out of scope, so that no exit path releases one by hand.
+class TypeCodeRef {
+public:
+    TypeCodeRef() = default;
+    // Takes over the reference the caller holds on tc.
+    explicit TypeCodeRef(TypeCode *tc) : tc_(tc) {}
+    ~TypeCodeRef() { TypeCode::release(tc_); }
+    TypeCodeRef(TypeCodeRef &&other) noexcept : tc_(other.handOver()) {}
+    TypeCodeRef &operator=(TypeCodeRef &&other) noexcept {
+        if (this != &other) {
+            TypeCode::release(tc_);
+            tc_ = other.handOver();
+        }
+        return *this;
+    }
+    TypeCodeRef(const TypeCodeRef &) = delete;
+    TypeCodeRef &operator=(const TypeCodeRef &) = delete;
+
+    TypeCode *get() const { return tc_; }
+    TypeCode *operator->() const { return tc_; }
+    explicit operator bool() const { return tc_ != nullptr; }
+    // Gives the reference to the caller; the holder is empty afterwards.
+    TypeCode *handOver() {
+        TypeCode *tc = tc_;
+        tc_ = nullptr;
+        return tc;
+    }
+
+private:
+    TypeCode *tc_ = nullptr;
+};
+
+// Counts the levels of value walks in progress. ok() is false (and env holds
+// BAD_TYPECODE) when one more level would pass limits::max_value_depth.
+class ValueNesting {
+public:
+    explicit ValueNesting(Environment &env);
+    ~ValueNesting();
+    ValueNesting(const ValueNesting &) = delete;
+    ValueNesting &operator=(const ValueNesting &) = delete;
+    bool ok() const { return ok_; }
+
+private:
+    bool ok_;
+};
+
 // Size and alignment of a value of each simple kind in memory; sizes of the
 // compound kinds are computed from their TypeCodes.
 struct ValueRow {
     uint32_t size;
     uint32_t alignment;
 };
+// Bytes of the record of a tk_any value in memory (struct Any of data/any.h:
+// type, value, ownsValue), which any.cpp checks.
+constexpr uint32_t any_record_size = (2 * sizeof(void *) + sizeof(uint32_t) + alignof(void *) - 1) /
+                                     alignof(void *) * alignof(void *);
 // Fills the table; until then every row reads size 0, alignment 1. Part of
 // ORB start-up, which must run before the first size is asked for.
 void fill_value_table();
 // The row of a kind from 0 to 27 (other kinds read as size 0, alignment 1).
 ValueRow value_row(int32_t kind);
+
+// The shared TypeCode of a kind without parameters (0 to 13 and 23 to 26)
+// and of the unbounded string and wstring (18, 27): process-lifetime,
+// unowned (addRef and release do nothing on it). Null for any other kind.
+TypeCode *shared_typecode(int32_t kind);
 
 #endif

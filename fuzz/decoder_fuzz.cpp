@@ -8,9 +8,9 @@
 #include "data/any.h"
 #include "data/decoder.h"
 #include "data/encoder.h"
-#include "data/limits.h"
 #include "data/stdtypes.h"
 #include "fuzz/fuzz_common.h"
+#include "orbelle/limits.h"
 
 namespace {
 

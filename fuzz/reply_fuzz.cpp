@@ -44,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             }
         inv.endpoint = nullptr;
     }
-    if (endpoint.fd != -1) close(endpoint.fd);
+    close_endpoint(&endpoint);
     close(pair[1]);
     if (ref != nullptr) {
         release_objref(ref, env);

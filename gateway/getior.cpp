@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "gateway/catalogue.h"
+#include "orbelle/limits.h"
 #include "orbelle/vbagent.h"
 #include "platform/dynload.h"
 #include "platform/platform.h"
@@ -16,9 +17,6 @@ int32_t ior_modus_tried = 0;
 namespace {
 // Catalogue messages composed with arguments are cut to this size.
 constexpr size_t message_buffer_size = 500;
-// The list file format allows lines of this many characters; a longer line
-// ends the search as the end of the file does.
-constexpr size_t max_list_line = 999;
 // The interface that VisibrokerNameService asks the agent for.
 constexpr const char naming_context_id[] = "IDL:omg.org/CosNaming/NamingContext:1.0";
 
@@ -86,7 +84,7 @@ void print_catalogue(const char *id, const char *first, const char *second = "")
 
 // Reads one line without its end into *line: a newline, or a carriage
 // return and a newline as text mode on the other platform reads them. False
-// at the end of the file and for a line longer than max_list_line. Bytes
+// at the end of the file and for a line longer than limits::max_list_line. Bytes
 // behind a NUL are not part of the line's text.
 bool read_list_line(std::FILE *file, std::string *line) {
     line->clear();
@@ -98,7 +96,7 @@ bool read_list_line(std::FILE *file, std::string *line) {
             if (next == '\n') break;
             if (next != EOF) std::ungetc(next, file);
         }
-        if (line->size() == max_list_line) return false;
+        if (line->size() == limits::max_list_line) return false;
         line->push_back(static_cast<char>(c));
     }
     if (c == EOF && line->empty()) return false;

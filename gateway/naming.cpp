@@ -8,14 +8,12 @@
 #include "gateway/report.h"
 #include "giop/objref.h"
 #include "giop/orb.h"
+#include "orbelle/kinds.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
 namespace {
 // TCKinds of the records.
-constexpr int32_t tk_long = 3;
-constexpr int32_t tk_objref = 14;
-constexpr int32_t tk_string = 18;
 
 naming_door_fn naming_door = _iiop_entry;
 

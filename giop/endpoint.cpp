@@ -115,6 +115,11 @@ client_endpoint *lookup(const char *host, uint16_t port, Environment &env) {
             continue;
         }
         if (e->refcount == 0 && std::strcmp(e->host, host) == 0) {
+            if (platform::peer_gone(e->fd)) {
+                TRACE("lookup:  connection fd %d closed by the peer, connecting anew", e->fd);
+                close_endpoint(e);
+                continue;
+            }
             ++e->refcount;
             return e;
         }
@@ -191,7 +196,15 @@ void release_endpoint(client_endpoint *endpoint) {
 }
 
 void close_endpoint(client_endpoint *endpoint) {
-    if (endpoint == nullptr || endpoint->fd == -1) return;
-    platform::close_socket(endpoint->fd);
+    if (endpoint == nullptr) return;
+    if (endpoint->fd != -1) platform::close_socket(endpoint->fd);
+    mark_endpoint_dead(endpoint);
+}
+
+void mark_endpoint_dead(client_endpoint *endpoint) {
+    if (endpoint == nullptr) return;
     endpoint->fd = -1;
+    std::free(endpoint->ahead);
+    endpoint->ahead = nullptr;
+    endpoint->ahead_length = 0;
 }

@@ -13,6 +13,10 @@ struct client_endpoint {
     uint16_t port;
     uint32_t refcount;  // 0 idle, 1 held by an invocation
     client_endpoint *next;
+    // Bytes received beyond the last message read, kept for the next read:
+    // a heap block, or null when nothing is waiting.
+    unsigned char *ahead;
+    uint32_t ahead_length;
 };
 
 // Newest first. Records are never removed or freed, dead ones included.
@@ -27,6 +31,8 @@ extern char *last_connect_host;
 extern uint16_t last_connect_port;
 
 // An idle connection to host:port with its refcount raised, or a new one.
+// An idle connection that the peer has closed or reset meanwhile is closed
+// and passed over, so a restarted server is reached on a new connection.
 // Null on failure, with env holding the exception (OBJECT_NOT_EXIST for an
 // unknown host, COMM_FAILURE for refused connects and name failures, UNKNOWN
 // when no socket can be made).
@@ -39,8 +45,12 @@ char *take_last_connect_host();
 // Gives a connection back: it stays open and becomes idle.
 void release_endpoint(client_endpoint *endpoint);
 
-// Closes the socket and marks the record dead for every later lookup.
+// Closes the socket, drops the bytes read ahead and marks the record dead
+// for every later lookup.
 void close_endpoint(client_endpoint *endpoint);
+
+// Marks a record dead whose socket is already closed.
+void mark_endpoint_dead(client_endpoint *endpoint);
 
 // Traces the explanation of a Winsock-numbered error and puts it into
 // error_text; codes without an explanation change nothing.

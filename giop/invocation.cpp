@@ -9,7 +9,6 @@
 #include "giop/endpoint.h"
 #include "giop/message.h"
 #include "giop/waitlist.h"
-#include "platform/socket.h"
 #include "script/asciify.h"
 #include "trace/trace.h"
 
@@ -21,24 +20,7 @@ namespace {
 int put_octets(CDR &out, const void *bytes, uint32_t length) {
     if (!out.put_long(length)) return 0;
     if (length > out.space_left && !out.grow(out.used() + length)) return 0;
-    if (length != 0) std::memcpy(out.cursor, bytes, length);
-    out.cursor += length;
-    out.space_left -= length;
-    return 1;
-}
-
-// Reads a CDR string into a new block, after checking its length against
-// the bytes present.
-char *get_string(CDR &in) {
-    uint32_t length = 0;
-    if (!in.get_long(&length) || length > in.space_left) return nullptr;
-    char *text = static_cast<char *>(std::malloc(length + 1u));
-    if (text == nullptr) return nullptr;
-    std::memcpy(text, in.cursor, length);
-    text[length] = '\0';
-    in.cursor += length;
-    in.space_left -= length;
-    return text;
+    return out.put_bytes(bytes, length);
 }
 
 // Reads and drops the service contexts of a Reply.
@@ -118,7 +100,7 @@ void Invocation::start(const octet_seq *object_key, Environment &env, int connec
 int Invocation::abort(Environment &env, const char *id) {
     if (id != nullptr) raise_system(env, id);
     abort_connection(&fd);
-    if (endpoint != nullptr) endpoint->fd = -1;
+    if (endpoint != nullptr) mark_endpoint_dead(endpoint);
     return SYSTEM_EXCEPTION;
 }
 
@@ -144,27 +126,35 @@ void Invocation::hand_over(uint32_t id, uint32_t status, Environment &env) {
 int Invocation::invoke(const ExceptionTable &exceptions, Environment &env,
                        int send_failure_allowed) {
     env.clear();
-    if (!OutgoingMessage::writebuf(stream, &fd) && send_failure_allowed == 0) {
+    if (!OutgoingMessage::writebuf(stream, &fd)) {
+        // Part of the message may have left: the connection is out of step.
+        TRACE("invoke:  send failed, closing connection fd %d", fd);
+        if (endpoint != nullptr) close_endpoint(endpoint);
+        fd = -1;
+        if (send_failure_allowed == 0) {
+            raise_system(env, exid::COMM_FAILURE);
+            return SYSTEM_EXCEPTION;
+        }
+    }
+    if (roundtrip == 0) return NO_EXCEPTION;
+    if (endpoint == nullptr) {
         raise_system(env, exid::COMM_FAILURE);
         return SYSTEM_EXCEPTION;
     }
-    if (roundtrip == 0) return NO_EXCEPTION;
 
     for (;;) {
-        int type = GIOP::read_message(fd, stream, env);
+        int type = GIOP::read_message(*endpoint, stream, env);
+        fd = endpoint->fd;
         if (type == giop_msg::CloseConnection) {
             if (data->forward_profile != nullptr) {
                 clear_profile(*data->forward_profile);
                 std::free(data->forward_profile);
                 data->forward_profile = nullptr;
             }
-            if (fd != -1) platform::close_socket(fd);
+            close_endpoint(endpoint);
             fd = -1;
-            if (endpoint != nullptr) {
-                endpoint->fd = -1;
-                release_endpoint(endpoint);
-                endpoint = nullptr;
-            }
+            release_endpoint(endpoint);
+            endpoint = nullptr;
             return LOCATION_FORWARD;
         }
         if (type != giop_msg::Reply) {
@@ -197,16 +187,14 @@ int Invocation::invoke(const ExceptionTable &exceptions, Environment &env,
 
 int Invocation::read_user_exception(const ExceptionTable &exceptions, Environment &env) {
     reply_kind = 2;
-    unsigned char *cursor = stream.cursor;
-    uint32_t space_left = stream.space_left;
+    // The id is compared where it lies, by a second reader; the decoder
+    // reads it again from the stream.
+    CDR peek;
+    peek.read_in_place(stream.cursor, stream.space_left);
+    peek.swap = stream.swap;
+    unsigned char *id;
     uint32_t length = 0;
-    if (!stream.get_long(&length) || length > stream.space_left) {
-        return abort(env, exid::MARSHAL);
-    }
-    // The id is compared where it lies; the decoder reads it again.
-    const unsigned char *id = stream.cursor;
-    stream.cursor = cursor;
-    stream.space_left = space_left;
+    if (!peek.get_counted(&id, &length)) return abort(env, exid::MARSHAL);
     for (uint32_t i = 0; i < exceptions.length; ++i) {
         TypeCode *tc = exceptions.buffer[i];
         const char *known = tc->repositoryId(env);
@@ -239,7 +227,7 @@ int Invocation::read_system_exception(Environment &env) {
     reply_kind = 1;
     SystemException *record = new_system_exception(nullptr, 0, COMPLETED_MAYBE);
     if (record == nullptr) return abort(env, exid::NO_MEMORY);
-    record->id = get_string(stream);
+    record->id = get_counted_text(stream);
     if (record->id == nullptr || !stream.get_long(&record->minor) ||
         !stream.get_long(&record->completed)) {
         std::free(record->id);
@@ -293,9 +281,8 @@ void Invocation::closeconn(Environment &env) {
     endpoint = e;
     fd = e->fd;
     TRACE("closeconn:  closesocket %d", fd);
-    platform::close_socket(fd);
+    close_endpoint(e);
     fd = -1;
-    e->fd = -1;
     TRACE("closeconn:  exiting");
 }
 

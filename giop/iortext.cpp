@@ -163,8 +163,9 @@ char *iiop_text_of(const objref *obj, Environment &env) {
     if (obj == nullptr || obj->data == nullptr) return strdup("iiop:");
     const iiop_profile &p = obj->data->profile;
     char text[kTextBufferSize];
-    int head = std::snprintf(text, sizeof text, "%s%c.%c//%s:%d/", "iiop:", '0' + p.major,
-                             '0' + p.minor, nz(p.host), p.port);
+    // Always 1.0, like the IOR form: the text names host, port and key only.
+    int head =
+        std::snprintf(text, sizeof text, "%s%c.%c//%s:%d/", "iiop:", '1', '0', nz(p.host), p.port);
     if (head < 0 || static_cast<size_t>(head) >= sizeof text ||
         escape_key(p.object_key, text, static_cast<size_t>(head), sizeof text) >= sizeof text) {
         raise_system(env, exid::IMP_LIMIT);

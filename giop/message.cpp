@@ -1,6 +1,8 @@
 #include "giop/message.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "data/cdr.h"
@@ -8,6 +10,7 @@
 #include "data/unaligned.h"
 #include "giop/endpoint.h"
 #include "host/harnix/harnix.h"
+#include "orbelle/limits.h"
 #include "platform/socket.h"
 #include "trace/trace.h"
 
@@ -28,10 +31,6 @@ const char *const kTypeNames[] = {"Request",       "Reply",       "CancelRequest
 // header has arrived. Larger ones grow as their bytes arrive, so a header
 // that merely claims a huge size costs no more memory than was sent.
 constexpr uint32_t kEagerBodySize = 1u << 20;
-// The largest body accepted at all: far above what any server sends to this
-// client (omniORB refuses messages over 2 MiB by default), and low enough
-// that the size plus the header never overflows 32 bits.
-constexpr uint32_t kMaxBodySize = 256u << 20;
 
 void socket_failure(const char *where) {
     int code = platform::last_socket_error();
@@ -40,27 +39,142 @@ void socket_failure(const char *where) {
     explain_winsock_error(code);
 }
 
-// Reads the body into stream behind the header; the result as read_buffer's.
-long read_body(int32_t fd, CDR &stream, uint32_t size) {
-    uint32_t total = size + kHeaderSize;
-    if (size <= kEagerBodySize) {
-        if (total > stream.capacity && !stream.grow(total)) return -1;
-        return read_buffer(fd, stream.base + kHeaderSize, size);
-    }
-    uint32_t got = 0;
-    while (got < size) {
-        uint32_t room = stream.capacity - kHeaderSize - got;
-        if (room == 0) {
-            uint32_t next = stream.capacity > total / 2 ? total : stream.capacity * 2;
-            if (!stream.grow(next)) return -1;
-            room = stream.capacity - kHeaderSize - got;
+// What one wait for more bytes ended with.
+enum class Arrival { Bytes, TimedOut, Closed, Failed };
+
+const char *const kArrivalWords[] = {"", "timed out", "end of stream", "failed"};
+
+// The reading of one message into a stream: bytes received so far (from
+// base), and the deadline that the first wait sets for every later one.
+struct Fill {
+    client_endpoint &conn;
+    CDR &stream;
+    uint32_t have = 0;
+    bool waited = false;
+    int32_t deadline = 0;
+};
+
+// Makes room behind have for a message of total bytes. Bodies up to
+// kEagerBodySize get their whole block at once; larger ones grow as their
+// bytes arrive.
+bool make_room(Fill &f, uint32_t total) {
+    CDR &s = f.stream;
+    uint32_t body = total - kHeaderSize;
+    if (total <= s.capacity || (body > kEagerBodySize && s.capacity > f.have)) return true;
+    uint32_t next = body <= kEagerBodySize || s.capacity > total / 2 ? total : s.capacity * 2;
+    s.cursor = s.base + f.have;  // grow keeps the bytes up to the cursor
+    return s.grow(next) != 0;
+}
+
+// Waits for more bytes and receives as many as the stream has room for. The first wait lasts the
+// call's time-out (at least a second) and sets the deadline; later waits end at that deadline.
+Arrival receive_more(Fill &f) {
+    int32_t now = HarnixGetTime();
+    int32_t wait;
+    bool first = !f.waited;
+    if (first) {
+        int32_t t = timeout_ms;
+        if (t < 0) {
+            TRACE("read_buffer:  timeout already expired");
+            return Arrival::TimedOut;
         }
-        uint32_t chunk = size - got < room ? size - got : room;
-        long n = read_buffer(fd, stream.base + kHeaderSize + got, chunk);
-        if (n != static_cast<long>(chunk)) return n <= 0 ? n : static_cast<long>(got) + n;
-        got += chunk;
+        wait = t < 1000 ? 1000 : t;
+        f.waited = true;
+        f.deadline = static_cast<int32_t>(static_cast<int64_t>(now) + wait > INT32_MAX
+                                              ? INT32_MAX
+                                              : static_cast<int64_t>(now) + wait);
+    } else {
+        wait = f.deadline - now;
+        if (wait <= 0) {
+            ++timeout_count;
+            return Arrival::TimedOut;
+        }
     }
-    return static_cast<long>(size);
+    int rc = platform::wait_readable(f.conn.fd, wait / 1000, (wait % 1000) * 1000L);
+    if (rc < 0) {
+        TRACE("read_buffer:  select failed errno %d", errno);
+        return Arrival::Failed;
+    }
+    if (rc == 0) {
+        int32_t end = HarnixGetTime();
+        // A first wait that ended before the time-out itself passes quietly.
+        if (first && static_cast<int64_t>(end) < static_cast<int64_t>(now) + timeout_ms)
+            return Arrival::TimedOut;
+        if (f.have == 0) TRACE("read_buffer:  select timeout at %d", end);
+        ++timeout_count;
+        return Arrival::TimedOut;
+    }
+    CDR &s = f.stream;
+    long n = platform::recv_bytes(f.conn.fd, s.base + f.have, s.capacity - f.have);
+    if (n == 0) return Arrival::Closed;
+    if (n < 0) return Arrival::Failed;
+    f.have += static_cast<uint32_t>(n);
+    return Arrival::Bytes;
+}
+
+// Keeps what came behind a message of total bytes for the next read on the
+// connection. False when no memory: the connection is then out of step.
+bool keep_surplus(Fill &f, uint32_t total) {
+    uint32_t surplus = f.have - total;
+    if (surplus == 0) return true;
+    auto *block = static_cast<unsigned char *>(std::malloc(surplus));
+    if (block == nullptr) return false;
+    std::memcpy(block, f.stream.base + total, surplus);
+    f.conn.ahead = block;
+    f.conn.ahead_length = surplus;
+    TRACE_AT(6, "read_message:  keeping %u bytes read ahead on fd %d", surplus, f.conn.fd);
+    return true;
+}
+
+// Starts a read with the bytes kept from the last one. False when no memory.
+bool take_ahead(Fill &f) {
+    client_endpoint &c = f.conn;
+    if (c.ahead_length == 0) return true;
+    if (c.ahead_length > f.stream.capacity && !f.stream.grow(c.ahead_length)) return false;
+    std::memcpy(f.stream.base, c.ahead, c.ahead_length);
+    f.have = c.ahead_length;
+    std::free(c.ahead);
+    c.ahead = nullptr;
+    c.ahead_length = 0;
+    return true;
+}
+
+// A connection that can no longer be read in step: closed at once, so the
+// next call to its address connects anew.
+void drop_connection(client_endpoint &conn, const char *why) {
+    TRACE("read_message:  %s, closing connection fd %d", why, conn.fd);
+    close_endpoint(&conn);
+}
+
+// Reports a header that did not come whole; 0 bytes is the case of a call
+// whose reply never began.
+void header_failed(Fill &f, Arrival how) {
+    if (f.have == 0) {
+        if (how == Arrival::Failed)
+            socket_failure("GIOP::read_message header");
+        else
+            TRACE("read_message:  read 0 bytes");
+        if (how == Arrival::Closed) drop_connection(f.conn, "end of stream");
+        if (how == Arrival::Failed) drop_connection(f.conn, "receive failed");
+        return;
+    }
+    TRACE("read_message:  %s after %u of %u header bytes", kArrivalWords[static_cast<int>(how)],
+          f.have, kHeaderSize);
+    TRACE("read message header failed (short)");
+    drop_connection(f.conn, "message cut off");
+}
+
+void body_failed(Fill &f, Arrival how, uint32_t size) {
+    uint32_t got = f.have - kHeaderSize;
+    TRACE("read_message:  %s after %u of %u body bytes", kArrivalWords[static_cast<int>(how)], got,
+          size);
+    if (how == Arrival::Closed) {
+        TRACE("read message body, EOF on fd %d", f.conn.fd);
+    } else if (how == Arrival::Failed) {
+        TRACE("%s: %s", "GIOP::read_message() body", std::strerror(errno));
+    }
+    TRACE("couldn't read rest of message");
+    drop_connection(f.conn, "message cut off");
 }
 
 }  // namespace
@@ -104,96 +218,89 @@ int OutgoingMessage::writebuf(CDR &stream, int32_t *fd) {
     return 1;
 }
 
-long read_buffer(int32_t fd, unsigned char *buffer, uint32_t length) {
-    int32_t t = timeout_ms;
-    int32_t start = HarnixGetTime();
-    if (t < 0) {
-        TRACE("read_buffer:  timeout already expired");
-        return 0;
-    }
-    long seconds = t / 1000;
-    long micros = (t % 1000) * 1000L;
-    if (t < 1000) {
-        seconds = 1;
-        micros = 0;
-    }
-    int rc = platform::wait_readable(fd, seconds, micros);
-    if (rc < 0) {
-        TRACE("read_buffer:  select failed errno %d", errno);
-        return 0;
-    }
-    if (rc == 0) {
-        int32_t now = HarnixGetTime();
-        if (static_cast<int64_t>(now) < static_cast<int64_t>(start) + t) return 0;
-        TRACE("read_buffer:  select timeout at %d", now);
-        ++timeout_count;
-        return 0;
-    }
-    uint32_t got = 0;
-    while (got < length) {
-        long n = platform::recv_bytes(fd, buffer + got, length - got);
-        if (n < 1) return n;
-        got += static_cast<uint32_t>(n);
-    }
-    return static_cast<long>(length);
-}
-
-int GIOP::read_message(int32_t fd, CDR &stream, Environment &env) {
+int GIOP::read_message(client_endpoint &conn, CDR &stream, Environment &env) {
     env.clear();
     stream.cursor = stream.base;
     stream.space_left = kHeaderSize;
-    long n = read_buffer(fd, stream.base, kHeaderSize);
-    if (n != static_cast<long>(kHeaderSize)) {
-        if (n == 0) {
-            TRACE("read_message:  read 0 bytes");
-        } else if (n < 0) {
-            socket_failure("GIOP::read_message header");
-        } else {
-            TRACE("read message header failed (short)");
+    if (conn.fd == -1) {
+        TRACE("read_message:  connection is closed");
+        raise_system(env, exid::COMM_FAILURE);
+        return giop_msg::MessageError;
+    }
+    Fill f{conn, stream};
+    if (!take_ahead(f)) {
+        drop_connection(conn, "no memory for bytes read ahead");
+        raise_system(env, exid::NO_MEMORY);
+        return giop_msg::MessageError;
+    }
+    while (f.have < kHeaderSize) {
+        Arrival how = receive_more(f);
+        if (how != Arrival::Bytes) {
+            header_failed(f, how);
+            raise_system(env, exid::COMM_FAILURE);
+            return giop_msg::MessageError;
         }
-        raise_system(env, exid::COMM_FAILURE);
-        return giop_msg::MessageError;
     }
+    stream.cursor = stream.base;
     const unsigned char *h = stream.base;
-    if (std::memcmp(h, "GIOP", 4) != 0) {
-        TRACE("bad header, magic word");
-        raise_system(env, exid::MARSHAL);
-        return giop_msg::MessageError;
-    }
-    if (h[4] != 1 || h[5] > 0) {
-        TRACE("bad header, version");
-        raise_system(env, exid::MARSHAL);
-        return giop_msg::MessageError;
-    }
     uint8_t type = h[7];
-    stream.swap = h[6] == 1 ? 0 : 1;
-    stream.cursor += 8;
-    stream.space_left -= 8;
+    bool bad_magic = std::memcmp(h, "GIOP", 4) != 0;
+    bool bad_version = !bad_magic && (h[4] != 1 || h[5] > 0);
     uint32_t size = 0;
-    stream.get_long(&size);
-    if (size > kMaxBodySize) {
-        TRACE("read_message:  size %u too large", size);
-        raise_system(env, exid::COMM_FAILURE);
+    if (!bad_magic && !bad_version) {
+        stream.swap = h[6] == 1 ? 0 : 1;
+        stream.cursor += 8;
+        stream.space_left -= 8;
+        stream.get_long(&size);
+    }
+    if (bad_magic || bad_version || size > limits::max_body_size) {
+        // The bytes behind a refused header are read next, as they would be
+        // without read-ahead.
+        if (!keep_surplus(f, kHeaderSize)) drop_connection(conn, "no memory for bytes read ahead");
+        if (bad_magic || bad_version) {
+            if (bad_magic)
+                TRACE("bad header, magic word");
+            else
+                TRACE("bad header, version");
+            raise_system(env, exid::MARSHAL);
+        } else {
+            TRACE("read_message:  size %u too large", size);
+            raise_system(env, exid::COMM_FAILURE);
+        }
         return giop_msg::MessageError;
     }
     uint32_t swap = stream.swap;
-    n = read_body(fd, stream, size);
+    uint32_t total = size + kHeaderSize;
+    bool ok = true;
+    while (f.have < total) {
+        if (!make_room(f, total)) {
+            ok = false;
+            break;
+        }
+        Arrival how = receive_more(f);
+        if (how != Arrival::Bytes) {
+            body_failed(f, how, size);
+            ok = false;
+            break;
+        }
+    }
     // A grown stream keeps its place and its byte order.
     stream.swap = swap;
     stream.cursor = stream.base + kHeaderSize;
     stream.space_left = size;
-    if (n == static_cast<long>(size)) {
-        message_dump("recv", stream.base, size + kHeaderSize);
+    if (ok && !keep_surplus(f, total)) {
+        drop_connection(conn, "no memory for bytes read ahead");
+        ok = false;
+    }
+    if (ok) {
+        message_dump("recv", stream.base, total);
         return type;
     }
-    if (n == 0) {
-        TRACE("read message body, EOF on fd %d", fd);
-    } else if (n < 0) {
-        TRACE("%s: %s", "GIOP::read_message() body", std::strerror(errno));
-    } else {
-        TRACE("short read, only %ld of %u bytes", n, size);
+    if (conn.fd != -1) {
+        // Out of memory for the body: the rest of the message is unread.
+        TRACE("couldn't read rest of message");
+        drop_connection(conn, "no memory for the message");
     }
-    TRACE("couldn't read rest of message");
     stream.space_left = 0;
     raise_system(env, exid::COMM_FAILURE);
     return giop_msg::MessageError;

@@ -7,6 +7,7 @@
 
 class CDR;
 class Environment;
+struct client_endpoint;
 
 namespace giop_msg {
 enum : uint8_t {
@@ -21,7 +22,8 @@ enum : uint8_t {
 constexpr uint32_t kHeaderSize = 12;
 }  // namespace giop_msg
 
-// The wait for the first byte of each read, in milliseconds; set per request.
+// The call's time-out for reading one message, in milliseconds; set per
+// request.
 extern int32_t timeout_ms;
 // How many reads ran out of time.
 extern uint32_t timeout_count;
@@ -36,14 +38,16 @@ namespace OutgoingMessage {
 int writebuf(CDR &stream, int32_t *fd);
 }  // namespace OutgoingMessage
 
-// Reads exactly length bytes, waiting at most timeout_ms for the first.
-// Returns length, or 0 or less on time-out, end of stream or failure.
-long read_buffer(int32_t fd, unsigned char *buffer, uint32_t length);
-
 namespace GIOP {
 // Receives one message into stream, which then reads its body in place.
-// Returns the message type, or 6 on failure with env set. Never closes fd.
-int read_message(int32_t fd, CDR &stream, Environment &env);
+// Returns the message type, or 6 on failure with env set.
+//
+// Every wait inside the message ends with the deadline that the first wait
+// sets (the call's time-out, at least one second). Bytes that came behind the
+// message stay with the connection for its next read. A time-out before any
+// byte keeps the connection; end of stream, a reset, or a message cut off
+// closes it and marks it dead.
+int read_message(client_endpoint &conn, CDR &stream, Environment &env);
 }  // namespace GIOP
 
 // Sends the fixed MessageError, closes the socket and stores -1 at fd.

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "data/cdr.h"
 #include "data/environment.h"
@@ -13,30 +14,25 @@ namespace {
 // TAG_INTERNET_IOP and TAG_MULTIPLE_COMPONENTS.
 constexpr uint32_t kTagInternetIop = 0;
 constexpr uint32_t kTagMultipleComponents = 1;
+// Profiles of IIOP 1.0 up to this minor version are read: 1.1 and 1.2 differ
+// from 1.0 only by the tagged components behind the key, which we skip.
+// Newer ones may change the layout and are refused.
+constexpr uint8_t kNewestIiopMinor = 2;
 
 // Reads a CDR string into a new NUL-terminated block. Its length is checked
 // against the bytes present before anything is allocated.
 int get_string(CDR &in, char **out) {
-    uint32_t length = 0;
-    if (!in.get_long(&length) || length > in.space_left) return 0;
-    char *text = static_cast<char *>(std::malloc(length + 1u));
-    if (text == nullptr) return 0;
-    std::memcpy(text, in.cursor, length);
-    text[length] = '\0';
-    in.cursor += length;
-    in.space_left -= length;
-    *out = text;
-    return 1;
+    *out = get_counted_text(in);
+    return *out != nullptr;
 }
 
 int get_octets(CDR &in, octet_seq *out) {
+    unsigned char *at;
     uint32_t length = 0;
-    if (!in.get_long(&length) || length > in.space_left) return 0;
+    if (!in.get_counted(&at, &length)) return 0;
     auto *bytes = static_cast<uint8_t *>(std::malloc(length != 0 ? length : 1));
     if (bytes == nullptr) return 0;
-    std::memcpy(bytes, in.cursor, length);
-    in.cursor += length;
-    in.space_left -= length;
+    std::memcpy(bytes, at, length);
     *out = {length, length, bytes};
     return 1;
 }
@@ -112,8 +108,10 @@ int encode_objref(CDR &out, const void *value, Environment &env) {
     if (h & 2) length += 2;
     out.put_long(length);
     out.put_byte(1);
-    out.put_byte(d.profile.major);
-    out.put_byte(d.profile.minor);
+    // Written as 1.0 whatever version was read: the layout above has no
+    // components, and every server takes a 1.0 profile for its own objects.
+    out.put_byte(1);
+    out.put_byte(0);
     put_string(out, d.profile.host);
     out.put_short(d.profile.port);
     out.put_long(d.profile.object_key.length);
@@ -121,6 +119,83 @@ int encode_objref(CDR &out, const void *value, Environment &env) {
         out.put_byte(d.profile.object_key.buffer[i]);
     return 1;
 }
+
+namespace {
+
+// Reads the tagged components that follow the key in an IIOP 1.1 or 1.2
+// profile and drops them: we use none of them. Each one must lie inside the
+// profile; a count or length that runs past it fails the profile.
+int skip_components(CDR &encap) {
+    uint32_t count = 0;
+    if (!encap.get_long(&count)) return 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        uint32_t tag = 0;
+        if (!encap.get_long(&tag) || !encap.skip_counted()) return 0;
+    }
+    return 1;
+}
+
+enum class ProfileRead { kAccepted, kRefused, kFailed };
+
+// Reads the body of one TAG_INTERNET_IOP profile into a new record at *out,
+// and its minor version into *minor_read. kRefused: a version we do not read.
+// kFailed: a profile of a version we read that is badly encoded. Nothing is
+// left allocated unless kAccepted.
+ProfileRead read_profile(const unsigned char *body, uint32_t length, objrefdata **out,
+                         uint8_t *minor_read, Environment &env) {
+    CDR encap;
+    encap.open_encapsulation(body, length);
+    auto *d = static_cast<objrefdata *>(std::calloc(1, sizeof(objrefdata)));
+    if (d == nullptr) {
+        raise_system(env, exid::NO_MEMORY);
+        return ProfileRead::kFailed;
+    }
+    *minor_read = 0;
+    TRACE("decoder:  new objrefdata at " PTR_FMT, ptrv(d));
+    uint8_t major = 0, minor = 0;
+    if (!encap.get_byte(&major) || !encap.get_byte(&minor) || major != 1 ||
+        minor > kNewestIiopMinor) {
+        TRACE("detected new v%d.%d IIOP profile", major, minor);
+        TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
+        destroy_objrefdata(d);
+        return ProfileRead::kRefused;
+    }
+    TRACE("iiop_version %d.%d", major, minor);
+    *minor_read = minor;
+    d->profile.major = major;
+    d->profile.minor = minor;
+    ProfileRead result = ProfileRead::kFailed;
+    if (!get_string(encap, &d->profile.host) || !encap.get_short(&d->profile.port)) {
+        TRACE("error decoding IIOP host/port");
+    } else {
+        TRACE("decoder:  host '%s', port %d", d->profile.host, d->profile.port);
+        TRACE("decoder:  about to get object_key");
+        if (!get_octets(encap, &d->profile.object_key)) {
+            TRACE("extra data at end of IIOP profile data");
+        } else if (minor > 0 && !skip_components(encap)) {
+            TRACE("decoder:  encountered badly encoded objref!");
+        } else if (encap.space_left != 0) {
+            TRACE("extra data at end of IIOP profile data");
+        } else {
+            result = ProfileRead::kAccepted;
+        }
+    }
+    if (result == ProfileRead::kAccepted) {
+        *out = d;
+    } else {
+        TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
+        destroy_objrefdata(d);
+    }
+    return result;
+}
+
+void discard(objrefdata *d) {
+    if (d == nullptr) return;
+    TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
+    destroy_objrefdata(d);
+}
+
+}  // namespace
 
 int decode_objref(CDR &in, void *value, Environment &env) {
     env.clear();
@@ -137,18 +212,14 @@ int decode_objref(CDR &in, void *value, Environment &env) {
         return 1;
     }
     TRACE("decoder:  profiles=%u", count);
+    // The first 1.0 profile wins; without one, the first 1.1 or 1.2 profile.
     objrefdata *accepted = nullptr;
+    objrefdata *newer = nullptr;
     bool failed = false;
     for (uint32_t i = 0; i < count && !failed; ++i) {
         uint32_t tag = 0;
         if (!in.get_long(&tag)) break;
-        if (tag == kTagInternetIop) {
-            TRACE("decoder:  TAG_INTERNET_IOP");
-            if (accepted != nullptr) {
-                if (!in.skip_counted()) break;
-                continue;
-            }
-        } else {
+        if (tag != kTagInternetIop) {
             if (tag == kTagMultipleComponents) {
                 TRACE("decoder:  TAG_MULTIPLE_COMPONENTS");
             } else {
@@ -157,55 +228,40 @@ int decode_objref(CDR &in, void *value, Environment &env) {
             if (!in.skip_counted()) break;
             continue;
         }
+        TRACE("decoder:  TAG_INTERNET_IOP");
+        if (accepted != nullptr) {
+            if (!in.skip_counted()) break;
+            continue;
+        }
+        unsigned char *body;
         uint32_t length = 0;
-        if (!in.get_long(&length) || length > in.space_left || length == 0) {
+        if (!in.get_counted(&body, &length) || length == 0) {
             TRACE("decoder:  encountered badly encoded objref!");
             raise_system(env, exid::MARSHAL);
             failed = true;
             break;
         }
-        CDR encap;
-        encap.open_encapsulation(in.cursor, length);
-        in.cursor += length;
-        in.space_left -= length;
-
-        auto *d = static_cast<objrefdata *>(std::calloc(1, sizeof(objrefdata)));
-        if (d == nullptr) {
-            raise_system(env, exid::NO_MEMORY);
+        objrefdata *d = nullptr;
+        uint8_t minor = 0;
+        ProfileRead read = read_profile(body, length, &d, &minor, env);
+        // A badly encoded 1.0 profile fails the reference. A badly encoded
+        // newer one counts as absent, like a version we do not read, so that
+        // a reference offering 1.0 reads the same whatever else it carries.
+        if (read == ProfileRead::kFailed && minor == 0) {
+            if (!env.has_exception()) raise_system(env, exid::MARSHAL);
             failed = true;
-            break;
         }
-        TRACE("decoder:  new objrefdata at " PTR_FMT, ptrv(d));
-        uint8_t major = 0, minor = 0;
-        if (!encap.get_byte(&major) || !encap.get_byte(&minor) || major != 1 || minor != 0) {
-            TRACE("detected new v%d.%d IIOP profile", major, minor);
-            TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
-            destroy_objrefdata(d);
-            continue;
+        if (read != ProfileRead::kAccepted) continue;
+        if (d->profile.minor == 0) {
+            accepted = d;
+        } else if (newer == nullptr) {
+            newer = d;
+        } else {
+            discard(d);
         }
-        TRACE("iiop_version %d.%d", major, minor);
-        d->profile.major = major;
-        d->profile.minor = minor;
-        if (!get_string(encap, &d->profile.host) || !encap.get_short(&d->profile.port)) {
-            TRACE("error decoding IIOP host/port");
-            TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
-            destroy_objrefdata(d);
-            raise_system(env, exid::MARSHAL);
-            failed = true;
-            break;
-        }
-        TRACE("decoder:  host '%s', port %d", d->profile.host, d->profile.port);
-        TRACE("decoder:  about to get object_key");
-        if (!get_octets(encap, &d->profile.object_key) || encap.space_left != 0) {
-            TRACE("extra data at end of IIOP profile data");
-            TRACE("decoder:  delete objdata " PTR_FMT, ptrv(d));
-            destroy_objrefdata(d);
-            raise_system(env, exid::MARSHAL);
-            failed = true;
-            break;
-        }
-        accepted = d;
     }
+    if (accepted == nullptr) std::swap(accepted, newer);
+    discard(newer);
     if (!failed && accepted != nullptr) {
         accepted->type_id = type_hint;
         objref *obj = new_objref(accepted);
@@ -220,7 +276,7 @@ int decode_objref(CDR &in, void *value, Environment &env) {
     destroy_objrefdata(accepted);
     std::free(type_hint);
     if (!failed) {
-        TRACE("no IIOP v%d.%d (or earlier) profile in IOR!", 1, 0);
+        TRACE("no IIOP v%d.%d (or earlier) profile in IOR!", 1, kNewestIiopMinor);
         raise_system(env, exid::MARSHAL);
     }
     return 0;

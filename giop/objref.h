@@ -1,5 +1,5 @@
-// Object references: the handle, its record (type id, the IIOP 1.0 profile
-// in use, the target of the latest location forward) and their CDR form.
+// Object references: the handle, its record (type id, the IIOP profile in
+// use, the target of the latest location forward) and their CDR form.
 #ifndef ORBELLE_GIOP_OBJREF_H
 #define ORBELLE_GIOP_OBJREF_H
 
@@ -19,8 +19,8 @@ struct octet_seq {
 
 // The address of an object: IIOP version, host, port and key.
 struct iiop_profile {
-    uint8_t major;  // always 1
-    uint8_t minor;  // always 0
+    uint8_t major;  // as read: always 1
+    uint8_t minor;  // as read: 0, 1 or 2; we write and print 1.0 whatever it is
     char *host;     // owned
     uint16_t port;
     octet_seq object_key;
@@ -54,10 +54,11 @@ objref *new_objref(objrefdata *data);
 void release_objref(objref *obj, Environment &env);
 
 // Writes the reference at *value (an objref pointer, null for nil) as an IOR
-// with its own profile. 1 on success, 0 with env set.
+// with its own profile, as IIOP 1.0. 1 on success, 0 with env set.
 int encode_objref(CDR &stream, const void *value, Environment &env);
 // Reads an IOR and stores a new handle (null for nil) at *value. The first
-// IIOP 1.0 profile is used; 1 on success, 0 with env set (MARSHAL).
+// IIOP 1.0 profile is used, else the first of 1.1 or 1.2 (its components
+// skipped); 1 on success, 0 with env set (MARSHAL).
 int decode_objref(CDR &stream, void *value, Environment &env);
 
 #endif

@@ -53,6 +53,10 @@ long send_bytes(int fd, const void *bytes, size_t length);
 // Result as recv(2); retried on EINTR.
 long recv_bytes(int fd, void *bytes, size_t length);
 
+// True when an idle connection can no longer carry a call: the peer has
+// closed or reset it. Never blocks, and consumes nothing.
+bool peer_gone(int fd);
+
 // Waits until fd is readable: >0 ready, 0 time-out, <0 failure (errno kept).
 int wait_readable(int fd, long seconds, long microseconds);
 

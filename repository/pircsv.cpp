@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "orbelle/limits.h"
 #include "repository/pirassert.h"
 
 namespace {
@@ -38,7 +39,7 @@ struct file_closer {
 class depth_guard {
 public:
     explicit depth_guard(int &depth) : depth_(depth) {
-        if (++depth_ > pirMaxTypeDepth) {
+        if (++depth_ > limits::max_csv_type_depth) {
             --depth_;
             throw PirException(invalid_record);
         }
@@ -88,7 +89,7 @@ void PirCsvFile::feed(const char *bytes, size_t size) {
                 buffer_.clear();
             }
         } else if (c != ',') {
-            if (buffer_.size() >= pirMaxTokenLength) throw PirException(invalid_record);
+            if (buffer_.size() >= limits::max_csv_token_length) throw PirException(invalid_record);
             buffer_.push_back(static_cast<char>(c));
         }
     }
@@ -231,11 +232,11 @@ void PirCsvFile::parseTyp(size_t &pos, PirTypNod *typNod) {
     ++pos;
     typNod->typKind = kind;
     switch (kind) {
-        case pirtk::struct_kind:
+        case tk_struct:
             typNod->typCnt = readMemberCount(pos);
             for (uint32_t i = 0; i < typNod->typCnt; ++i) parseChildType(pos, typNod);
             break;
-        case pirtk::union_kind: {
+        case tk_union: {
             auto discriminator = std::make_unique<PirTypNod>();
             parseTyp(pos, discriminator.get());
             discriminator->typNam = pirDiscriminatorName;
@@ -244,15 +245,15 @@ void PirCsvFile::parseTyp(size_t &pos, PirTypNod *typNod) {
             for (uint32_t i = 0; i < typNod->typCnt; ++i) parseChildType(pos, typNod);
             break;
         }
-        case pirtk::sequence_kind:
+        case tk_sequence:
             typNod->typBnd = readNumber(pos);
             parseChildType(pos, typNod);
             break;
-        case pirtk::array_kind: {
+        case tk_array: {
             typNod->typCnt = readNumber(pos);
             uint64_t outer = arrayProduct_;
             uint64_t product = outer * typNod->typCnt;
-            if (product > pirMaxArrayElements) throw PirException(invalid_record);
+            if (product > limits::max_csv_array_elements) throw PirException(invalid_record);
             // Zero-length arrays hold nothing, whatever their element type.
             arrayProduct_ = product == 0 ? 1 : product;
             parseChildType(pos, typNod);

@@ -11,21 +11,6 @@
 
 #include "repository/pirnod.h"
 
-// Longest token a description may hold. The format's token buffer holds 255
-// bytes; a longer token is refused rather than cut, since a cut name would
-// silently name something else.
-constexpr size_t pirMaxTokenLength = 255;
-
-// Deepest nesting of type records. Parsing, walking and releasing a type
-// each recurse once per level, so the limit keeps the stack bounded; no type
-// of a real interface comes anywhere near it.
-constexpr int pirMaxTypeDepth = 200;
-
-// Most elements that nested arrays may multiply to along one path. Every
-// element becomes at least one record for the script, so beyond this a
-// description asks for more memory than any script could fill by hand.
-constexpr uint64_t pirMaxArrayElements = uint64_t{1} << 20;
-
 // Every failure is a PirException: "can't open .csv file" from read,
 // "invalid csv record" from read (a token that is too long) and from the
 // parsing operations.

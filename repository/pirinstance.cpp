@@ -2,13 +2,14 @@
 
 #include <memory>
 
+#include "repository/flatname.h"
 #include "repository/pirassert.h"
 
 namespace {
 const PirTypNod *as_type(const PirNod *node) { return dynamic_cast<const PirTypNod *>(node); }
 
 bool is_discriminator(const PirTypNod *above, const PirTypNod *level) {
-    return above->typKind == pirtk::union_kind && level->typNam == pirDiscriminatorName;
+    return above->typKind == tk_union && level->typNam == pirDiscriminatorName;
 }
 
 // One level of a name: the type at the level, the type above it (null at
@@ -24,21 +25,15 @@ struct name_level {
 void append_separator(std::string &name, const name_level &l) {
     if (l.above == nullptr) return;
     switch (l.above->typKind) {
-        case pirtk::struct_kind:
-            name += '.';
+        case tk_struct:
+            name += flat_member_separator;
             break;
-        case pirtk::union_kind:
-            if (!is_discriminator(l.above, l.level)) name += ':';
+        case tk_union:
+            if (!is_discriminator(l.above, l.level)) name += flat_alternative_separator;
             break;
-        case pirtk::sequence_kind:
-        case pirtk::array_kind:
-            if (l.stateful) {
-                name += '[';
-                name += std::to_string(l.index);
-                name += ']';
-            } else {
-                name += "[]";
-            }
+        case tk_sequence:
+        case tk_array:
+            append_flat_index(name, l.index, l.stateful);
             break;
         default:
             break;
@@ -127,7 +122,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
     pri.stfNam = ins->stfNam;
 
     switch (typ->typKind) {
-        case pirtk::struct_kind:
+        case tk_struct:
             ins->count = static_cast<int32_t>(typ->typCnt);
             for (uint32_t i = 0; i < typ->typCnt; ++i) {
                 PirTypNod *member = child_type(typ, i);
@@ -135,14 +130,14 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
                 walk(own, member, ins, static_cast<int32_t>(i), cal);
             }
             break;
-        case pirtk::array_kind:
+        case tk_array:
             ins->count = static_cast<int32_t>(typ->typCnt);
             walk_elements(own, typ, ins, typ->typCnt, cal);
             break;
-        case pirtk::sequence_kind: {
+        case tk_sequence: {
             cal->NewSequence(pri);
             ins->stfNam = pri.stfNam;
-            pri.subNam = pri.stfNam + "^length";
+            pri.subNam = flat_length_name(pri.stfNam);
             uint32_t length = cal->NewSequenceLength(pri);
             if (typ->typBnd != 0 && length > typ->typBnd)
                 throw PirException("invalid sequence length");
@@ -150,11 +145,11 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
             walk_elements(own, typ, ins, length, cal);
             break;
         }
-        case pirtk::union_kind: {
+        case tk_union: {
             cal->NewUnion(pri);
             PirTypNod *discriminator = child_type(typ, 0);
             if (discriminator != nullptr) walk(own, discriminator, ins, 0, cal);
-            pri.subNam = pri.stfNam + "^discriminator";
+            pri.subNam = flat_discriminator_name(pri.stfNam);
             uint32_t member = cal->NewUnionDiscriminator(pri);
             PirTypNod *present =
                 member < typ->typCnt ? child_type(typ, size_t{member} + 1) : nullptr;
@@ -162,7 +157,7 @@ PirInstance *walk(PirNod *own, PirTypNod *typ, PirInstance *parIns, int32_t inde
             walk(own, present, ins, static_cast<int32_t>(member), cal);
             break;
         }
-        case pirtk::alias_kind:
+        case tk_alias:
             // The format gives an alias no aliased type; without one the alias
             // is reported as a leaf of its own kind instead of walking nothing.
             if (PirTypNod *aliased = child_type(typ, 0)) {

@@ -3,9 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "repository/flatname.h"
 #include "repository/pirassert.h"
 
-const char *const pirDiscriminatorName = "^discriminator";
+const char *const pirDiscriminatorName = flat_discriminator_suffix;
 
 PirNod::~PirNod() {
     if (ownsChildren)

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "orbelle/kinds.h"
+
 // Class of a node, held in PirNod::kind. The values 0 to 2 belong to no class.
 enum PirKind : int32_t {
     pirIntKind = 3,
@@ -18,18 +20,7 @@ enum PirKind : int32_t {
     pirTypKind = 9,
 };
 
-// Type kinds of PirTypNod::typKind, numbered as CORBA numbers TCKind.
-namespace pirtk {
-constexpr int32_t null_kind = 0;
-constexpr int32_t void_kind = 1;
-constexpr int32_t long_kind = 3;
-constexpr int32_t struct_kind = 15;
-constexpr int32_t union_kind = 16;
-constexpr int32_t sequence_kind = 19;
-constexpr int32_t array_kind = 20;
-constexpr int32_t alias_kind = 21;
-constexpr int32_t fixed_kind = 28;
-}  // namespace pirtk
+// PirTypNod::typKind holds a TypeCode kind (orbelle/kinds.h).
 
 // Name that a union's first child, its discriminator, always bears.
 extern const char *const pirDiscriminatorName;

@@ -38,6 +38,11 @@ public:
         return true;
     }
     void put(char c) { data_[pos_++] = c; }
+    // n characters, for which reserve(n) has made room.
+    void put(const void *from, size_t n) {
+        std::memcpy(data_ + pos_, from, n);
+        pos_ += n;
+    }
     char *release() {
         char *text = data_;
         data_ = nullptr;
@@ -76,7 +81,13 @@ char *asciify(const void *bytes, long n) {
         bool special = is_special(c);
         if (!special) {
             if (i != 0 && !hex) {
-                out.put(static_cast<char>(c));
+                // The plain bytes up to the next special one go as they are,
+                // in one copy.
+                size_t end = i + 1;
+                while (end < count && !is_special(b[end])) ++end;
+                if (!out.reserve(end - i)) return nullptr;
+                out.put(b + i, end - i);
+                i = end - 1;
                 continue;
             }
             if (i + 1 < count && is_special(b[i + 1])) {
@@ -120,7 +131,14 @@ unsigned char *un_asciify(const char *text, size_t *count) {
         if (c == '`') {
             hex = !hex;
         } else if (!hex) {
-            out[made++] = static_cast<unsigned char>(c);
+            // Plain characters up to the next backquote stand for themselves.
+            const void *quote = std::memchr(text + i, '`', length - i);
+            size_t end = quote != nullptr
+                             ? static_cast<size_t>(static_cast<const char *>(quote) - text)
+                             : length;
+            std::memcpy(out + made, text + i, end - i);
+            made += end - i;
+            i = end - 1;
         } else {
             if (i + 1 >= length) break;  // half a pair at the end: dropped
             unsigned high = digit_value(c, i);

@@ -10,7 +10,10 @@
 #include "data/environment.h"
 #include "data/stdtypes.h"
 #include "giop/invocation.h"
+#include "repository/flatname.h"
 #include "script/asciify.h"
+#include "script/decimal.h"
+#include "script/plain.h"
 #include "script/values.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
@@ -20,12 +23,10 @@ namespace {
 // exception Reply ends as OBJ_ADAPTER.
 const ExceptionTable no_user_exceptions{0, nullptr};
 
-constexpr char length_suffix[] = "^length";
-
 bool sends_value(const ScriptParm *p) { return p->flags == PARM_IN || p->flags == PARM_INOUT; }
 bool receives_value(const ScriptParm *p) { return p->flags == PARM_OUT || p->flags == PARM_INOUT; }
 bool is_opaque(const ScriptParm *p) {
-    return sends_value(p) && p->name != nullptr && std::strcmp(p->name, "*") == 0;
+    return sends_value(p) && p->name != nullptr && p->name[0] == '*' && p->name[1] == '\0';
 }
 
 void drop_area(ScriptParm *p, DataArea &area) {
@@ -67,9 +68,26 @@ void marshal_opaque(ScriptParm *p, DataArea &place, CDR &stream, Environment &en
     drop_area(p, place);
 }
 
+// Tracing off, a plain record goes from its text to the stream with no
+// data area; ptr ends null and valuesize as putdata leaves them.
+void marshal_plain(ScriptParm *p, CDR &stream, Environment &env) {
+    p->ptr = nullptr;
+    if (!sends_value(p)) return;
+    if (p->flags == PARM_IN || p->valuesize == 0) {
+        if (p->strval != nullptr) p->valuesize = 0;
+        if (!put_plain(stream, p->type, p->strval)) raise_system(env, exid::MARSHAL);
+    } else {
+        refuse_outside_block(env);
+    }
+}
+
 // Marshals one record. False when the call must end at once (a type that
 // can't be converted); other failures stay in env for the caller.
 bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) {
+    if (debug_level == 0 && is_plain_type(p->type) && !is_opaque(p)) {
+        marshal_plain(p, stream, env);
+        return true;
+    }
     DataArea place;
     void *area = newdataptr(p, place);
     p->ptr = area;
@@ -127,14 +145,6 @@ bool same_chars(const char *a, const char *b, size_t n) {
     return true;
 }
 
-// The "^length" that ends the base of a sequence in a length record's name
-// (the first one), or null when the name holds none.
-const char *length_mark(const char *name) {
-    for (const char *c = name; *c != '\0'; ++c)
-        if (*c == '^' && same_chars(c + 1, length_suffix + 1, sizeof length_suffix - 2)) return c;
-    return nullptr;
-}
-
 // The part of a record's name that tells which element of a sequence it
 // belongs to: the first characters, as many as the sequence's basename has,
 // and, behind a "[", the index up to the closing bracket (which is left
@@ -148,11 +158,14 @@ Member member_of(const char *name, const NamePart &base) {
     // A basename holds no terminator, so the first loop stops at the end of
     // name too; the second finishes the part when the two differ.
     size_t n = 0;
-    while (n < base.length && name[n] == base.text[n]) ++n;
+    // Most records lie inside the sequence: one library compare tells.
+    if (std::strncmp(name, base.text, base.length) == 0)
+        n = base.length;
+    else
+        while (n < base.length && name[n] == base.text[n]) ++n;
     bool in_sequence = n == base.length;
     while (n < base.length && name[n] != '\0') ++n;
-    if (n == base.length && name[n] == '[')
-        while (name[n] != '\0' && name[n] != ']') ++n;
+    if (n == base.length) n = flat_index_end(name, n);
     return Member{NamePart{name, n}, in_sequence};
 }
 
@@ -170,6 +183,31 @@ bool begins_with(const NamePart &part, const NamePart &prefix) {
     return part.length >= prefix.length && same_chars(part.text, prefix.text, prefix.length);
 }
 
+// The frames of one reading. Replies seldom nest sequences deeply, so the
+// first frames live in place and a reading takes no heap block for them.
+class FrameStack {
+public:
+    bool empty() const { return size_ == 0; }
+    Frame &back() { return size_ <= in_place ? first_[size_ - 1] : more_.back(); }
+    void push_back(const Frame &frame) {
+        if (size_ < in_place)
+            first_[size_] = frame;
+        else
+            more_.push_back(frame);
+        ++size_;
+    }
+    void pop_back() {
+        if (size_ > in_place) more_.pop_back();
+        --size_;
+    }
+
+private:
+    static constexpr size_t in_place = 8;
+    Frame first_[in_place];
+    std::vector<Frame> more_;
+    size_t size_ = 0;
+};
+
 class ReplyReader {
 public:
     ReplyReader(CDR &stream, Environment &env) : stream_(stream), env_(env) {}
@@ -178,12 +216,15 @@ public:
 private:
     void read_opaque(ScriptParm *p);
     void open_sequence(ScriptParm *p, const char *mark);
+    // Reads a plain value straight into strval; false with env set when the
+    // Reply holds too few bytes.
+    bool read_plain(ScriptParm *p);
     // Step of following the sequences: true when the record isn't on the wire.
     bool passed_over(const char *name);
 
     CDR &stream_;
     Environment &env_;
-    std::vector<Frame> stack_;
+    FrameStack stack_;
     // The data area of the record being read.
     DataArea place_;
 };
@@ -210,6 +251,18 @@ void ReplyReader::read_opaque(ScriptParm *p) {
     std::free(text);
 }
 
+bool ReplyReader::read_plain(ScriptParm *p) {
+    char text[plain_text_size];
+    size_t length = 0;
+    const char *value = get_plain(stream_, p->type, text, &length);
+    if (value == nullptr) {
+        raise_system(env_, exid::MARSHAL);
+        return false;
+    }
+    replace_strval(p, value, length);
+    return true;
+}
+
 void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
     NamePart base{p->name, static_cast<size_t>(mark - p->name)};
     TRACE("vu_do_call:");
@@ -227,7 +280,7 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
         TRACE("vu_do_call:  No sequence length %s", "in script");
         TRACE("vu_do_call:  Check for possible %s", "mismatch between IDL and script");
     } else {
-        script_len = decimal_reading(p->strval);
+        script_len = decimal_wrapping(p->strval);
     }
     int32_t skip = 0;
     if (!stack_.empty()) {
@@ -239,31 +292,30 @@ void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
 
 bool ReplyReader::passed_over(const char *name) {
     TRACE("vu_do_call:  sequence(s) in progress...");
-    Member member = member_of(name, stack_.back().basename);
-    if (!same_name(member.part, stack_.back().current_member_name)) {
+    Frame *top = &stack_.back();
+    Member member = member_of(name, top->basename);
+    if (!same_name(member.part, top->current_member_name)) {
         TRACE("vu_do_call:  current_member_name '%s'", member.part.str().c_str());
         TRACE("vu_do_call:       %s '%s'", "does not match top",
-              stack_.back().current_member_name.str().c_str());
+              top->current_member_name.str().c_str());
         if (!member.in_sequence) {
-            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence",
-                  stack_.back().basename.str().c_str());
+            TRACE("vu_do_call:  %s '%s'", "(B) done with sequence", top->basename.str().c_str());
             stack_.pop_back();
             if (stack_.empty()) return false;
             // The record counts as an element of the frame below, even when
             // it continues that frame's current element.
-            member = member_of(name, stack_.back().basename);
+            top = &stack_.back();
+            member = member_of(name, top->basename);
         }
-        Frame &top = stack_.back();
-        top.current_member_name = member.part;
-        ++top.members_processed;
+        top->current_member_name = member.part;
+        ++top->members_processed;
         TRACE("vu_do_call:  %s '%s'", "new current_member_name", member.part.str().c_str());
-        TRACE("vu_do_call:  %d members processed", static_cast<int>(top.members_processed));
+        TRACE("vu_do_call:  %d members processed", static_cast<int>(top->members_processed));
     }
-    Frame &top = stack_.back();
-    if ((top.members_processed > top.wire_len && top.wire_len != -1) || top.skip == 1) {
+    if ((top->members_processed > top->wire_len && top->wire_len != -1) || top->skip == 1) {
         TRACE("vu_do_call:  whole sequence read");
         TRACE("vu_do_call:  skipping this parameter");
-        top.skip = 1;
+        top->skip = 1;
         return true;
     }
     return false;
@@ -280,7 +332,10 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
             continue;
         }
         if (!receives_value(p)) continue;
-        void *area = newdataptr(p, place_);
+        // Tracing off, a plain value goes from the stream to its text with
+        // no data area.
+        bool plain = debug_level == 0 && is_plain_type(p->type);
+        void *area = plain ? nullptr : newdataptr(p, place_);
         p->ptr = area;
         TRACE("vu_do_call:  (out) new dataptr at " PTR_FMT, ptrv(area));
         TRACE("vu_do_call:  flags=%d, type=%d", static_cast<int>(p->flags),
@@ -289,11 +344,11 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
               static_cast<int>(p->supertype));
         const char *name = p->name != nullptr ? p->name : "";
         if (p->supertype == tk_sequence) {
-            const char *mark = length_mark(name);
+            const char *mark = find_flat_length(name);
             if (mark != nullptr) open_sequence(p, mark);
         }
 
-        bool area_live = true;
+        bool area_live = !plain;
         if (p->valuesize != 0) {
             TRACE("there");
             refuse_outside_block(env_);
@@ -304,27 +359,31 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
                 continue;
             }
             TRACE("vu_do_call:  get_value for script parm '%s'", nz(p->name));
-            if (decoder(get_typecodeptr(p->type), area, nullptr, &stream_, env_)) {
+            bool read = false;
+            if (plain) {
+                read = read_plain(p);
+            } else if (decoder(get_typecodeptr(p->type), area, nullptr, &stream_, env_)) {
                 getdata(p, place_, env_);
                 // getdata hands a reference over to ptr, which no longer
                 // designates the area.
                 area_live = p->type != tk_objref;
-                if (!env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
-                    Frame &top = stack_.back();
-                    top.wire_len = decimal_reading(p->strval);
-                    TRACE("vu_do_call:  on wire seq len=%d", static_cast<int>(top.wire_len));
-                    if (top.script_len < top.wire_len)
-                        TRACE("vu_do_call:  ERROR -- %s%s", "returned sequence longer than ",
-                              "script is prepared for");
-                    if (top.script_len > top.wire_len) {
-                        TRACE("vu_do_call:  WARNING -- %s%s", "returned sequence shorter than ",
-                              "script is prepared for");
-                        if (top.wire_len == 0) {
-                            TRACE("vu_do_call:  seq len 0");
-                            TRACE("vu_do_call:  exiting");
-                            drop_area(p, place_);
-                            return;
-                        }
+                read = true;
+            }
+            if (read && !env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
+                Frame &top = stack_.back();
+                top.wire_len = decimal_wrapping(p->strval);
+                TRACE("vu_do_call:  on wire seq len=%d", static_cast<int>(top.wire_len));
+                if (top.script_len < top.wire_len)
+                    TRACE("vu_do_call:  ERROR -- %s%s", "returned sequence longer than ",
+                          "script is prepared for");
+                if (top.script_len > top.wire_len) {
+                    TRACE("vu_do_call:  WARNING -- %s%s", "returned sequence shorter than ",
+                          "script is prepared for");
+                    if (top.wire_len == 0) {
+                        TRACE("vu_do_call:  seq len 0");
+                        TRACE("vu_do_call:  exiting");
+                        if (area_live) drop_area(p, place_);
+                        return;
                     }
                 }
             }

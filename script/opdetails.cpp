@@ -6,8 +6,11 @@
 #include <new>
 #include <string>
 
+#include "orbelle/kinds.h"
+#include "repository/flatname.h"
 #include "repository/pirapi.h"
-#include "script/parms.h"
+#include "script/decimal.h"
+#include "script/parm_list.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
@@ -20,33 +23,8 @@ std::string seqBase;
 // The member a union walk is told to take, whatever the script holds.
 constexpr uint32_t union_member_answer = 10;
 
-constexpr int32_t tk_void = 1;
-constexpr int32_t tk_long = 3;
-constexpr int32_t tk_sequence = 19;
-
 int32_t flags_for(int32_t direction) {
     return direction == 0 ? PARM_IN : direction == 1 ? PARM_OUT : PARM_INOUT;
-}
-
-// White space, one optional sign, decimal digits up to the first other
-// character; no digits read as 0. Values past the 32-bit range saturate.
-int32_t read_decimal(const char *text) {
-    while (std::isspace(static_cast<unsigned char>(*text))) ++text;
-    bool negative = false;
-    if (*text == '+' || *text == '-') negative = *text++ == '-';
-    int64_t value = 0;
-    for (; *text >= '0' && *text <= '9'; ++text) {
-        value = value * 10 + (*text - '0');
-        if (value > INT32_MAX) {
-            value = INT64_C(1) + INT32_MAX;
-            while (*text >= '0' && *text <= '9') ++text;
-            break;
-        }
-    }
-    if (negative) value = -value;
-    if (value > INT32_MAX) value = INT32_MAX;
-    if (value < INT32_MIN) value = INT32_MIN;
-    return static_cast<int32_t>(value);
 }
 
 const char *operation_name() { return opDetailsOperation->oprNam.c_str(); }
@@ -61,7 +39,7 @@ int32_t getseqlen(const char *basNam) {
     for (int32_t i = 0; i < count; ++i) {
         const char *name = plist[i].name;
         if (name == nullptr) continue;
-        const char *mark = std::strstr(name, "^length");
+        const char *mark = find_flat_length(name);
         if (mark == nullptr) continue;
         size_t length = static_cast<size_t>(mark - name);
         if (length != base_length || std::strncmp(name, basNam, length) != 0) {
@@ -74,7 +52,7 @@ int32_t getseqlen(const char *basNam) {
             continue;
         }
         TRACE("getseqlen:  '%s' matches, value '%s'", basNam, value);
-        int32_t result = read_decimal(value);
+        int32_t result = decimal_saturating(value);
         // A negative length would turn into billions of elements on the way
         // to the walk's unsigned count: the sequence is taken as empty.
         return result < 0 ? 0 : result;
@@ -94,7 +72,7 @@ void PirOpDetails::NewPrimitive(PirPrimitive &pri) {
     }
     // Elements of a sequence that is itself the result have no base of their
     // own: they take the one of their sequence.
-    if (pri.supertype == tk_sequence && !pri.stfNam.empty() && pri.stfNam[0] == '[') {
+    if (pri.supertype == tk_sequence && flat_starts_with_index(pri.stfNam)) {
         pri.stfNam = seqBase + pri.stfNam;
         TRACE("   CHANGE stfNam to '%s'", pri.stfNam.c_str());
     }
@@ -102,10 +80,10 @@ void PirOpDetails::NewPrimitive(PirPrimitive &pri) {
 
     std::string name;
     if (pri.stfNam.empty()) {
-        name = std::string("^") + operation_name();
+        name = flat_result_name(operation_name());
         TRACE("   stateful name blank, setting to '%s'", name.c_str());
     } else if (pri.own->kind == pirResKind && pri.supertype != tk_sequence) {
-        name = std::string("^") + operation_name() + pri.stfNam;
+        name = flat_result_name(operation_name()) + pri.stfNam;
         TRACE("   result, setting to '%s'", name.c_str());
     } else {
         name = pri.stfNam;
@@ -123,18 +101,16 @@ uint32_t PirOpDetails::NewSequenceLength(PirPrimitive &pri) {
     std::string name;
     if (pri.stfNam.empty()) {
         // The sequence is the result itself.
-        name = std::string("^") + operation_name();
-        seqBase = name;
-        name += "^length";
+        seqBase = flat_result_name(operation_name());
+        name = flat_length_name(seqBase);
         TRACE("NSL set sequence length name '%s'", name.c_str());
         pri.stlNam = seqBase;
         pri.stfNam = seqBase;
         TRACE("NSL stlNam now '%s'", pri.stlNam.c_str());
         TRACE("NSL stfNam now '%s'", pri.stfNam.c_str());
     } else {
-        name = pri.stfNam;
-        seqBase = name;
-        name += "^length";
+        seqBase = pri.stfNam;
+        name = flat_length_name(seqBase);
     }
     ScriptParm *record =
         opDetails_new_record(name.c_str(), flags_for(direction), tk_long, tk_sequence);

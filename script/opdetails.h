@@ -9,7 +9,7 @@
 #include "repository/pirinstance.h"
 
 // Collects the list of operation of the interface repoid into the state of
-// parms.h and returns its head: the list as far as it got, null if nothing
+// parm_list.h and returns its head: the list as far as it got, null if nothing
 // could be collected. Never throws.
 ScriptParm *operation_details(const char *operation, const char *repoid);
 

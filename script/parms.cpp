@@ -2,54 +2,17 @@
 
 #include <cstring>
 
+#include "orbelle/kinds.h"
+#include "repository/flatname.h"
 #include "script/opdetails.h"
-#include "trace/host_slots.h"
+#include "script/parm_list.h"
 #include "trace/trace.h"
 
 namespace {
-ScriptParm *opDetailsHead = nullptr;
-ScriptParm *opDetailsTail = nullptr;
-iiop_req *opDetailsCall = nullptr;
-
-constexpr int32_t tk_boolean = 8;
-constexpr int32_t tk_objref = 14;
-constexpr int32_t tk_string = 18;
 
 const char *const well_known[] = {"_get_implementation", "_get_interface", "_is_a",
                                   "_non_existent"};
 }  // namespace
-
-void opDetails_reset() {
-    opDetailsHead = nullptr;
-    opDetailsTail = nullptr;
-}
-
-ScriptParm *opDetails_new_record(const char *name, int32_t flags, int32_t type, int32_t supertype) {
-    auto *record = static_cast<ScriptParm *>(vumalloc(sizeof(ScriptParm)));
-    if (record == nullptr) return nullptr;
-    record->flags = flags;
-    record->type = type;
-    record->supertype = supertype;
-    record->name = vustrdup(name);
-    record->strval = nullptr;
-    record->ptr = nullptr;
-    record->valuesize = 0;
-    record->next = nullptr;
-    return record;
-}
-
-void opDetails_append(ScriptParm *record) {
-    if (record == nullptr) return;
-    if (opDetailsHead == nullptr)
-        opDetailsHead = record;
-    else
-        opDetailsTail->next = record;
-    opDetailsTail = record;
-}
-
-ScriptParm *opDetails_head() { return opDetailsHead; }
-
-iiop_req *opDetails_call() { return opDetailsCall; }
 
 bool is_well_known_operation(const char *operation) {
     if (operation == nullptr) return false;
@@ -65,7 +28,7 @@ ScriptParm *GetWellKnownOpDetails(const char *operation) {
     size_t n = std::strlen(operation);
     char *result_name = new char[n + 1];
     std::memcpy(result_name, operation, n + 1);
-    result_name[0] = '^';
+    result_name[0] = flat_result_mark;
     int32_t type = std::strcmp(operation, "_get_implementation") == 0 ||
                            std::strcmp(operation, "_get_interface") == 0
                        ? tk_objref
@@ -84,11 +47,11 @@ ScriptParm *GetWellKnownOpDetails(const char *operation) {
         TRACE("   setting supertype done");
         opDetails_append(parm);
     }
-    return opDetailsHead;
+    return opDetails_head();
 }
 
 ScriptParm *PirGetOperationDetails(iiop_req *req) {
-    opDetailsCall = req;
+    opDetails_set_call(req);
     if (is_well_known_operation(req->operation)) return GetWellKnownOpDetails(req->operation);
     const char *repoid = req->target ? req->target->repoid : nullptr;
     return operation_details(req->operation, repoid);

@@ -19,14 +19,4 @@ ScriptParm *GetWellKnownOpDetails(const char *operation);
 // True for the four operations every object has, by exact comparison.
 bool is_well_known_operation(const char *operation);
 
-// Collecting state shared with the operation-details walk.
-void opDetails_reset();  // empties the list
-// A record from vumalloc with the given name copied (vumalloc too), null
-// strval, ptr and next, and valuesize 0. datalen and the reserved word are
-// left as allocated.
-ScriptParm *opDetails_new_record(const char *name, int32_t flags, int32_t type, int32_t supertype);
-void opDetails_append(ScriptParm *record);
-ScriptParm *opDetails_head();
-iiop_req *opDetails_call();
-
 #endif

@@ -1,6 +1,7 @@
 #include "script/values.h"
 
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +15,8 @@
 #include "giop/orb.h"
 #include "host/tellcat/tellcat.h"
 #include "script/asciify.h"
+#include "script/decimal.h"
+#include "script/plain.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
@@ -76,43 +79,8 @@ void unknown_type_text(int32_t type) {
     set_error_text("%s", out.c_str());
 }
 
-// The two digits of every number below 100, so that numbers are written
-// two digits per division.
-struct DigitPairs {
-    char text[200];
-    constexpr DigitPairs() : text() {
-        for (int i = 0; i < 100; ++i) {
-            text[2 * i] = static_cast<char>('0' + i / 10);
-            text[2 * i + 1] = static_cast<char>('0' + i % 10);
-        }
-    }
-};
-constexpr DigitPairs digit_pairs;
+}  // namespace
 
-// Writes a number in decimal as "%d" or "%u" would, without the cost of a
-// format parse: replies can hold many thousands of them. The text ends just
-// before end (no terminator) and its start is returned. Every value here is
-// a 16- or 32-bit number, so its magnitude fits 32 bits and 11 characters.
-char *format_decimal(char *end, int64_t value) {
-    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
-    char *first = end;
-    while (magnitude >= 100) {
-        first -= 2;
-        std::memcpy(first, digit_pairs.text + 2 * (magnitude % 100), 2);
-        magnitude /= 100;
-    }
-    if (magnitude >= 10) {
-        first -= 2;
-        std::memcpy(first, digit_pairs.text + 2 * magnitude, 2);
-    } else {
-        *--first = static_cast<char>('0' + magnitude);
-    }
-    if (value < 0) *--first = '-';
-    return first;
-}
-
-// Replaces strval by a vumalloc copy of text (length n), giving the former
-// one back to the host.
 void replace_strval(ScriptParm *parm, const char *text, size_t n) {
     if (parm->strval != nullptr) {
         TRACE("getdata:  vufree node->strval " PTR_FMT, ptrv(parm->strval));
@@ -125,6 +93,8 @@ void replace_strval(ScriptParm *parm, const char *text, size_t n) {
     }
     parm->strval = copy;
 }
+
+namespace {
 
 // The area itself stays with the caller.
 void getdata_objref(ScriptParm *parm, void *area, Environment &env) {
@@ -172,7 +142,9 @@ static_assert(sizeof(DataArea) >= sizeof(double) && sizeof(DataArea) >= sizeof(v
 // ptr takes the reference instead of the area.
 void convert_to_text(ScriptParm *parm, void *area, Environment &env) {
     TRACE("getdata:  entering, ptr=" PTR_FMT, ptrv(area));
-    char text[text_area_step];
+    // Room for a number's text; a string is copied from its own block.
+    char text[plain_text_size];
+    static_assert(plain_text_size <= text_area_step, "a number's text fits the first step");
     const char *result = text;
     size_t length = 0;
     text[0] = '\0';
@@ -196,11 +168,10 @@ void convert_to_text(ScriptParm *parm, void *area, Environment &env) {
             number(load_unaligned<uint32_t>(area));
             break;
         case tk_float:
-            std::snprintf(text, sizeof text, "%f",
-                          static_cast<double>(load_unaligned<float>(area)));
+            format_fixed(text, static_cast<double>(load_unaligned<float>(area)));
             break;
         case tk_double:
-            std::snprintf(text, sizeof text, "%f", load_unaligned<double>(area));
+            format_fixed(text, load_unaligned<double>(area));
             break;
         case tk_char:
             // As "%c" writes it: a zero byte ends the text at once.
@@ -262,20 +233,6 @@ void release_held(const ScriptParm *parm, void *area) {
 }
 }  // namespace
 
-int32_t decimal_reading(const char *text) {
-    if (text == nullptr) return 0;
-    const char *p = text;
-    // A digit is never white space, and most texts begin with one.
-    if (*p < '0' || *p > '9')
-        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
-    bool negative = false;
-    if (*p == '+' || *p == '-') negative = *p++ == '-';
-    uint32_t value = 0;
-    for (; *p >= '0' && *p <= '9'; ++p) value = value * 10u + static_cast<uint32_t>(*p - '0');
-    if (negative) value = 0u - value;
-    return static_cast<int32_t>(value);
-}
-
 double float_reading(const char *text) {
     if (text == nullptr) return 0;
     const char *p = text;
@@ -283,7 +240,8 @@ double float_reading(const char *text) {
     // Only the decimal form is taken: strtod alone would also read
     // hexadecimal, "inf" and "nan".
     const char *start = p;
-    if (*p == '+' || *p == '-') ++p;
+    bool negative = false;
+    if (*p == '+' || *p == '-') negative = *p++ == '-';
     const char *digits = p;
     while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
     bool any = p != digits;
@@ -301,8 +259,14 @@ double float_reading(const char *text) {
             p = q;
         }
     }
-    std::string number(start, static_cast<size_t>(p - start));
-    return std::strtod(number.c_str(), nullptr);
+    // from_chars reads the same digits with the same rounding, without a
+    // copy; beyond the range of a double strtod says what it becomes.
+    double value = 0;
+    if (std::from_chars(digits, p, value).ec != std::errc()) {
+        std::string number(start, static_cast<size_t>(p - start));
+        return std::strtod(number.c_str(), nullptr);
+    }
+    return negative ? -value : value;
 }
 
 void *newdataptr(const ScriptParm *parm) {
@@ -338,12 +302,12 @@ void putdata(ScriptParm *parm, void *area, Environment &env) {
         switch (parm->type) {
             case tk_short:
             case tk_ushort:
-                store_unaligned(area, static_cast<uint16_t>(decimal_reading(text)));
+                store_unaligned(area, static_cast<uint16_t>(decimal_wrapping(text)));
                 break;
             case tk_long:
             case tk_ulong:
             case tk_enum:
-                store_unaligned(area, decimal_reading(text));
+                store_unaligned(area, decimal_wrapping(text));
                 break;
             case tk_float:
                 store_unaligned(area, static_cast<float>(float_reading(text)));

@@ -5,6 +5,7 @@
 #ifndef ORBELLE_SCRIPT_VALUES_H
 #define ORBELLE_SCRIPT_VALUES_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "orbelle/host.h"
@@ -12,10 +13,6 @@
 class Environment;
 class TypeCode;
 
-// Reads a decimal integer the way script texts are read everywhere: white
-// space, one optional sign, digits up to the first other character, 32-bit
-// wrapping arithmetic. A text without digits (or null) reads as 0.
-int32_t decimal_reading(const char *text);
 // Reads a floating-point number in decimal notation with optional exponent
 // after leading white space; the rest is ignored, no number reads as 0.
 double float_reading(const char *text);
@@ -57,6 +54,10 @@ void deletedataptr(ScriptParm *parm);
 // As deletedataptr where ptr is place (or null): the string or reference
 // that place holds is released, place itself stays.
 void deletedataptr(ScriptParm *parm, DataArea &place);
+
+// Replaces strval by a vumalloc copy of text (length n, no terminator
+// needed), giving the former one back through vufree.
+void replace_strval(ScriptParm *parm, const char *text, size_t n);
 
 // The standard TypeCode for a record's type (an enum travels as a long),
 // borrowed; null for a type outside the convertible set.

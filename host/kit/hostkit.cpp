@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "orbelle/kinds.h"
+
 namespace hostkit {
 namespace {
 std::vector<std::string> lines;
@@ -174,6 +176,17 @@ void free_list(ScriptParm *list) {
         std::free(list->strval);
         std::free(list);
         list = next;
+    }
+}
+
+void Host::release_references(ScriptParm *list) {
+    for (ScriptParm *p = list; p != nullptr; p = p->next) {
+        if (p->type != tk_objref || p->ptr == nullptr) continue;
+        iiop_record record = make_record(IIOP_RELEASE);
+        record.u.release.objref = p->ptr;
+        call(record);
+        std::free(record.status_text);
+        p->ptr = nullptr;
     }
 }
 

@@ -86,6 +86,11 @@ public:
     int32_t get_parms(iiop_req &req, iiop_target &target, const char *repoid, const char *operation,
                       Plist *plist = nullptr);
 
+    // A reply leaves the object references it returned in ptr of their
+    // records, and those handles are the host's: gives each up through the
+    // door (iiop_release) and clears ptr. The value texts stay.
+    void release_references(ScriptParm *list);
+
 private:
     entry_fn entry_;
 };

@@ -145,6 +145,16 @@ long recv_bytes(int fd, void *bytes, size_t length) {
     return static_cast<long>(n);
 }
 
+bool peer_gone(int fd) {
+    unsigned char byte;
+    ssize_t n;
+    do {
+        n = ::recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    } while (n < 0 && errno == EINTR);
+    if (n > 0) return false;
+    return n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+}
+
 int wait_readable(int fd, long seconds, long microseconds) {
     // poll rather than select: a descriptor number above FD_SETSIZE must not
     // write outside an fd_set.

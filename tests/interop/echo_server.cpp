@@ -41,6 +41,10 @@ public:
         if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
         return ms;
     }
+    CORBA::Long add(CORBA::Long a, CORBA::Long b) override {
+        return static_cast<CORBA::Long>(static_cast<CORBA::ULong>(a) +
+                                        static_cast<CORBA::ULong>(b));
+    }
 
 private:
     CORBA::Long sum_ = 0;

@@ -170,6 +170,7 @@ ScriptedPeer::~ScriptedPeer() {
     stop_ = true;
     if (thread_.joinable()) thread_.join();
     if (conn_fd_ >= 0) ::close(conn_fd_);
+    for (int fd : kept_fds_) ::close(fd);
     ::close(listen_fd_);
 }
 
@@ -178,9 +179,14 @@ ScriptedPeer &ScriptedPeer::add(Step step) {
     return *this;
 }
 
-ScriptedPeer &ScriptedPeer::accept() {
-    return add([this](Request &) {
-        if (conn_fd_ >= 0) ::close(conn_fd_);
+ScriptedPeer &ScriptedPeer::accept(bool keep_current) {
+    return add([this, keep_current](Request &) {
+        if (conn_fd_ >= 0) {
+            if (keep_current)
+                kept_fds_.push_back(conn_fd_);
+            else
+                ::close(conn_fd_);
+        }
         conn_fd_ = -1;
         if (!wait_readable(listen_fd_)) return false;
         conn_fd_ = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -214,9 +220,13 @@ ScriptedPeer &ScriptedPeer::send_for(std::function<std::string(const Request &)>
     return add([this, make](Request &last) { return send_all(make(last)); });
 }
 ScriptedPeer &ScriptedPeer::send_bytewise(const std::string &bytes) {
-    return add([this, bytes](Request &) {
-        for (char c : bytes) {
-            if (!send_all(std::string(1, c))) return false;
+    return send_pieces(bytes, 1);
+}
+
+ScriptedPeer &ScriptedPeer::send_pieces(const std::string &bytes, size_t piece) {
+    return add([this, bytes, piece](Request &) {
+        for (size_t at = 0; at < bytes.size(); at += piece) {
+            if (!send_all(bytes.substr(at, piece))) return false;
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
         return true;

@@ -85,12 +85,15 @@ public:
     uint16_t port() const { return port_; }
 
     // Steps, run in order once start() is called.
-    ScriptedPeer &accept();
+    // Takes the next connection; the current one is closed unless kept
+    // (kept ones stay open until the peer is destroyed).
+    ScriptedPeer &accept(bool keep_current = false);
     ScriptedPeer &read_message();  // one whole GIOP message, recorded
     ScriptedPeer &send(const std::string &bytes);
     // Sends what make returns, given the latest message read.
     ScriptedPeer &send_for(std::function<std::string(const Request &last)> make);
-    ScriptedPeer &send_bytewise(const std::string &bytes);  // one byte per write
+    ScriptedPeer &send_bytewise(const std::string &bytes);              // one byte per write
+    ScriptedPeer &send_pieces(const std::string &bytes, size_t piece);  // piece bytes per write
     ScriptedPeer &pause(int ms);
     ScriptedPeer &close();         // closes the current connection
     ScriptedPeer &read_to_eof();   // records everything until the client closes
@@ -117,6 +120,7 @@ private:
 
     int listen_fd_ = -1;
     int conn_fd_ = -1;
+    std::vector<int> kept_fds_;
     uint16_t port_ = 0;
     std::vector<Step> steps_;
     std::thread thread_;

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -28,6 +29,14 @@ const char usage[] =
     "  --trace LEVEL      library trace level (1-8), shown on standard output\n"
     "  --iterations N     run each script N times (default 1)\n"
     "  --quiet            print failures and the summary only\n"
+    "  --stop-on-error    end the run at the first failed call or check\n"
+    "                     (otherwise a failure ends only its iteration)\n"
+    "  --no-think         skip think pauses\n"
+    "  --events PATH      one JSON line per call, check, transaction and iteration,\n"
+    "                     to a file, - (standard output; text goes to standard\n"
+    "                     error) or fd:N (an open descriptor)\n"
+    "  --vu K             this virtual user's number, ${VU} (default $ORBELLE_VU or 1)\n"
+    "  --users-total N    users sharing unique data rows (default $ORBELLE_USERS_TOTAL or 1)\n"
     "  --library PATH     the library to load (default: liborbelle.so beside this program)\n"
     "  -C DIR             change to DIR first (descriptions are read from DIR/idl)\n";
 
@@ -73,10 +82,30 @@ bool read_number(const char *text, long min, long max, long &out) {
     return true;
 }
 
+// Most virtual users one run may number.
+constexpr long max_users = 1000000;
+
+// Reads a whole number from 1 from the environment variable name, if set.
+bool number_from_environment(const char *name, int &out) {
+    const char *text = std::getenv(name);
+    long n = 0;
+    if (text == nullptr) return true;
+    if (!read_number(text, 1, max_users, n)) {
+        std::fprintf(stderr, "orbelle-run: %s takes a number from 1 to %ld\n", name, max_users);
+        return false;
+    }
+    out = static_cast<int>(n);
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     runner::Options options;
+    if (!number_from_environment("ORBELLE_VU", options.vu) ||
+        !number_from_environment("ORBELLE_USERS_TOTAL", options.users_total))
+        return 2;
+    std::string events_path;
     long trace = 0;
     std::string library = default_library();
     std::vector<std::string> files;
@@ -103,6 +132,20 @@ int main(int argc, char **argv) {
             options.iterations = static_cast<int>(n);
         } else if (arg == "--quiet") {
             options.quiet = true;
+        } else if (arg == "--stop-on-error") {
+            options.stop_on_error = true;
+        } else if (arg == "--no-think") {
+            options.no_think = true;
+        } else if (arg == "--events") {
+            events_path = value("a path, - or fd:N");
+        } else if (arg == "--vu" || arg == "--users-total") {
+            long n = 0;
+            if (!read_number(value("a number"), 1, max_users, n)) {
+                std::fprintf(stderr, "orbelle-run: %s takes a number from 1 to %ld\n", arg.c_str(),
+                             max_users);
+                return 2;
+            }
+            (arg == "--vu" ? options.vu : options.users_total) = static_cast<int>(n);
         } else if (arg == "--library") {
             library = value("a path");
         } else if (arg == "-C") {
@@ -138,9 +181,16 @@ int main(int argc, char **argv) {
         std::stringstream text;
         text << in.rdbuf();
         std::string error;
-        if (!runner::parse_script(files[i], text.str(), scripts[i], error) ||
-            !runner::check_script(scripts[i], error)) {
+        if (!runner::parse_script(files[i], text.str(), scripts[i], error)) {
             std::fprintf(stderr, "%s\n", error.c_str());
+            return 2;
+        }
+    }
+    runner::EventWriter events;
+    if (!events_path.empty()) {
+        std::string error;
+        if (!events.open(events_path, error)) {
+            std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
             return 2;
         }
     }
@@ -152,6 +202,19 @@ int main(int argc, char **argv) {
         return 2;
     }
     hostkit::Host host(door);
+
+    // Each script is a session of its own, with its own summary; all read
+    // their data files and are checked before anything is sent.
+    std::vector<std::unique_ptr<runner::Session>> sessions;
+    for (const runner::Script &script : scripts) {
+        sessions.push_back(std::make_unique<runner::Session>(
+            host, std::vector<const runner::Script *>{&script}, options, stdout, &events));
+        if (!sessions.back()->prepare(error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            return 2;
+        }
+    }
+
     hostkit::set_echo(true);
     hostkit::set_capture(false);
     host.init();
@@ -164,9 +227,9 @@ int main(int argc, char **argv) {
     }
 
     int status = 0;
-    for (const runner::Script &script : scripts) {
-        std::printf("== %s\n", script.file.c_str());
-        int s = runner::run_script(host, script, options, stdout);
+    for (size_t i = 0; i < sessions.size(); ++i) {
+        std::printf("== %s\n", scripts[i].file.c_str());
+        int s = sessions[i]->run();
         if (s > status) status = s;
     }
     std::fflush(stdout);

@@ -1,74 +1,15 @@
-#include "tools/runner/run.h"
-
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <list>
 #include <map>
 #include <memory>
-#include <set>
-#include <thread>
 #include <vector>
+
+#include "tools/runner/state.h"
 
 namespace runner {
 namespace {
-
-struct BoundObject {
-    iiop_target target{};
-    std::string repoid, instance, ior;
-    bool bound = false;
-};
-
-// One parameter list and the request block it travels in. A deferred call
-// keeps both alive until its reply has been dealt with.
-struct Call {
-    std::string operation;
-    std::string object;
-    iiop_req req{};
-    hostkit::Plist plist;
-    ~Call() { hostkit::free_list(req.parms); }
-};
-
-struct Timings {
-    std::vector<double> ms;
-    int failures = 0;
-};
-
-class Runner {
-public:
-    Runner(hostkit::Host &host, const Script &script, const Options &options, FILE *out)
-        : host_(host), script_(script), options_(options), out_(out) {}
-
-    int run();
-
-private:
-    bool step(const Command &cmd);  // false: the script cannot go on
-    void report(const Command &cmd, const std::string &what, int32_t result,
-                const iiop_record &record, double ms, const std::string &extra = "");
-    std::string where(const Command &cmd) const {
-        return script_.file + ":" + std::to_string(cmd.line);
-    }
-    bool script_error(const Command &cmd, const std::string &message) {
-        std::fprintf(out_, "%s: %s\n", where(cmd).c_str(), message.c_str());
-        return false;
-    }
-    void release_all();
-    void summary();
-
-    hostkit::Host &host_;
-    const Script &script_;
-    const Options &options_;
-    FILE *out_;
-    std::map<std::string, BoundObject> objects_;
-    std::shared_ptr<Call> current_;
-    // Deferred calls whose replies have not been fetched, per operation,
-    // oldest first. The library keeps pointers to their request blocks.
-    std::map<std::string, std::list<std::shared_ptr<Call>>> deferred_;
-    std::map<std::string, Timings> timings_;
-    std::vector<std::string> timing_order_;
-    int failures_ = 0;
-};
 
 // The library numbers GIOP requests from 0 in each process, one for every
 // Request written; the runner counts along to give deferred requests their
@@ -101,60 +42,62 @@ const char *kind_name(CallKind kind) {
     }
 }
 
-void Runner::report(const Command &cmd, const std::string &what, int32_t result,
-                    const iiop_record &record, double ms, const std::string &extra) {
-    auto &t = timings_[what];
-    if (t.ms.empty() && t.failures == 0) timing_order_.push_back(what);
-    t.ms.push_back(ms);
-    bool failed = result != 0 && !(cmd.verb == Verb::Poll && result == 1);
+}  // namespace
+
+void Session::State::report(const Command &cmd, const std::string &what, int32_t result,
+                            const iiop_record &record, double ms, const std::string &extra) {
+    Result outcome{Kind::Call, what, ms};
+    const char *text = record.status_text ? record.status_text : "(no text)";
+    outcome.status = record.status;
+    outcome.index = record.exception_index;
     if (cmd.expect_status != 0) {
         // The script expects this exception: it is the success, anything
         // else a failure.
         bool as_expected = result != 0 && record.status == cmd.expect_status;
         if (as_expected) {
-            if (!options_.quiet)
-                std::fprintf(
-                    out_, "%-24s %-32s ok, as expected: status %d, exception %d, %s  %.3f ms\n",
-                    where(cmd).c_str(), what.c_str(), record.status, record.exception_index,
-                    record.status_text ? record.status_text : "(no text)", ms);
-            return;
-        }
-        ++t.failures;
-        ++failures_;
-        if (result == 0)
-            std::fprintf(out_,
-                         "%-24s %-32s FAILED: succeeded, but the script expected %s  %.3f ms\n",
-                         where(cmd).c_str(), what.c_str(),
-                         cmd.expect_status == 1 ? "a system exception" : "a user exception", ms);
-        else
+            if (!options.quiet)
+                std::fprintf(out,
+                             "%-24s %-32s ok, as expected: status %d, exception %d, %s  %.3f ms\n",
+                             where(cmd).c_str(), what.c_str(), record.status,
+                             record.exception_index, text, ms);
+        } else if (result == 0) {
+            outcome.ok = false;
+            outcome.error = std::string("succeeded, but the script expected ") +
+                            (cmd.expect_status == 1 ? "a system exception" : "a user exception");
+            std::fprintf(out, "%-24s %-32s FAILED: %s  %.3f ms\n", where(cmd).c_str(), what.c_str(),
+                         outcome.error.c_str(), ms);
+        } else {
+            outcome.ok = false;
+            outcome.error = text;
             std::fprintf(
-                out_,
+                out,
                 "%-24s %-32s FAILED status %d, exception %d, %s (expected status %d)  %.3f ms\n",
-                where(cmd).c_str(), what.c_str(), record.status, record.exception_index,
-                record.status_text ? record.status_text : "(no text)", cmd.expect_status, ms);
-        return;
-    }
-    if (failed) {
-        ++t.failures;
-        ++failures_;
-        std::fprintf(out_, "%-24s %-32s FAILED status %d, exception %d, %s  %.3f ms\n",
-                     where(cmd).c_str(), what.c_str(), record.status, record.exception_index,
-                     record.status_text ? record.status_text : "(no text)", ms);
-    } else if (!options_.quiet) {
-        std::fprintf(out_, "%-24s %-32s ok  %.3f ms%s%s\n", where(cmd).c_str(), what.c_str(), ms,
+                where(cmd).c_str(), what.c_str(), record.status, record.exception_index, text,
+                cmd.expect_status, ms);
+        }
+    } else if (result != 0 && !(cmd.verb == Verb::Poll && result == 1)) {
+        outcome.ok = false;
+        outcome.error = text;
+        std::fprintf(out, "%-24s %-32s FAILED status %d, exception %d, %s  %.3f ms\n",
+                     where(cmd).c_str(), what.c_str(), record.status, record.exception_index, text,
+                     ms);
+    } else if (!options.quiet) {
+        std::fprintf(out, "%-24s %-32s ok  %.3f ms%s%s\n", where(cmd).c_str(), what.c_str(), ms,
                      extra.empty() ? "" : "  ", extra.c_str());
     }
+    outcome.has_status = !outcome.ok;
+    tally(&cmd, outcome);
 }
 
-bool Runner::step(const Command &cmd) {
-    using clock = std::chrono::steady_clock;
+Step Session::State::call_step(const Command &cmd) {
+    using clock = Clock;
     switch (cmd.verb) {
         case Verb::Bind: {
-            BoundObject &obj = objects_[cmd.args[0]];
+            BoundObject &obj = objects[cmd.args[0]];
             if (obj.bound) {
                 iiop_record rel = hostkit::make_record(IIOP_RELEASE);
                 rel.u.release.objref = obj.target.objref;
-                host_.call(rel);
+                host.call(rel);
                 std::free(rel.status_text);
                 obj.bound = false;
             }
@@ -168,7 +111,7 @@ bool Runner::step(const Command &cmd) {
             std::string modus = cmd.args[3];
             r.u.bind.modus = const_cast<char *>(modus.c_str());
             auto start = clock::now();
-            int32_t result = host_.call(r);
+            int32_t result = host.call(r);
             double ms = elapsed_ms(start);
             std::string extra;
             if (result == 0) {
@@ -189,10 +132,10 @@ bool Runner::step(const Command &cmd) {
             report(cmd, "bind " + cmd.args[0], result, r, ms, extra);
             std::free(r.u.bind.bound_modus);
             std::free(r.status_text);
-            return true;
+            return Step::Next;
         }
         case Verb::Params: {
-            BoundObject &obj = objects_[cmd.args[0]];
+            BoundObject &obj = objects[cmd.args[0]];
             auto call = std::make_unique<Call>();
             call->operation = cmd.args[1];
             call->object = cmd.args[0];
@@ -209,21 +152,21 @@ bool Runner::step(const Command &cmd) {
             call->req.plist_count = call->plist.count();
             iiop_record r = hostkit::make_record(IIOP_GET_PARMS);
             r.u.get_parms.req = &call->req;
-            int32_t result = host_.call(r);
+            int32_t result = host.call(r);
             double ms = elapsed_ms(start);
             size_t count = hostkit::names(call->req.parms).size();
             report(cmd, "params " + call->operation, result, r, ms,
                    std::to_string(count) + " parameter record" + (count == 1 ? "" : "s"));
-            current_ = std::move(call);
-            return true;
+            current = std::move(call);
+            return Step::Next;
         }
         case Verb::Set:
-            if (!hostkit::set_value(current_->req.parms, cmd.args[0].c_str(), cmd.args[1].c_str()))
+            if (!hostkit::set_value(current->req.parms, cmd.args[0].c_str(), cmd.args[1].c_str()))
                 return script_error(cmd, "no parameter named '" + cmd.args[0] +
-                                             "' in the list of " + current_->operation);
-            return true;
+                                             "' in the list of " + current->operation);
+            return Step::Next;
         case Verb::Invoke: {
-            Call &call = *current_;
+            Call &call = *current;
             call.req.flags = cmd.kind == CallKind::OneWay     ? IIOP_ONEWAY
                              : cmd.kind == CallKind::Deferred ? IIOP_DEFERRED
                                                               : IIOP_TWOWAY;
@@ -232,7 +175,7 @@ bool Runner::step(const Command &cmd) {
             r.u.invoke.req = &call.req;
             r.timeout_ms = cmd.has_timeout ? static_cast<int32_t>(cmd.timeout_ms) : 0;
             auto start = clock::now();
-            int32_t result = host_.call(r);
+            int32_t result = host.call(r);
             double ms = elapsed_ms(start);
             std::string extra;
             if (result == 0 && r.u.invoke.connect_host)
@@ -256,18 +199,19 @@ bool Runner::step(const Command &cmd) {
             }
             report(cmd, "invoke " + call.operation + " " + kind_name(cmd.kind), result, r, ms,
                    extra);
+            host.release_references(call.req.parms);
             std::free(r.u.invoke.connect_host);
             std::free(r.status_text);
             if (cmd.kind == CallKind::Deferred) {
                 // The request block must outlive its stay on the library's
                 // wait list; the script works on a copy of the list from now.
-                deferred_[call.operation].push_back(current_);
+                deferred[call.operation].push_back(current);
             }
-            return true;
+            return Step::Next;
         }
         case Verb::Poll:
         case Verb::Wait: {
-            auto &pending = deferred_[cmd.args[0]];
+            auto &pending = deferred[cmd.args[0]];
             if (pending.empty())
                 return script_error(cmd, "no deferred call of " + cmd.args[0] + " is waiting");
             // poll and wait refer to the latest deferred call of the
@@ -279,186 +223,106 @@ bool Runner::step(const Command &cmd) {
                                ? 0
                                : static_cast<int32_t>(cmd.has_timeout ? cmd.timeout_ms : 300000);
             auto start = clock::now();
-            int32_t result = host_.call(r);
+            int32_t result = host.call(r);
             double ms = elapsed_ms(start);
             const char *verb = cmd.verb == Verb::Poll ? "poll " : "wait ";
             std::string extra;
             if (cmd.verb == Verb::Poll) extra = result == 1 ? "reply is in" : "still waiting";
             report(cmd, verb + call.operation, result, r, ms, extra);
+            host.release_references(call.req.parms);
             std::free(r.u.invoke.connect_host);
             std::free(r.status_text);
             // The call's list becomes current either way, so that check and
             // print see what the reply left (or that it left nothing). It
             // leaves the pending list only once the library is done with it.
-            current_ = pending.back();
+            current = pending.back();
             bool done = cmd.verb == Verb::Wait ? result == 0 : result == 1;
             if (done) pending.pop_back();
-            return true;
+            return Step::Next;
         }
         case Verb::Check: {
-            ScriptParm *p = hostkit::find(current_->req.parms, cmd.args[0].c_str());
+            ScriptParm *p = hostkit::find(current->req.parms, cmd.args[0].c_str());
             if (p == nullptr)
                 return script_error(cmd, "no parameter named '" + cmd.args[0] +
-                                             "' in the list of " + current_->operation);
+                                             "' in the list of " + current->operation);
             const char *have = p->strval ? p->strval : "";
+            Result outcome{Kind::Check, "check " + cmd.args[0]};
             if (cmd.args[1] != have) {
-                ++failures_;
-                ++timings_["check"].failures;
-                std::fprintf(out_, "%-24s check %s FAILED: expected '%s', got '%s'\n",
-                             where(cmd).c_str(), cmd.args[0].c_str(), cmd.args[1].c_str(),
-                             p->strval ? p->strval : "(no value)");
-            } else if (!options_.quiet) {
-                std::fprintf(out_, "%-24s check %s = '%s' ok\n", where(cmd).c_str(),
+                outcome.ok = false;
+                outcome.error = "expected '" + cmd.args[1] + "', got '" +
+                                (p->strval ? p->strval : "(no value)") + "'";
+                std::fprintf(out, "%-24s check %s FAILED: %s\n", where(cmd).c_str(),
+                             cmd.args[0].c_str(), outcome.error.c_str());
+            } else if (!options.quiet) {
+                std::fprintf(out, "%-24s check %s = '%s' ok\n", where(cmd).c_str(),
                              cmd.args[0].c_str(), have);
             }
-            return true;
+            tally(&cmd, outcome);
+            return Step::Next;
+        }
+        case Verb::Save: {
+            ScriptParm *p = hostkit::find(current->req.parms, cmd.args[0].c_str());
+            if (p == nullptr)
+                return script_error(cmd, "no parameter named '" + cmd.args[0] +
+                                             "' in the list of " + current->operation);
+            if (p->strval == nullptr)
+                return script_error(cmd, cmd.args[0] + " has no value to save in " + cmd.args[1]);
+            variables.set(cmd.args[1], p->strval);
+            return Step::Next;
         }
         case Verb::Print: {
             if (!cmd.args.empty()) {
-                ScriptParm *p = hostkit::find(current_->req.parms, cmd.args[0].c_str());
+                ScriptParm *p = hostkit::find(current->req.parms, cmd.args[0].c_str());
                 if (p == nullptr)
                     return script_error(cmd, "no parameter named '" + cmd.args[0] +
-                                                 "' in the list of " + current_->operation);
-                std::fprintf(out_, "    %s = %s\n", p->name, p->strval ? p->strval : "(no value)");
-                return true;
+                                                 "' in the list of " + current->operation);
+                std::fprintf(out, "    %s = %s\n", p->name, p->strval ? p->strval : "(no value)");
+                return Step::Next;
             }
             static const char *const dirs[] = {"?", "in", "out", "inout"};
-            for (ScriptParm *p = current_->req.parms; p; p = p->next)
-                std::fprintf(out_, "    %-5s %-28s = %s\n",
+            for (ScriptParm *p = current->req.parms; p; p = p->next)
+                std::fprintf(out, "    %-5s %-28s = %s\n",
                              p->flags >= 1 && p->flags <= 3 ? dirs[p->flags] : "?",
                              p->name ? p->name : "(null)", p->strval ? p->strval : "(no value)");
-            return true;
+            return Step::Next;
         }
         case Verb::Release: {
-            BoundObject &obj = objects_[cmd.args[0]];
+            BoundObject &obj = objects[cmd.args[0]];
             if (!obj.bound) {
-                if (!options_.quiet)
-                    std::fprintf(out_, "%-24s %-32s skipped: not bound\n", where(cmd).c_str(),
+                if (!options.quiet)
+                    std::fprintf(out, "%-24s %-32s skipped: not bound\n", where(cmd).c_str(),
                                  ("release " + cmd.args[0]).c_str());
-                return true;
+                return Step::Next;
             }
             iiop_record r = hostkit::make_record(IIOP_RELEASE);
             r.u.release.objref = obj.target.objref;
             auto start = clock::now();
-            int32_t result = host_.call(r);
+            int32_t result = host.call(r);
             double ms = elapsed_ms(start);
             report(cmd, "release " + cmd.args[0], result, r, ms);
             std::free(r.status_text);
             obj.bound = false;
             obj.target.objref = nullptr;
-            return true;
+            return Step::Next;
         }
-        case Verb::Sleep:
-            std::this_thread::sleep_for(std::chrono::milliseconds(cmd.number));
-            return true;
+        default:
+            break;
     }
-    return true;
+    return Step::Next;
 }
 
-void Runner::release_all() {
-    for (auto &entry : deferred_)
+void Session::State::release_all() {
+    for (auto &entry : deferred)
         for (auto &call : entry.second) kept_for_library().push_back(call);
-    deferred_.clear();
-    for (auto &entry : objects_) {
+    deferred.clear();
+    for (auto &entry : objects) {
         if (!entry.second.bound) continue;
         iiop_record r = hostkit::make_record(IIOP_RELEASE);
         r.u.release.objref = entry.second.target.objref;
-        host_.call(r);
+        host.call(r);
         std::free(r.status_text);
         entry.second.bound = false;
     }
-}
-
-double percentile(std::vector<double> sorted, double p) {
-    if (sorted.empty()) return 0;
-    size_t i = static_cast<size_t>(p * static_cast<double>(sorted.size() - 1) + 0.5);
-    return sorted[std::min(i, sorted.size() - 1)];
-}
-
-void Runner::summary() {
-    std::fprintf(out_, "\n%-34s %7s %8s %10s %10s %10s %10s\n", "operation", "count", "failed",
-                 "min ms", "median ms", "p95 ms", "max ms");
-    for (const std::string &name : timing_order_) {
-        Timings t = timings_[name];
-        std::sort(t.ms.begin(), t.ms.end());
-        std::fprintf(out_, "%-34s %7zu %8d %10.3f %10.3f %10.3f %10.3f\n", name.c_str(),
-                     t.ms.size(), t.failures, t.ms.front(), percentile(t.ms, 0.5),
-                     percentile(t.ms, 0.95), t.ms.back());
-    }
-    if (timings_.count("check") && timings_["check"].failures)
-        std::fprintf(out_, "%-34s %7s %8d\n", "check", "", timings_["check"].failures);
-    std::fprintf(out_, "%s: %d failure%s\n", failures_ ? "FAILED" : "OK", failures_,
-                 failures_ == 1 ? "" : "s");
-}
-
-int Runner::run() {
-    for (int i = 0; i < options_.iterations; ++i) {
-        if (options_.iterations > 1 && !options_.quiet)
-            std::fprintf(out_, "-- iteration %d of %d\n", i + 1, options_.iterations);
-        for (const Command &cmd : script_.commands) {
-            if (!step(cmd)) {
-                release_all();
-                return 2;
-            }
-        }
-    }
-    release_all();
-    summary();
-    return failures_ == 0 ? 0 : 1;
-}
-
-}  // namespace
-
-bool check_script(const Script &script, std::string &error) {
-    std::set<std::string> bound, deferred;
-    bool have_list = false;
-    for (const Command &cmd : script.commands) {
-        auto fail = [&](const std::string &message) {
-            error = script.file + ":" + std::to_string(cmd.line) + ": " + message;
-            return false;
-        };
-        switch (cmd.verb) {
-            case Verb::Bind:
-                bound.insert(cmd.args[0]);
-                break;
-            case Verb::Params:
-                if (!bound.count(cmd.args[0]))
-                    return fail("object '" + cmd.args[0] + "' is not bound here: bind it first");
-                have_list = true;
-                break;
-            case Verb::Release:
-                if (!bound.count(cmd.args[0]))
-                    return fail("object '" + cmd.args[0] + "' is not bound here");
-                break;
-            case Verb::Set:
-            case Verb::Invoke:
-            case Verb::Check:
-            case Verb::Print:
-                if (!have_list) return fail("no parameter list yet: use 'params' first");
-                if (cmd.verb == Verb::Invoke && cmd.kind == CallKind::Deferred) {
-                    // The operation's name is known only from the last params.
-                    for (auto it = script.commands.rbegin(); it != script.commands.rend(); ++it)
-                        if (it->line < cmd.line && it->verb == Verb::Params) {
-                            deferred.insert(it->args[1]);
-                            break;
-                        }
-                }
-                break;
-            case Verb::Poll:
-            case Verb::Wait:
-                if (!deferred.count(cmd.args[0]))
-                    return fail("no deferred call of " + cmd.args[0] + " before this line");
-                break;
-            case Verb::Sleep:
-                break;
-        }
-    }
-    return true;
-}
-
-int run_script(hostkit::Host &host, const Script &script, const Options &options, FILE *out) {
-    Runner runner(host, script, options, out);
-    return runner.run();
 }
 
 }  // namespace runner

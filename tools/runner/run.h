@@ -1,29 +1,88 @@
-// Runs a parsed script against the library through its door, as a host.
+// Runs parsed scripts against the library through its door, as a host.
 #ifndef ORBELLE_RUNNER_RUN_H
 #define ORBELLE_RUNNER_RUN_H
 
 #include <cstdio>
+#include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "host/kit/hostkit.h"
+#include "tools/runner/events.h"
 #include "tools/runner/script.h"
 
 namespace runner {
 
 struct Options {
     int iterations = 1;
-    bool quiet = false;  // no line per command, only failures and the summary
+    bool quiet = false;          // no line per command, only failures and the summary
+    bool stop_on_error = false;  // the first failure ends the run, not only its iteration
+    bool no_think = false;       // think pauses are skipped
+    int vu = 1;                  // ${VU}: this virtual user's number, from 1
+    int users_total = 1;         // how many users share unique data rows
 };
+
+// The columns of each data line of a script, by line number.
+using DataColumns = std::map<int, std::vector<std::string>>;
 
 // Checks what can be known before anything runs: objects used before they
 // are bound, values set before any parameter list, waits for calls never
-// deferred. False with "file:line: message".
+// deferred, variables used before a line sets them (data lines set their
+// columns as columns gives them), transactions that end without a begin or
+// never end. False with "file:line: message".
+bool check_script(const Script &script, const DataColumns &columns, std::string &error);
 bool check_script(const Script &script, std::string &error);
 
-// Runs the script options.iterations times, printing to out. Returns the
-// process exit status: 0 when every call and check succeeded, 1 when some
-// failed, 2 when the script could not go on.
-int run_script(hostkit::Host &host, const Script &script, const Options &options, FILE *out);
+// One virtual user running scripts: its bound objects, variables, data
+// rows, open transactions and the timings of its summary. Drivers of a load
+// run call prepare once, then run_iteration as often as they like.
+class Session {
+public:
+    // The scripts must outlive the session. events may be null.
+    Session(hostkit::Host &host, std::vector<const Script *> scripts, const Options &options,
+            FILE *out, EventWriter *events);
+    ~Session();
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+
+    // Reads the data files the scripts name (paths relative to the script's
+    // folder) and checks each script with their columns, before anything is
+    // sent. False with "file:line: message".
+    bool prepare(std::string &error);
+
+    enum class Outcome {
+        Ok,          // every call and check succeeded
+        Failed,      // a call or check failed; the rest of the iteration was skipped
+        NoMoreRows,  // a unique data line has no row left for this user
+        Error        // the script cannot go on (message printed)
+    };
+    // Runs every script once as iteration number iteration (from 1).
+    Outcome run_iteration(int iteration);
+
+    // The pace the scripts asked for last (0 for none): an iteration should
+    // start this long after the previous one started.
+    long pace_ms() const;
+
+    // Releases what is still bound and prints the summary table.
+    void finish();
+    // 0 when nothing failed, 1 when something failed, 2 after an error.
+    int exit_status() const;
+
+    // After prepare: options.iterations iterations at the scripts' pace
+    // (ending early as the options and data say), then finish; returns
+    // exit_status.
+    int run();
+
+    struct State;
+
+private:
+    std::unique_ptr<State> state_;
+};
+
+// Runs one script as a session of its own; returns its exit status.
+int run_script(hostkit::Host &host, const Script &script, const Options &options, FILE *out,
+               EventWriter *events = nullptr);
 
 }  // namespace runner
 

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <map>
 
+#include "tools/runner/vars.h"
+
 namespace runner {
 namespace {
 
@@ -27,6 +29,13 @@ const std::map<std::string, VerbInfo> verbs = {
     {"print", {Verb::Print, 0, 1, "print [NAME]"}},
     {"release", {Verb::Release, 1, 1, "release OBJECT"}},
     {"sleep", {Verb::Sleep, 1, 1, "sleep MILLISECONDS"}},
+    {"save", {Verb::Save, 2, 2, "save NAME VARIABLE"}},
+    {"let", {Verb::Let, 2, 2, "let VARIABLE TEXT"}},
+    {"data", {Verb::Data, 1, 1, "data FILE.csv [sequential|random|unique] [as NAME]"}},
+    {"begin", {Verb::Begin, 1, 1, "begin TRANSACTION"}},
+    {"end", {Verb::End, 1, 1, "end TRANSACTION"}},
+    {"think", {Verb::Think, 1, 1, "think MILLISECONDS or think MIN..MAX"}},
+    {"pace", {Verb::Pace, 1, 1, "pace MILLISECONDS"}},
 };
 
 bool read_number(const std::string &text, long min, long max, long &out) {
@@ -42,10 +51,25 @@ bool read_number(const std::string &text, long min, long max, long &out) {
 // Largest time-out a script may give: the library counts milliseconds in
 // a signed 32-bit word.
 constexpr long max_timeout_ms = 2147483647L;
+// Longest pause a script may ask for: an hour.
+constexpr long max_pause_ms = 3600000L;
 // Largest sequence length a script may ask for.
 constexpr long max_sequence_length = 10000000L;
 
 }  // namespace
+
+bool read_pause(Command &cmd, std::string &error) {
+    if (cmd.verb != Verb::Sleep && cmd.verb != Verb::Think && cmd.verb != Verb::Pace) return true;
+    const std::string &text = cmd.args[0];
+    bool ok = cmd.verb == Verb::Think ? read_range(text, max_pause_ms, cmd.number, cmd.number_max)
+                                      : read_number(text, 0, max_pause_ms, cmd.number);
+    if (!ok)
+        error =
+            "'" + text + "' is not " +
+            (cmd.verb == Verb::Think ? "MILLISECONDS or MIN..MAX" : "a number of milliseconds") +
+            " from 0 to " + std::to_string(max_pause_ms);
+    return ok;
+}
 
 bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error) {
     words.clear();
@@ -89,28 +113,14 @@ bool split_words(const std::string &line, std::vector<std::string> &words, std::
     return true;
 }
 
-bool expand_variables(std::string &text, std::string &error) {
+bool expand_environment(std::string &text, std::string &error) {
     std::string out;
-    size_t pos = 0;
-    while (true) {
-        size_t start = text.find("${", pos);
-        if (start == std::string::npos) break;
-        size_t end = text.find('}', start + 2);
-        if (end == std::string::npos) {
-            error = "'${' without a closing '}'";
-            return false;
-        }
-        std::string name = text.substr(start + 2, end - start - 2);
-        const char *value = std::getenv(name.c_str());
-        if (value == nullptr) {
-            error = "environment variable " + name + " is not set";
-            return false;
-        }
-        out.append(text, pos, start - pos);
-        out += value;
-        pos = end + 1;
-    }
-    out.append(text, pos, std::string::npos);
+    auto from_environment = [](const std::string &name) -> std::optional<std::string> {
+        const char *value = is_builtin(name) ? nullptr : std::getenv(name.c_str());
+        if (value == nullptr) return std::nullopt;
+        return std::string(value);
+    };
+    if (!substitute(text, from_environment, out, error)) return false;
     text = std::move(out);
     return true;
 }
@@ -133,7 +143,7 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
         pos = end + 1;
         ++line_no;
         std::string why;
-        if (!expand_variables(line, why) || !split_words(line, words, why)) return fail(why);
+        if (!expand_environment(line, why) || !split_words(line, words, why)) return fail(why);
         if (words.empty()) continue;
         auto it = verbs.find(words[0]);
         if (it == verbs.end()) return fail("unknown command '" + words[0] + "'");
@@ -184,6 +194,20 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
                     return fail("expect= takes ok, system or user, not '" + what + "'");
                 continue;
             }
+            if (info.verb == Verb::Data && !cmd.args.empty()) {
+                if (word == "as" && w + 1 < words.size() && cmd.alias.empty()) {
+                    cmd.alias = words[++w];
+                    continue;
+                }
+                if (cmd.alias.empty() && w == 2 &&
+                    (word == "sequential" || word == "random" || word == "unique")) {
+                    cmd.row_mode = word == "random"   ? RowMode::Random
+                                   : word == "unique" ? RowMode::Unique
+                                                      : RowMode::Sequential;
+                    continue;
+                }
+            }
+            if (word.find("${") != std::string::npos) cmd.has_variables = true;
             cmd.args.push_back(word);
         }
         if (cmd.args.size() < info.min_args)
@@ -191,8 +215,7 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
         if (cmd.args.size() > info.max_args)
             return fail("too many arguments ('" + cmd.args[info.max_args] +
                         "'); usage: " + info.usage);
-        if (cmd.verb == Verb::Sleep && !read_number(cmd.args[0], 0, 3600000, cmd.number))
-            return fail("'" + cmd.args[0] + "' is not a number of milliseconds");
+        if (!cmd.has_variables && !read_pause(cmd, why)) return fail(why);
         script.commands.push_back(std::move(cmd));
     }
     return true;

@@ -7,9 +7,29 @@
 #include <utility>
 #include <vector>
 
+#include "tools/runner/csv.h"
+
 namespace runner {
 
-enum class Verb { Bind, Params, Set, Invoke, Poll, Wait, Check, Print, Release, Sleep };
+enum class Verb {
+    Bind,
+    Params,
+    Set,
+    Invoke,
+    Poll,
+    Wait,
+    Check,
+    Print,
+    Release,
+    Sleep,
+    Save,
+    Let,
+    Data,
+    Begin,
+    End,
+    Think,
+    Pace
+};
 
 enum class CallKind { TwoWay, OneWay, Deferred };
 
@@ -22,7 +42,11 @@ struct Command {
     CallKind kind = CallKind::TwoWay;  // invoke
     long timeout_ms = 0;               // invoke, wait; 0 is the library's default
     bool has_timeout = false;
-    long number = 0;  // sleep
+    long number = 0;                         // sleep, pace; think: the shortest pause
+    long number_max = 0;                     // think: the longest pause
+    RowMode row_mode = RowMode::Sequential;  // data
+    std::string alias;                       // data: NAME of "as NAME"
+    bool has_variables = false;              // some word holds ${NAME}
     // invoke, wait: the outcome the script expects; a call that ends so
     // counts as a success (0 none, 1 system exception, 2 user exception)
     int expect_status = 0;
@@ -38,12 +62,18 @@ struct Script {
 // a message on an unterminated quote.
 bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error);
 
-// Replaces every ${NAME} in text by the environment variable NAME. False
-// with a message when one is not set or a "${" is not closed.
-bool expand_variables(std::string &text, std::string &error);
+// Replaces every ${NAME} in text by the environment variable NAME when it
+// is set; other names stay for the script's own variables. False with a
+// message when a "${" is not closed.
+bool expand_environment(std::string &text, std::string &error);
+
+// Reads the milliseconds of sleep, think and pace from args[0]; false with
+// a message when they are not a number (or range) up to an hour.
+bool read_pause(Command &cmd, std::string &error);
 
 // Parses a whole script text. On the first error returns false with
-// "file:line: message" in error.
+// "file:line: message" in error. Numbers written with ${NAME} are read
+// when the line runs.
 bool parse_script(const std::string &file, const std::string &text, Script &script,
                   std::string &error);
 

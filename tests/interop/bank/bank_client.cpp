@@ -21,13 +21,14 @@ Outcome outcome_of(const iiop_record &r, int32_t result) {
 }
 }  // namespace
 
-Client::Client() : host_(testsupport::linked_host()) {
+Client::Client(const char *idl_dir) : host_(testsupport::linked_host()) {
     // BANK_TRACE=1 with corbadebug=1 shows the library's trace of a test.
     if (std::getenv("BANK_TRACE")) hostkit::set_echo(true);
     // The library reads interface descriptions from idl/ of the current
     // directory.
     unlink("idl");
-    if (symlink(ORBELLE_DEMO_DIR "/idl", "idl") != 0) ADD_FAILURE() << "cannot link idl/";
+    if (idl_dir == nullptr) idl_dir = ORBELLE_DEMO_DIR "/idl";
+    if (symlink(idl_dir, "idl") != 0) ADD_FAILURE() << "cannot link idl/";
 }
 
 Client::~Client() {

@@ -33,9 +33,9 @@ struct Outcome {
 
 class Client {
 public:
-    // Works in the current directory, where it links idl/ to the demo's
-    // descriptions.
-    Client();
+    // Works in the current directory, where it links idl/ to idl_dir: the
+    // demo's descriptions when null.
+    explicit Client(const char *idl_dir = nullptr);
     // Releases the handles still bound.
     ~Client();
     Client(const Client &) = delete;

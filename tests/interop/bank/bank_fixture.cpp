@@ -37,4 +37,26 @@ void expect_echo(Client &client, void *diagnostics, const std::string &operation
     }
 }
 
+void expect_account_echo(Client &client, void *diagnostics, const BankServer &server) {
+    Call echo(client, diagnostics, kDiagnosticsId, "echo_account");
+    echo.set("a", server.ior("Account/1001")).set("c", server.ior("Account/1002"));
+    Outcome o = echo.invoke();
+    ASSERT_EQ(o.result, 0) << "interface Account reference: " << o.text;
+
+    const std::pair<const char *, const char *> expected[] = {
+        {"^echo_account", "1001"}, {"b", "1002"}, {"c", "1001"}};
+    for (const auto &e : expected) {
+        std::string where = std::string("interface Account reference, ") +
+                            direction(echo, e.first) + " (record " + e.first + ")";
+        std::string ior = echo.get(e.first);
+        ASSERT_EQ(ior.rfind("IOR:", 0), 0u) << where << ": " << ior;
+        void *account = client.bind_ior(kAccountId, ior);
+        ASSERT_NE(account, nullptr) << where << ": the returned reference does not bind";
+        Call number(client, account, kAccountId, "_get_number");
+        ASSERT_EQ(number.invoke().result, 0) << where << ": calling the returned reference";
+        EXPECT_EQ(number.get("^_get_number"), e.second) << where;
+        client.release(account);
+    }
+}
+
 }  // namespace bank

@@ -12,10 +12,14 @@ namespace bank {
 
 using interop::find_program;
 
+// The references a server publishes: IIOP 1.0 profiles (-ORBmaxGIOPVersion
+// 1.0), or omniORB's default, IIOP 1.2 profiles with tagged components.
+enum class Profiles { kIiop10, kDefault };
+
 // omniNames with a fresh data folder below dir.
 class NameServer {
 public:
-    explicit NameServer(const std::string &dir);
+    explicit NameServer(const std::string &dir, Profiles profiles = Profiles::kIiop10);
     ~NameServer();
     NameServer(const NameServer &) = delete;
     NameServer &operator=(const NameServer &) = delete;
@@ -36,7 +40,8 @@ class BankServer {
 public:
     // dir: where the list file goes. naming_port: nonzero registers Bank and
     // Diagnostics with the naming service on that port.
-    explicit BankServer(const std::string &dir, uint16_t naming_port = 0);
+    explicit BankServer(const std::string &dir, uint16_t naming_port = 0,
+                        Profiles profiles = Profiles::kIiop10);
     ~BankServer();
     BankServer(const BankServer &) = delete;
     BankServer &operator=(const BankServer &) = delete;
@@ -46,6 +51,9 @@ public:
     // Stops it with the signal and waits for it to end. SIGTERM lets omniORB
     // close its connections; SIGKILL drops them as a crash would.
     void stop(int signal);
+    // Sends a signal and leaves the server be; after SIGSTOP the server is
+    // frozen when this returns.
+    void signal(int signal) const;
     bool running() const { return pid_ > 0; }
 
     uint16_t port() const { return port_; }
@@ -60,6 +68,7 @@ private:
     std::string dir_;
     std::string list_file_;
     uint16_t naming_port_;
+    Profiles profiles_;
     uint16_t port_;
     pid_t pid_ = -1;
     int out_fd_ = -1;  // kept open so that a late line never meets a closed pipe

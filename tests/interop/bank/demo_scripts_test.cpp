@@ -44,7 +44,7 @@ TEST_F(DemoScripts, RunWithoutFailure) {
     std::string command = std::string(ORBELLE_RUNNER_PATH) + " -C " + dir_.path() +
                           " scripts/01-binding.orb scripts/02-accounts.orb"
                           " scripts/03-transfers.orb scripts/04-deferred.orb"
-                          " scripts/05-values.orb 2>&1";
+                          " scripts/05-values.orb scripts/06-load.orb 2>&1";
     FILE *p = popen(command.c_str(), "r");
     ASSERT_NE(p, nullptr);
     std::string out;
@@ -59,7 +59,7 @@ TEST_F(DemoScripts, RunWithoutFailure) {
     for (size_t at = out.find("OK: 0 failures"); at != std::string::npos;
          at = out.find("OK: 0 failures", at + 1))
         ++summaries;
-    EXPECT_EQ(summaries, 5u) << out;
+    EXPECT_EQ(summaries, 6u) << out;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "data/unaligned.h"
@@ -34,7 +35,7 @@ TEST(Cdr, AttachBufferRoundsBaseUpTo16) {
     EXPECT_EQ(cdr.swap, 0u);
 }
 
-TEST(Cdr, PutAlignsOnAddressesAndLeavesPaddingUntouched) {
+TEST(Cdr, PutAlignsOnAddressesAndZeroesPadding) {
     Local s;
     ASSERT_TRUE(s.cdr.put_byte(0x11));
     ASSERT_TRUE(s.cdr.put_short(0x2233));
@@ -44,7 +45,7 @@ TEST(Cdr, PutAlignsOnAddressesAndLeavesPaddingUntouched) {
     unsigned char ld[16];
     for (int i = 0; i < 16; ++i) ld[i] = static_cast<unsigned char>(0xA0 + i);
     ASSERT_TRUE(s.cdr.put_longdouble(ld));
-    const unsigned char expect[] = {0x11, 0xEE, 0x33, 0x22, 0x77, 0x66, 0x55, 0x44,
+    const unsigned char expect[] = {0x11, 0x00, 0x33, 0x22, 0x77, 0x66, 0x55, 0x44,
                                     0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01};
     EXPECT_EQ(0, std::memcmp(s.bytes, expect, sizeof expect));
     EXPECT_EQ(0, std::memcmp(s.bytes + 16, ld, 16));
@@ -140,18 +141,45 @@ TEST(Cdr, GrowWithSizeAndStepSizes) {
     set_debug_level(0);
 }
 
-TEST(Cdr, SkipCountedConsumesCountAndBytes) {
+// Counted bytes: read in place, copied as a text, or skipped. A count
+// larger than the rest consumes the count only.
+TEST(Cdr, CountedBytesAreReadInPlaceCopiedOrSkipped) {
     alignas(16) unsigned char bytes[12] = {1, 0, 0, 0, 4, 0, 0, 0, 'a', 'b', 'c', 0};
     CDR cdr;
     cdr.open_encapsulation(bytes, 12);
-    EXPECT_TRUE(cdr.skip_counted());
+    unsigned char *at = nullptr;
+    uint32_t count = 0;
+    ASSERT_TRUE(cdr.get_counted(&at, &count));
+    EXPECT_EQ(at, bytes + 8);
+    EXPECT_EQ(count, 4u);
     EXPECT_EQ(cdr.space_left, 0u);
     EXPECT_EQ(cdr.cursor, bytes + 12);
 
-    bytes[4] = 5;  // one more than is there
     cdr.open_encapsulation(bytes, 12);
-    EXPECT_FALSE(cdr.skip_counted());
-    EXPECT_EQ(cdr.space_left, 4u);
+    char *text = get_counted_text(cdr);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::memcmp(text, "abc\0\0", 5), 0);  // the count's bytes, then a terminator
+    std::free(text);
+
+    bytes[4] = 5;  // one more than is there
+    for (int reader = 0; reader < 3; ++reader) {
+        cdr.open_encapsulation(bytes, 12);
+        bool ok = reader == 0   ? cdr.get_counted(&at, &count) != 0
+                  : reader == 1 ? get_counted_text(cdr) != nullptr
+                                : cdr.skip_counted() != 0;
+        EXPECT_FALSE(ok) << reader;
+        EXPECT_EQ(cdr.space_left, 4u) << reader;
+    }
+
+    // A second reader over the rest of the first, at the same addresses.
+    cdr.open_encapsulation(bytes, 12);
+    CDR second;
+    second.read_in_place(cdr.cursor, cdr.space_left);
+    uint32_t word = 0;
+    ASSERT_TRUE(second.get_long(&word));
+    EXPECT_EQ(word, 5u);
+    EXPECT_EQ(cdr.space_left, 11u);
+    EXPECT_EQ(second.space_left, 4u);
 }
 
 }  // namespace

@@ -57,15 +57,16 @@ TEST(Dispatch, SelectorsOutOfRangeFailWithoutTouchingThePause) {
     std::free(again.status_text);
 }
 
-TEST(Dispatch, PauseWaitsUntilTheVariableIsSet) {
+// The environment is read once, at the first valid call (init here): a
+// variable set later brings no pause.
+TEST(Dispatch, PauseLooksAtTheEnvironmentOnlyAtTheFirstValidCall) {
     unsetenv("orbelledebug");
     platform::set_sleep_hook(record_pause);
     hostkit::Host host = testsupport::linked_host();
-    EXPECT_TRUE(pauses.empty());
     setenv("orbelledebug", "", 1);  // set to anything, even the empty text
     iiop_record r = hostkit::make_record(IIOP_MAKE_IOR);
     host.call(r);
-    EXPECT_EQ(pauses.size(), 1u);
+    EXPECT_TRUE(pauses.empty());
     std::free(r.status_text);
 }
 

@@ -93,6 +93,17 @@ TEST_F(Reply, SequencesAreFollowedByNameWhateverTheLengthsSay) {
          "s^length=2 s[0].a s[0].b s[1].a s[1].b after",
          {1, 1, 2, 99},
          {"1", "1", "2", "old", "old", "99"}},
+        // Ten sequences, each the only element of the one outside it; the
+        // plain record behind them ends the innermost only.
+        {"ten nested sequences",
+         "s^length=1 s[0]^length=1 s[0][0]^length=1 s[0][0][0]^length=1 "
+         "s[0][0][0][0]^length=1 s[0][0][0][0][0]^length=1 s[0][0][0][0][0][0]^length=1 "
+         "s[0][0][0][0][0][0][0]^length=1 s[0][0][0][0][0][0][0][0]^length=1 "
+         "s[0][0][0][0][0][0][0][0][0]^length=1 s[0][0][0][0][0][0][0][0][0][0] after",
+         {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 5, 9},
+         {"1", "1", "1", "1", "1", "1", "1", "1", "1", "1", "5", "9"},
+         {"vu_do_call:  (B) done with sequence 's[0][0][0][0][0][0][0][0][0]'"},
+         {"(B) done with sequence 's[0][0][0][0][0][0][0][0]'"}},
         // "ab" begins like "a", so a's frame stays below it.
         {"a sequence ab after a sequence a",
          "a^length=1 a[0] ab^length=1 ab[0]",
@@ -101,14 +112,20 @@ TEST_F(Reply, SequencesAreFollowedByNameWhateverTheLengthsSay) {
          {},
          {"(A) done with sequence 'a'"}},
     };
-    for (const Case &c : cases) {
-        Parms p;
-        fill(p, c.records);
-        run(p, c.wire);
-        EXPECT_EQ(values(p), c.values) << c.what;
-        for (const std::string &line : c.traced)
-            EXPECT_TRUE(traced(line)) << c.what << ": " << line;
-        for (const std::string &line : c.not_traced) EXPECT_FALSE(traced(line)) << c.what;
+    // Untraced, plain values take a way of their own: the values must not
+    // differ.
+    for (int level : {1, 0}) {
+        set_debug_level(level);
+        for (const Case &c : cases) {
+            Parms p;
+            fill(p, c.records);
+            run(p, c.wire);
+            EXPECT_EQ(values(p), c.values) << c.what << ", trace level " << level;
+            if (level == 0) continue;
+            for (const std::string &line : c.traced)
+                EXPECT_TRUE(traced(line)) << c.what << ": " << line;
+            for (const std::string &line : c.not_traced) EXPECT_FALSE(traced(line)) << c.what;
+        }
     }
 }
 

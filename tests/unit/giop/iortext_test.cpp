@@ -131,8 +131,8 @@ TEST(IorText, BadTextsAreRefused) {
          {"iiop:1.1//h:1/k", "iiop:2.0//h:1/k", "iiop:1.0/h:1/k", "iiop:x.0//h:1/k",
           "iiop:1.0//h/k", "iiop:1.0//h:1"}},
         {exid::BAD_PARAM, {"ior:0100", "IOR:", "IOR:010", "IOR:01zz", "IOR:0100000001000000x"}},
-        // Cut short, only an IIOP 1.1 profile, bytes behind the key, a
-        // profile count beyond the text.
+        // Cut short, only a 1.1 profile without its component count, bytes
+        // behind the key, a profile count beyond the text.
         {exid::MARSHAL,
          {"IOR:0100000001", ior_with(1, {{0, iiop_body(1, "new")}}),
           ior_with(1, {{0, iiop_body(0, "old", "!")}}), ior_with(1000000, {{7, "abc"}})}},

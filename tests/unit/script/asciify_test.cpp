@@ -38,6 +38,8 @@ TEST(Asciify, TableInBothDirections) {
         {"x\"y", "`7822`y"},
         {"\\", "`5c`"},
         {"\xff", "`ff`"},
+        // Plain runs around a hex run, each copied whole.
+        {std::string("xabc\x01") + "def", "xabc`01`def"},
     };
     for (const auto &row : table) {
         EXPECT_EQ(text_of(row.first), row.second);

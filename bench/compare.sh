@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# Side by side, in one run: Orbelle through _iiop_entry, omniORB's static-stub
+# client, and a raw TCP replay of Orbelle's own Request and Reply bytes, all
+# against one omniORB echo server, everything pinned to CPU 0 (a wake-up that
+# crosses CPUs costs more than a loopback round trip).
+#
+#   bash bench/compare.sh [SECONDS]     # seconds per run, default 3 (ROUNDS=3 runs)
+#   bash bench/compare.sh --callgrind   # instructions per call inside _iiop_entry
+#
+# Builds what it needs in build/bench (Release). Prints calls/s per client
+# and the ratios of Orbelle to each yardstick. ORBELLE_LIBRARY=path measures
+# another build of the library with the same clients.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+callgrind=
+if [ "${1:-}" = --callgrind ]; then callgrind=1; shift; fi
+seconds=${1:-3}
+build=${ORBELLE_BENCH_BUILD:-$root/build/bench}
+cpu=0
+
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$build" -j2 --target orbelle compare_client omni_stub_client echo_server >/dev/null
+
+work=$(mktemp -d /tmp/orbelle-compare-XXXXXX)
+server_pid=
+cleanup() {
+    if [ -n "$server_pid" ]; then kill "$server_pid" 2>/dev/null || true; wait "$server_pid" 2>/dev/null || true; fi
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+mkdir -p "$work/idl"
+cp "$root/tests/data/idl/EchoTest-Echo.csv" "$work/idl/"
+port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+taskset -c $cpu "$build/bin/echo_server" -ORBendPoint "giop:tcp:127.0.0.1:$port" \
+    -ORBmaxGIOPVersion 1.0 >"$work/server.out" 2>&1 &
+server_pid=$!
+ior=
+for _ in $(seq 100); do
+    ior=$(sed -n 's/^ECHO //p' "$work/server.out")
+    [ -n "$ior" ] && break
+    sleep 0.1
+done
+[ -n "$ior" ] || { echo "compare.sh: the echo server did not start" >&2; exit 1; }
+
+# ORBELLE_LIBRARY compares another build of the library (an older one, say).
+library=${ORBELLE_LIBRARY:-$build/lib/liborbelle.so}
+orbelle() { (cd "$work" && taskset -c $cpu "$build/bin/compare_client" "$1" "$library" "$ior" "$2" "$seconds"); }
+# omniORB's client prints seconds per call for a given number of calls.
+omni() {
+    local per_call
+    per_call=$(taskset -c $cpu "$build/bin/omni_stub_client" "$ior" "$1" "$2" "$3" -ORBmaxGIOPVersion 1.0)
+    python3 -c "print(round(1 / $per_call))"
+}
+
+if [ -n "$callgrind" ]; then
+    # Two runs that differ by 100 calls: start-up and warm-up cancel out.
+    instructions() {  # case, calls
+        (cd "$work" && valgrind --tool=callgrind --callgrind-out-file="$work/cg.$2" \
+            --toggle-collect=_iiop_entry "$build/bin/compare_client" orbelle "$library" "$ior" \
+            "$1" "${2}x" >/dev/null 2>&1)
+        callgrind_annotate "$work/cg.$2" | sed -n 's/^ *\([0-9,]*\) .*PROGRAM TOTALS.*/\1/p' | tr -d ,
+    }
+    for c in add string longs; do
+        echo "$c: $(( ($(instructions $c 200) - $(instructions $c 100)) / 100 )) instructions per call"
+    done
+    exit 0
+fi
+
+printf '%-22s %12s %12s %12s %9s %9s\n' call Orbelle omniORB "raw TCP" "/omniORB" "/raw"
+# Each figure is the best of ROUNDS runs (default 3), the three clients in
+# turn: other work on the machine only ever makes a run slower.
+rounds=${ROUNDS:-3}
+best() { python3 -c "import sys; print(max(int(x) for x in sys.argv[1:]))" "$@"; }
+row() {  # label, case, omniORB mode, length, calls
+    local ours=() theirs=() raw=() o t r
+    for _ in $(seq "$rounds"); do
+        ours+=("$(orbelle orbelle "$2")")
+        theirs+=("$(omni "$3" "$4" "$5")")
+        raw+=("$(orbelle raw "$2")")
+    done
+    o=$(best "${ours[@]}"); t=$(best "${theirs[@]}"); r=$(best "${raw[@]}")
+    python3 -c "print('%-22s %12d %12d %12d %9.2f %9.2f' % ('$1', $o, $t, $r, $o / $t, $o / $r))"
+}
+row "add(long, long)" add add 0 $((seconds * 60000))
+row "echo 5,000 chars" string string 5000 $((seconds * 30000))
+row "1000 longs in and out" longs seq 1000 $((seconds * 20000))

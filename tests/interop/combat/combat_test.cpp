@@ -1,0 +1,194 @@
+// Calls on a server of a second, independent ORB: the Depot server on Combat
+// (Tcl), whose references carry only IIOP 1.2 profiles with code sets.
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "gtest/gtest.h"
+#include "tests/interop/bank/bank_client.h"
+#include "tests/interop/process.h"
+#include "tests/support.h"
+#include "trace/trace.h"
+
+namespace {
+
+using bank::Call;
+using bank::Client;
+using bank::Outcome;
+
+constexpr const char *kStoreId = "IDL:Depot/Store:1.0";
+constexpr const char *kItemId = "IDL:Depot/Item:1.0";
+
+// The Depot server, started with tclsh on a free loopback port for one test.
+class DepotServer {
+public:
+    explicit DepotServer(const std::string &dir) {
+        std::string tclsh = interop::find_program("tclsh");
+        if (tclsh.empty()) {
+            missing_ = "tclsh is not installed";
+            return;
+        }
+        // Combat is a Tcl package; without it the server cannot start.
+        std::string probe = dir + "/probe.tcl";
+        std::ofstream(probe) << "package require combat\npackage require Itcl\n";
+        int status = -1;
+        interop::run_program({tclsh, probe}, nullptr, &status);
+        if (status != 0) {
+            missing_ = "the Tcl package combat (Debian tcl-combat) is not installed";
+            return;
+        }
+        int out[2];
+        if (pipe(out) != 0) return;
+        pid_ = interop::spawn(
+            {tclsh, ORBELLE_COMBAT_DIR "/depot_server.tcl", std::to_string(interop::free_port())},
+            out[1]);
+        close(out[1]);
+        out_fd_ = out[0];
+        // One "NAME IOR:..." line per object, then the ready line.
+        ready_ = interop::read_lines(out_fd_, [this](const std::string &line) {
+            size_t blank = line.find(" IOR:");
+            if (blank != std::string::npos) refs_[line.substr(0, blank)] = line.substr(blank + 1);
+            return line == "depot_server: ready";
+        });
+    }
+    ~DepotServer() {
+        interop::end_process(pid_, SIGTERM);
+        if (out_fd_ >= 0) close(out_fd_);
+    }
+    DepotServer(const DepotServer &) = delete;
+    DepotServer &operator=(const DepotServer &) = delete;
+
+    // Why the server cannot run here; empty when it can.
+    const std::string &missing() const { return missing_; }
+    bool ready() const { return ready_; }
+    // "Store", "Item/bolts" or "Item/nuts".
+    std::string ior(const std::string &name) const {
+        auto it = refs_.find(name);
+        return it == refs_.end() ? std::string() : it->second;
+    }
+
+private:
+    std::string missing_;
+    bool ready_ = false;
+    pid_t pid_ = -1;
+    int out_fd_ = -1;
+    std::map<std::string, std::string> refs_;
+};
+
+class CombatTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!server_.missing().empty()) GTEST_SKIP() << "no Combat server: " << server_.missing();
+        ASSERT_TRUE(server_.ready()) << "depot_server.tcl did not start";
+        store_ = client_.bind_ior(kStoreId, server_.ior("Store"));
+        ASSERT_NE(store_, nullptr) << "the store's reference does not bind";
+    }
+
+    // Binds a reference text that a call returned and calls label() on it.
+    std::string label_of(const std::string &ior, const std::string &where) {
+        EXPECT_EQ(ior.rfind("IOR:", 0), 0u) << where << ": " << ior;
+        void *item = client_.bind_ior(kItemId, ior);
+        if (item == nullptr) return "(does not bind)";
+        Call label(client_, item, kItemId, "label");
+        Outcome o = label.invoke();
+        std::string text = o.result == 0 ? label.get("^label") : "(failed: " + o.text + ")";
+        client_.release(item);
+        return text;
+    }
+
+    testsupport::TempDir dir_;
+    DepotServer server_{dir_.path()};
+    Client client_{ORBELLE_DEPOT_IDL_DIR};
+    void *store_ = nullptr;
+};
+
+TEST_F(CombatTest, ReferencesOfIiopOneTwoBind) {
+    void *bolts = nullptr;
+    {
+        set_debug_level(1);
+        hostkit::clear_printed();
+        bolts = client_.bind_ior(kItemId, server_.ior("Item/bolts"));
+        set_debug_level(0);
+    }
+    ASSERT_NE(bolts, nullptr);
+    EXPECT_TRUE(hostkit::printed_contains("iiop_version 1.2")) << hostkit::printed_text();
+    EXPECT_FALSE(hostkit::printed_contains("detected new v1.2")) << hostkit::printed_text();
+    Call count(client_, bolts, kItemId, "count");
+    ASSERT_EQ(count.invoke().result, 0);
+    EXPECT_EQ(count.get("^count"), "40");
+}
+
+struct Echo {
+    const char *operation;
+    std::string a_in, a_out, c_in, c_out;
+};
+
+// Each script type sent to Combat and read back: the result and c carry a,
+// b the old c.
+TEST_F(CombatTest, ScriptTypesTravelInOutAndInout) {
+    const Echo echoes[] = {
+        {"echo_short", "-32768", "-32768", "32767", "32767"},
+        {"echo_long", "-2147483648", "-2147483648", "2147483647", "2147483647"},
+        {"echo_ushort", "65535", "65535", "1", "1"},
+        {"echo_ulong", "4294967295", "4294967295", "7", "7"},
+        {"echo_float", "1.5", "1.500000", "-0.25", "-0.250000"},
+        {"echo_double", "-2250.125", "-2250.125000", "1e10", "10000000000.000000"},
+        {"echo_boolean", "1", "1", "0", "0"},
+        {"echo_char", "Z", "Z", "y", "y"},
+        {"echo_octet", "`ff`", "`ff`", "A", "A"},
+        {"echo_string", "x`60`y", "`7860`y", "two`0a`lines", "two\nlines"},
+        {"echo_grade", "2", "2", "0", "0"},
+    };
+    for (const Echo &e : echoes) {
+        Call call(client_, store_, kStoreId, e.operation);
+        call.set("a", e.a_in).set("c", e.c_in);
+        Outcome o = call.invoke();
+        ASSERT_EQ(o.result, 0) << e.operation << ": " << o.text;
+        EXPECT_EQ(call.get(std::string("^") + e.operation), e.a_out) << e.operation << ", result";
+        EXPECT_EQ(call.get("b"), e.c_out) << e.operation << ", out";
+        EXPECT_EQ(call.get("c"), e.a_out) << e.operation << ", inout";
+    }
+}
+
+// References sent as in and inout go back as 1.0 profiles, which Combat takes
+// for its own objects; those it returns are bound and called.
+TEST_F(CombatTest, ObjectReferencesTravelInOutAndInout) {
+    Call echo(client_, store_, kStoreId, "echo_item");
+    echo.set("a", server_.ior("Item/bolts")).set("c", server_.ior("Item/nuts"));
+    Outcome o = echo.invoke();
+    ASSERT_EQ(o.result, 0) << "echo_item: " << o.text;
+    EXPECT_EQ(label_of(echo.get("^echo_item"), "result"), "bolts");
+    EXPECT_EQ(label_of(echo.get("b"), "out"), "nuts");
+    EXPECT_EQ(label_of(echo.get("c"), "inout"), "bolts");
+}
+
+TEST_F(CombatTest, ReturnedReferenceIsCalledAndUserExceptionReported) {
+    Call find(client_, store_, kStoreId, "find");
+    find.set("label", "nuts");
+    Outcome o = find.invoke();
+    ASSERT_EQ(o.result, 0) << "find: " << o.text;
+    void *nuts = client_.bind_ior(kItemId, find.get("^find"));
+    ASSERT_NE(nuts, nullptr);
+    Call count(client_, nuts, kItemId, "count");
+    ASSERT_EQ(count.invoke().result, 0);
+    EXPECT_EQ(count.get("^count"), "12");
+
+    // A user exception reaches a script as OBJ_ADAPTER with status 2.
+    Call missing(client_, store_, kStoreId, "find");
+    missing.set("label", "washers");
+    o = missing.invoke();
+    EXPECT_EQ(o.result, IIOP_STATUS_USER_EXCEPTION);
+    EXPECT_EQ(o.exception_index, 23);
+    EXPECT_EQ(o.text, "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0");
+    EXPECT_EQ(missing.get("^find"), "(no value)");
+
+    // The connection still serves calls.
+    Call again(client_, nuts, kItemId, "label");
+    ASSERT_EQ(again.invoke().result, 0);
+    EXPECT_EQ(again.get("^label"), "nuts");
+}
+
+}  // namespace

@@ -1,0 +1,195 @@
+// Which IIOP profile of a reference is read, and what is written back.
+#include "giop/objref.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "data/environment.h"
+#include "giop/iortext.h"
+#include "giop/orb.h"
+#include "host/kit/hostkit.h"
+#include "tests/peer/peer.h"
+#include "tests/support.h"
+#include "tests/unit/giop/giop_fixture.h"
+#include "trace/trace.h"
+
+namespace {
+
+using giop_test::id_of;
+
+// Tagged components as other ORBs put them behind the key of a 1.1 or 1.2
+// profile: TAG_ORB_TYPE (0) with an encapsulated ulong, TAG_CODE_SETS (1)
+// with an encapsulated CodeSetComponentInfo (ISO 8859-1 for char, UTF-16
+// for wchar, no conversion sets).
+std::string orb_type(bool little) {
+    peer::Writer body(little, 0);
+    body.octet(little ? 1 : 0).ulong(0x41545400);
+    peer::Writer w(little, 0);
+    w.ulong(0).octets(body.bytes());
+    return w.bytes();
+}
+std::string code_sets(bool little) {
+    peer::Writer body(little, 0);
+    body.octet(little ? 1 : 0).ulong(0x00010001).ulong(0).ulong(0x00010109).ulong(0);
+    peer::Writer w(little, 0);
+    w.ulong(1).octets(body.bytes());
+    return w.bytes();
+}
+
+struct Profile {
+    uint8_t major = 1;
+    uint8_t minor = 0;
+    std::string host;
+    bool little = true;
+    // Behind the key: for 1.1 and later the component count comes first,
+    // then these bytes (whole components, or a cut one).
+    uint32_t components = 0;
+    std::string component_bytes;
+    bool count_written = true;
+    std::string tail;  // bytes behind everything else
+};
+
+// The encapsulation of one TAG_INTERNET_IOP profile, on port 2809 with key
+// "K" + host.
+std::string profile_body(const Profile &p) {
+    peer::Writer w(p.little, 0);
+    w.octet(p.little ? 1 : 0).octet(p.major).octet(p.minor).string(p.host).ushort(2809);
+    w.octets("K" + p.host);
+    if (p.minor > 0 && p.count_written) w.ulong(p.components).raw(p.component_bytes);
+    w.raw(p.tail);
+    return w.bytes();
+}
+
+Profile v12(const std::string &host, bool little = true) {
+    Profile p;
+    p.minor = 2;
+    p.host = host;
+    p.little = little;
+    p.components = 2;
+    p.component_bytes = orb_type(little) + code_sets(little);
+    return p;
+}
+Profile v10(const std::string &host) {
+    Profile p;
+    p.host = host;
+    return p;
+}
+Profile version(uint8_t major, uint8_t minor, const std::string &host) {
+    Profile p = v12(host);
+    p.major = major;
+    p.minor = minor;
+    return p;
+}
+Profile with(Profile p, void (*change)(Profile &)) {
+    change(p);
+    return p;
+}
+
+// An IOR text with the profiles in order; a profile of tag 1
+// (TAG_MULTIPLE_COMPONENTS) comes first when multiple is set.
+std::string ior(const std::vector<Profile> &profiles, bool multiple = false) {
+    peer::Writer w(true, 0);
+    w.octet(1).string("IDL:Stock:1.0").ulong(static_cast<uint32_t>(profiles.size() + multiple));
+    if (multiple) w.ulong(1).octets(std::string("\x01\0\0\0\0\0\0\0", 8));
+    for (const Profile &p : profiles) w.ulong(0).octets(profile_body(p));
+    return peer::ior_text(w.bytes());
+}
+
+struct Case {
+    const char *what;
+    std::string text;
+    const char *host;   // of the profile read; null when the reference is refused
+    int minor;          // of the profile read
+    const char *trace;  // a line the decode must print
+};
+
+TEST(ProfileVersions, NewestReadableProfileIsUsedOnlyWithoutOneZero) {
+    hostkit::Host host = testsupport::linked_host();
+    (void)host;
+    const Case cases[] = {
+        {"1.0 alone", ior({v10("old")}), "old", 0, "iiop_version 1.0"},
+        {"1.2 with ORB type and code sets", ior({v12("new")}), "new", 2, "iiop_version 1.2"},
+        {"1.2 in the other byte order", ior({v12("big", false)}), "big", 2, "iiop_version 1.2"},
+        {"1.1 with no components",
+         ior({with(version(1, 1, "one"),
+                   [](Profile &p) {
+                       p.components = 0;
+                       p.component_bytes.clear();
+                   })}),
+         "one", 1, "iiop_version 1.1"},
+        {"1.0 before 1.2", ior({v10("old"), v12("new")}), "old", 0, "decoder:  TAG_INTERNET_IOP"},
+        {"1.2 before 1.0", ior({v12("new"), v10("old")}), "old", 0, "iiop_version 1.2"},
+        {"multiple components, then 1.2", ior({v12("new")}, true), "new", 2,
+         "decoder:  TAG_MULTIPLE_COMPONENTS"},
+        {"the first of two 1.2 profiles", ior({v12("first"), v12("second")}), "first", 2,
+         "decoder:  host 'second', port 2809"},
+        {"a bad 1.2 profile, then 1.0",
+         ior({with(v12("bad"), [](Profile &p) { p.components = 3; }), v10("old")}), "old", 0,
+         "decoder:  encountered badly encoded objref!"},
+        {"1.3", ior({version(1, 3, "x")}), nullptr, 0, "detected new v1.3 IIOP profile"},
+        {"2.0", ior({version(2, 0, "x")}), nullptr, 0, "detected new v2.0 IIOP profile"},
+        {"0.9", ior({version(0, 9, "x")}), nullptr, 0, "no IIOP v1.2 (or earlier) profile in IOR!"},
+        {"a component count past the profile",
+         ior({with(v12("x"), [](Profile &p) { p.components = 3; })}), nullptr, 0,
+         "decoder:  encountered badly encoded objref!"},
+        {"a component length past the profile",
+         ior({with(
+             v12("x"),
+             [](Profile &p) { p.component_bytes = std::string("\x01\0\0\0\x40\0\0\0\x01", 9); })}),
+         nullptr, 0, "decoder:  encountered badly encoded objref!"},
+        {"no component count", ior({with(v12("x"), [](Profile &p) { p.count_written = false; })}),
+         nullptr, 0, "decoder:  encountered badly encoded objref!"},
+        {"bytes behind the components", ior({with(v12("x"), [](Profile &p) { p.tail = "!"; })}),
+         nullptr, 0, "extra data at end of IIOP profile data"},
+        {"a bad 1.0 profile after 1.2",
+         ior({v12("new"), with(v10("old"), [](Profile &p) { p.tail = "!"; })}), nullptr, 0,
+         "extra data at end of IIOP profile data"},
+    };
+    set_debug_level(1);
+    for (const Case &c : cases) {
+        hostkit::clear_printed();
+        Environment env;
+        objref *obj = string_to_object(c.text.c_str(), env);
+        EXPECT_TRUE(hostkit::printed_contains(c.trace)) << c.what << ": no line " << c.trace;
+        if (c.host == nullptr) {
+            EXPECT_EQ(obj, nullptr) << c.what;
+            EXPECT_EQ(id_of(env), exid::MARSHAL) << c.what;
+        } else if (obj == nullptr) {
+            ADD_FAILURE() << c.what << ": refused with " << id_of(env);
+        } else {
+            const iiop_profile &p = obj->data->profile;
+            EXPECT_STREQ(p.host, c.host) << c.what;
+            EXPECT_EQ(p.minor, c.minor) << c.what;
+            EXPECT_EQ(p.port, 2809) << c.what;
+            EXPECT_EQ(
+                std::string(reinterpret_cast<char *>(p.object_key.buffer), p.object_key.length),
+                std::string("K") + c.host)
+                << c.what;
+            EXPECT_STREQ(obj->data->type_id, "IDL:Stock:1.0") << c.what;
+        }
+        release_objref(obj, env);
+    }
+    set_debug_level(0);
+}
+
+// A reference read from a 1.2 profile goes back to the server as a 1.0
+// profile with the same host, port and key, in both text forms.
+TEST(ProfileVersions, NewerProfileIsWrittenBackAsOneZero) {
+    Environment env;
+    objref *obj = string_to_object(ior({v12("host.example")}).c_str(), env);
+    ASSERT_NE(obj, nullptr) << id_of(env);
+    char *text = ior_text_of(obj, env);
+    ASSERT_NE(text, nullptr) << id_of(env);
+    EXPECT_EQ(text, peer::ior_text(peer::ior_bytes("IDL:Stock:1.0", "host.example", 2809,
+                                                   "Khost.example", true)));
+    std::free(text);
+    text = iiop_text_of(obj, env);
+    EXPECT_STREQ(text, "iiop:1.0//host.example:2809/Khost.example");
+    std::free(text);
+    release_objref(obj, env);
+}
+
+}  // namespace

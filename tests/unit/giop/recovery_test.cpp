@@ -1,0 +1,200 @@
+// Connections that break, stall or carry more than one message: every call
+// returns within its time-out, and the next one finds a working connection.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "data/environment.h"
+#include "giop/endpoint.h"
+#include "giop/invocation.h"
+#include "tests/peer/peer.h"
+#include "tests/support.h"
+#include "tests/unit/giop/giop_fixture.h"
+#include "trace/trace.h"
+
+namespace {
+
+using giop_test::id_of;
+using Clock = std::chrono::steady_clock;
+
+std::string reply_with(uint32_t id, uint32_t value) {
+    return peer::reply(id, 0, [value](peer::Writer &w) { w.ulong(value); });
+}
+
+// Answers the latest Request with its own id plus 1000 as the value.
+std::string echo(const peer::Request &r) { return reply_with(r.request_id, r.request_id + 1000); }
+
+struct Line : giop_test::ShortTimeout {
+    hostkit::Host host = testsupport::linked_host();
+    peer::ScriptedPeer peer;
+    objref *ref = nullptr;
+    Environment env;
+    int connections_closed = 0;
+
+    Line() {
+        timeout_ms = 1000;
+        set_debug_level(1);
+    }
+    ~Line() {
+        set_debug_level(0);
+        Environment e;
+        release_objref(ref, e);
+    }
+    void begin() {
+        peer.start();
+        ref = giop_test::reference(peer.port());
+    }
+    // One two-way call; value gets the long of a normal Reply. Notes
+    // whether the call left its connection dead.
+    int call(uint32_t *value = nullptr) {
+        GIOP::Invocation inv(ref->data, "op", 1);
+        inv.start(nullptr, env, 0, nullptr);
+        if (env.has_exception()) return -1;
+        inv.stream.put_long(7);
+        int status = inv.invoke({0, nullptr}, env, 0);
+        if (status == NO_EXCEPTION && value != nullptr && !inv.stream.get_long(value)) return -2;
+        if (inv.endpoint != nullptr && inv.endpoint->fd == -1) ++connections_closed;
+        return status;
+    }
+    uint32_t id_sent(size_t message) const {
+        return peer::parse_request(peer.messages().at(message)).request_id;
+    }
+};
+
+TEST(Recovery, MessageCutOffFailsInTimeAndTheNextCallConnectsAnew) {
+    struct Case {
+        const char *name;
+        std::string sent;  // what comes before the silence or the close
+        bool then_close;
+        const char *traced;
+    };
+    const std::string reply = reply_with(0, 5);
+    const Case cases[] = {
+        {"half a header", reply.substr(0, 3), false, "timed out after 3 of 12 header bytes"},
+        {"header and part of a body", reply.substr(0, 15), false,
+         "timed out after 3 of 16 body bytes"},
+        {"header then end of stream", reply.substr(0, 5), true,
+         "end of stream after 5 of 12 header bytes"},
+        {"body then end of stream", reply.substr(0, 20), true,
+         "end of stream after 8 of 16 body bytes"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Line l;
+        l.peer.accept().read_message().send(c.sent);
+        if (c.then_close) l.peer.close();
+        l.peer.accept(true).read_message().send_for(echo);
+        l.begin();
+        auto t0 = Clock::now();
+        EXPECT_EQ(l.call(), SYSTEM_EXCEPTION);
+        EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(1800));
+        EXPECT_EQ(id_of(l.env), exid::COMM_FAILURE);
+        EXPECT_EQ(l.connections_closed, 1);
+        EXPECT_TRUE(hostkit::printed_contains(c.traced));
+        uint32_t value = 0;
+        EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+        ASSERT_TRUE(l.peer.wait());
+        EXPECT_EQ(l.peer.connections(), 2);
+        EXPECT_EQ(value, l.id_sent(1) + 1000);
+    }
+}
+
+TEST(Recovery, PeerThatClosedWhileIdleIsReplacedUnseen) {
+    Line l;
+    l.peer.accept().read_message().send_for(echo).close();
+    l.peer.accept().read_message().send_for(echo);
+    l.begin();
+    uint32_t value = 0;
+    ASSERT_EQ(l.call(&value), NO_EXCEPTION);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the close arrives
+    EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+    EXPECT_FALSE(l.env.has_exception());
+    ASSERT_TRUE(l.peer.wait());
+    EXPECT_EQ(l.peer.connections(), 2);
+    EXPECT_EQ(value, l.id_sent(1) + 1000);
+    EXPECT_TRUE(hostkit::printed_contains("closed by the peer, connecting anew"));
+}
+
+TEST(Recovery, TimeOutBeforeAnyByteKeepsTheConnection) {
+    Line l;
+    // The first reply comes late, ahead of the second call's own.
+    l.peer.accept().read_message().pause(1300).send_for(echo).read_message().send_for(echo);
+    l.begin();
+    EXPECT_EQ(l.call(), SYSTEM_EXCEPTION);
+    EXPECT_EQ(id_of(l.env), exid::COMM_FAILURE);
+    EXPECT_EQ(l.connections_closed, 0);
+    uint32_t value = 0;
+    EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+    ASSERT_TRUE(l.peer.wait());
+    EXPECT_EQ(l.peer.connections(), 1);
+    EXPECT_EQ(value, l.id_sent(1) + 1000);
+}
+
+// Replies that share segments with other messages, or arrive in many.
+TEST(Recovery, ReadAheadKeepsWhatFollowsAReply) {
+    {
+        SCOPED_TRACE("two replies in one segment: the second call needs no read");
+        Line l;
+        l.peer.accept()
+            .read_message()
+            .send_for([](const peer::Request &r) {
+                return reply_with(r.request_id, 1) + reply_with(r.request_id + 1, 2);
+            })
+            .read_message();
+        l.begin();
+        uint32_t a = 0, b = 0;
+        EXPECT_EQ(l.call(&a), NO_EXCEPTION);
+        EXPECT_EQ(l.call(&b), NO_EXCEPTION);
+        EXPECT_EQ(a * 10 + b, 12u);
+        ASSERT_TRUE(l.peer.wait());
+    }
+    {
+        SCOPED_TRACE("a reply in five-byte pieces");
+        Line l;
+        l.peer.accept().read_message().send_pieces(reply_with(next_request_id, 77), 5);
+        l.begin();
+        uint32_t value = 0;
+        EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+        EXPECT_EQ(value, 77u);
+    }
+    {
+        SCOPED_TRACE("foreign replies ahead of ours, all in one segment");
+        Line l;
+        l.peer.accept().read_message().send_for([](const peer::Request &r) {
+            return reply_with(r.request_id + 50, 1) + reply_with(r.request_id + 51, 2) +
+                   reply_with(r.request_id, 3);
+        });
+        l.begin();
+        uint32_t value = 0;
+        EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+        EXPECT_EQ(value, 3u);
+    }
+    {
+        SCOPED_TRACE("CloseConnection right behind a reply");
+        Line l;
+        l.peer.accept()
+            .read_message()
+            .send_for([](const peer::Request &r) {
+                return reply_with(r.request_id, 4) + peer::close_connection();
+            })
+            .read_message()
+            .accept(true)
+            .read_message()
+            .send_for(echo);
+        l.begin();
+        uint32_t value = 0;
+        EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+        EXPECT_EQ(value, 4u);
+        // The next call meets the kept CloseConnection and goes again on a
+        // new connection.
+        EXPECT_EQ(l.call(), LOCATION_FORWARD);
+        EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+        ASSERT_TRUE(l.peer.wait());
+        EXPECT_EQ(l.peer.connections(), 2);
+        EXPECT_EQ(value, l.id_sent(2) + 1000);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,142 @@
+// Every limit against hostile input, tried at its value and one past it:
+// the first must be accepted, the second refused the usual way.
+#include "orbelle/limits.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include "data/any.h"
+#include "data/decoder.h"
+#include "data/stdtypes.h"
+#include "gateway/getior.h"
+#include "tests/support.h"
+#include "tests/unit/data/tc_builder.h"
+#include "tests/unit/repository/pirtest.h"
+#include "trace/trace.h"
+
+namespace {
+
+using tcb::Bytes;
+using tcb::Enc;
+using tcb::Held;
+
+const tcb::Tc le;
+
+// Wire bytes in a 16-aligned block, opened for reading.
+struct Input {
+    explicit Input(const Bytes &wire) : bytes(wire.size() + 16, 0) {
+        unsigned char *at = bytes.data();
+        at += (16 - reinterpret_cast<uintptr_t>(at) % 16) % 16;
+        std::memcpy(at, wire.data(), wire.size());
+        cdr.read_in_place(at, static_cast<uint32_t>(wire.size()));
+        cdr.origin = at;
+    }
+    std::vector<unsigned char> bytes;
+    CDR cdr;
+};
+
+// Whether the size of the type is answered without an exception.
+bool sized(const Bytes &wire) {
+    Held tc(wire);
+    Environment env;
+    tc->valueSize(env);
+    return !env.has_exception();
+}
+
+// n struct levels, the innermost holding a long.
+Bytes nested_structs(uint64_t n) {
+    Bytes t = le.simple(tk_long);
+    for (uint64_t i = 0; i < n; ++i) t = le.structure("IDL:S:1.0", {{"m", t}});
+    return t;
+}
+
+// One struct of n long members.
+Bytes wide_struct(uint64_t n) {
+    std::vector<std::pair<std::string, Bytes>> members(n, {"m", le.simple(tk_long)});
+    return le.structure("IDL:W:1.0", members);
+}
+
+// An any holding n anys inside each other, the innermost holding a long.
+bool decodes_nested_anys(uint64_t n) {
+    Enc wire(false, false);
+    for (uint64_t i = 0; i < n; ++i) wire.tc(le.simple(tk_any));
+    wire.tc(le.simple(tk_long)).ulong(7);
+    Input in(wire.bytes());
+    Environment env;
+    alignas(16) unsigned char value[64] = {0};
+    int ok = decoder(tc_any(), value, nullptr, &in.cdr, env);
+    if (ok) destroy_any(value);
+    return ok == 1;
+}
+
+// A list file whose only line, n characters long, names the instance.
+bool list_line_read(uint64_t n) {
+    testsupport::TempDir dir;
+    std::string line = "A," + std::string(n - 2, 'x');
+    dir.write("list", line + "\n");
+    char repository_id[] = "A";
+    char instance_id[] = "one";
+    iiop_record record = hostkit::make_record(IIOP_BIND);
+    record.u.bind.repository_id = repository_id;
+    record.u.bind.instance_id = instance_id;
+    std::string alternative = "filed(" + dir.path() + "/list)";
+    return get_ior(&record, alternative.c_str()) == line.substr(2);
+}
+
+bool csv_accepted(const std::string &text) { return pirtest::parse_failure(text).empty(); }
+
+struct Edge {
+    const char *limit;
+    uint64_t value;
+    std::function<bool(uint64_t)> accepted;
+};
+
+TEST(Limits, EachLimitAcceptsItsValueAndRefusesOneMore) {
+    // The library starts up (slots, ORB) as a host would start it.
+    [[maybe_unused]] hostkit::Host host = testsupport::linked_host();
+    inittypecodes();
+    fill_value_table();
+    const uint64_t floor = limits::value_memory_floor;
+    const uint32_t left = 4u << 20;  // bytes left in the message
+    const Edge edges[] = {
+        // n TypeCodes inside each other: n - 1 structs around a long.
+        {"max_typecode_depth", limits::max_typecode_depth,
+         [](uint64_t n) { return sized(nested_structs(n - 1)); }},
+        {"max_typecode_steps", limits::max_typecode_steps,
+         [](uint64_t n) { return sized(wide_struct(n)); }},
+        {"max_value_depth", limits::max_value_depth,
+         // The any read first is a level, and each any inside it.
+         [](uint64_t n) { return decodes_nested_anys(n - 1); }},
+        {"max_value_size", limits::max_value_size,
+         [](uint64_t n) { return sized(le.array(le.simple(tk_octet), static_cast<uint32_t>(n))); }},
+        {"value_memory_floor (nothing left in the message)", floor,
+         [](uint64_t n) { return value_block_allowed(n, 0); }},
+        {"value_memory_ratio (bytes per byte left)",
+         limits::value_memory_ratio * left + limits::value_memory_ratio - 1,
+         [left](uint64_t n) { return value_block_allowed(n, left); }},
+        {"max_csv_token_length", limits::max_csv_token_length,
+         [](uint64_t n) {
+             return csv_accepted("att i " + std::string(n, 'n') + " normal . long");
+         }},
+        {"max_csv_type_depth", static_cast<uint64_t>(limits::max_csv_type_depth),
+         [](uint64_t n) {
+             std::string t = "opr a b normal res ";
+             for (uint64_t i = 1; i < n; ++i) t += ". sequence 0 ";
+             return csv_accepted(t + ". long");
+         }},
+        {"max_csv_array_elements", limits::max_csv_array_elements,
+         [](uint64_t n) {
+             return csv_accepted("opr a b normal res . array " + std::to_string(n) + " . long");
+         }},
+        {"max_list_line", limits::max_list_line, list_line_read},
+    };
+    for (const Edge &e : edges) {
+        EXPECT_TRUE(e.accepted(e.value)) << e.limit << " at " << e.value;
+        EXPECT_FALSE(e.accepted(e.value + 1)) << e.limit << " at " << e.value + 1;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,33 @@
+#include "script/decimal.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Both readers agree inside the 32-bit range and part at its edges.
+TEST(Decimal, WrappingAndSaturatingReadersDifferOnlyPastThe32BitRange) {
+    struct Row {
+        const char *text;
+        int32_t wrapping;
+        int32_t saturating;
+    };
+    const Row rows[] = {
+        {"", 0, 0},
+        {"  +12x", 12, 12},
+        {"-7 8", -7, -7},
+        {"--1", 0, 0},
+        {"2147483647", 2147483647, 2147483647},
+        {"2147483648", -2147483647 - 1, 2147483647},
+        {"-2147483648", -2147483647 - 1, -2147483647 - 1},
+        {"-2147483649", 2147483647, -2147483647 - 1},
+        {"4294967296", 0, 2147483647},
+        {"99999999999999999999", 1661992959, 2147483647},
+    };
+    for (const Row &r : rows) {
+        EXPECT_EQ(decimal_wrapping(r.text), r.wrapping) << r.text;
+        EXPECT_EQ(decimal_saturating(r.text), r.saturating) << r.text;
+    }
+    EXPECT_EQ(decimal_wrapping(nullptr), 0);
+}
+
+}  // namespace

@@ -1,0 +1,396 @@
+// Load scripts: variables, data rows, transactions, pauses, the error
+// policy and the event stream, parsed and run by orbelle-run.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/peer/peer.h"
+#include "tests/support.h"
+#include "tests/unit/tools/run_tool.h"
+#include "tools/runner/run.h"
+#include "tools/runner/script.h"
+
+namespace {
+using runner::Script;
+using runner::Verb;
+using testsupport::closed_ior;
+using testsupport::run_runner;
+
+std::string check_error(const std::string &text, const runner::DataColumns &columns = {}) {
+    Script script;
+    std::string error;
+    if (runner::parse_script("s.orb", text, script, error) &&
+        runner::check_script(script, columns, error))
+        return "";
+    return error;
+}
+
+// Lines of text, one per element.
+std::vector<std::string> lines_of(const std::string &text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// The value after key in line replaced by mark when it is a number of the
+// given shape (digits, and as many decimals as decimals asks; -1: none).
+void fix_number(std::string &line, const std::string &key, int decimals, const char *mark) {
+    size_t at = line.find(key);
+    if (at == std::string::npos) return;
+    size_t begin = at + key.size(), end = begin;
+    while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end]))) ++end;
+    size_t whole = end - begin;
+    if (decimals >= 0) {
+        if (end == line.size() || line[end] != '.') return;
+        size_t first = ++end;
+        while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end]))) ++end;
+        if (end - first != static_cast<size_t>(decimals)) return;
+    } else if (whole != 13) {
+        return;
+    }
+    if (whole == 0 || line.compare(end, 2, ", ") != 0) return;
+    line.replace(begin, end - begin, mark);
+}
+
+// An event line with its time fields ("t", "ms") made fixed.
+std::string without_times(std::string line) {
+    fix_number(line, "\"t\": ", -1, "T");
+    fix_number(line, "\"ms\": ", 3, "MS");
+    return line;
+}
+
+TEST(LoadScript, ParsesTheLoadCommands) {
+    Script s;
+    std::string error;
+    ASSERT_TRUE(runner::parse_script("s.orb",
+                                     "data people.csv unique as p\n"
+                                     "data more.csv as m\n"
+                                     "data plain.csv random\n"
+                                     "let who \"${p.name} x\"\n"
+                                     "think 10..250\n"
+                                     "think ${gap}\n"
+                                     "pace 1000\n"
+                                     "begin visit\n"
+                                     "end visit\n",
+                                     s, error))
+        << error;
+    ASSERT_EQ(s.commands.size(), 9u);
+    EXPECT_EQ(s.commands[0].row_mode, runner::RowMode::Unique);
+    EXPECT_EQ(s.commands[0].alias, "p");
+    EXPECT_EQ(s.commands[0].args, (std::vector<std::string>{"people.csv"}));
+    EXPECT_EQ(s.commands[1].row_mode, runner::RowMode::Sequential);
+    EXPECT_EQ(s.commands[1].alias, "m");
+    EXPECT_EQ(s.commands[2].row_mode, runner::RowMode::Random);
+    EXPECT_TRUE(s.commands[2].alias.empty());
+    EXPECT_TRUE(s.commands[3].has_variables);
+    EXPECT_EQ(s.commands[4].number, 10);
+    EXPECT_EQ(s.commands[4].number_max, 250);
+    EXPECT_TRUE(s.commands[5].has_variables);  // read when it runs
+    EXPECT_EQ(s.commands[6].verb, Verb::Pace);
+    EXPECT_EQ(s.commands[6].number, 1000);
+}
+
+TEST(LoadScript, MistakesAreFoundBeforeAnythingRuns) {
+    const std::string bound = "bind o IDL:T:1.0 i IOR\nparams o _is_a\n";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"end t\n", "s.orb:1: end t without its begin"},
+        {"begin t\nbegin t\n", "s.orb:2: transaction t is already open"},
+        {"begin a\nbegin b\nend b\n", "s.orb:1: transaction a has no end"},
+        {"begin a\nend a\nbegin a\n", "s.orb:3: transaction a has no end"},
+        {"let a ${b}\nlet b 1\n",
+         "s.orb:1: variable b is used before it is set (neither the environment, let, save nor "
+         "a data line above sets it)"},
+        {"let a ${a}\n",
+         "s.orb:1: variable a is used before it is set (neither the environment, let, save nor "
+         "a data line above sets it)"},
+        {bound + "set logical_type_id ${id}\nsave logical_type_id id\n",
+         "s.orb:3: variable id is used before it is set (neither the environment, let, save nor "
+         "a data line above sets it)"},
+        {"save x y\n", "s.orb:1: no parameter list yet: use 'params' first"},
+        {"let a ${RANDOM:3..1}\n",
+         "s.orb:1: '${RANDOM:3..1}' takes whole numbers MIN..MAX, MIN <= MAX"},
+        {"think 5..1\n", "s.orb:1: '5..1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
+        {"think -1\n", "s.orb:1: '-1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
+        {"pace 1..2\n", "s.orb:1: '1..2' is not a number of milliseconds from 0 to 3600000"},
+        {"data d.csv sometimes\n",
+         "s.orb:1: too many arguments ('sometimes'); usage: data FILE.csv "
+         "[sequential|random|unique] [as NAME]"},
+        {"data d.csv as\n",
+         "s.orb:1: too many arguments ('as'); usage: data FILE.csv "
+         "[sequential|random|unique] [as NAME]"},
+        // a data line names its columns for the lines below it only
+        {"let a ${p.x}\ndata d.csv as p\n",
+         "s.orb:1: variable p.x is used before it is set (neither the environment, let, save "
+         "nor a data line above sets it)"},
+        {"data d.csv as p\nlet a ${x}\n",
+         "s.orb:2: variable x is used before it is set (neither the environment, let, save nor "
+         "a data line above sets it)"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(check_error(c.first, {{1, {"x"}}, {2, {"x"}}}), c.second) << c.first;
+    EXPECT_EQ(check_error("data d.csv as p\nlet a ${p.x}${VU}${ITERATION}${TIME_MS}${RANDOM:1..2}\n"
+                          "begin o\nbegin i\nend o\nend i\n",
+                          {{1, {"x"}}}),
+              "");
+}
+
+class LoadRun : public ::testing::Test {
+protected:
+    // Writes a script whose first lines bind obj to a closed port and make
+    // an _is_a list current: its values can be set, saved and checked
+    // without a server.
+    void script(const std::string &name, const std::string &body) {
+        dir_.write(
+            name, "bind obj IDL:Thing:1.0 one IOR " + closed_ior() + "\nparams obj _is_a\n" + body);
+    }
+    testsupport::TempDir dir_;
+};
+
+TEST_F(LoadRun, VariablesDataRowsAndSavedValuesFlowIntoRequests) {
+    dir_.write("data/people.csv", "name,city\r\n\"Bo, \"\"Jr\"\"\",Bern\r\nAnn,\"Two\nLines\"\r\n");
+    script("data/s.orb",
+           "data people.csv as p\n"
+           "let greeting \"hi ${p.name}\"\n"
+           "set logical_type_id \"${greeting} from ${p.city}/${VU}/${ITERATION}\"\n"
+           "save logical_type_id seen\n"
+           "print logical_type_id\n"
+           "check logical_type_id ${seen}\n");
+    std::string out;
+    EXPECT_EQ(run_runner("--iterations 3 --vu 4 data/s.orb", out), 0) << out;
+    for (const char *seen : {"    logical_type_id = hi Bo, \"Jr\" from Bern/4/1\n",
+                             "check logical_type_id = 'hi Bo, \"Jr\" from Bern/4/1' ok\n",
+                             "    logical_type_id = hi Ann from Two\nLines/4/2\n",
+                             "    logical_type_id = hi Bo, \"Jr\" from Bern/4/3\n"})
+        EXPECT_NE(out.find(seen), std::string::npos) << seen << "\n" << out;
+}
+
+TEST_F(LoadRun, RunTimeErrorsNameTheLine) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"save nosuch x\n", "s.orb:3: no parameter named 'nosuch' in the list of _is_a\n"},
+        {"save logical_type_id x\n", "s.orb:3: logical_type_id has no value to save in x\n"},
+        {"let gap soon\nthink ${gap}\n",
+         "s.orb:4: 'soon' is not MILLISECONDS or MIN..MAX from 0 to 3600000\n"},
+    };
+    for (const auto &c : cases) {
+        script("s.orb", c.first + "print\n");
+        std::string out;
+        EXPECT_EQ(run_runner("--quiet s.orb", out), 2) << c.first << out;
+        EXPECT_EQ(out, "== s.orb\n" + c.second) << c.first;
+    }
+}
+
+TEST_F(LoadRun, BadDataFilesStopTheRunBeforeAnythingIsSent) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"a,b\n1,2\n1,2,3\n", "d.csv:3: row has 3 fields, the header 2\n"},
+        {"a,b\n1,2\n\"1\n,2\n", "d.csv:3: quoted field without its closing quote\n"},
+        {"", "d.csv:1: empty: no header row\n"},
+    };
+    script("s.orb", "data d.csv\nset logical_type_id ${a}\n");
+    for (const auto &c : cases) {
+        dir_.write("d.csv", c.first);
+        std::string out;
+        EXPECT_EQ(run_runner("--trace 8 s.orb", out), 2);
+        EXPECT_EQ(out, c.second);  // no trace: the library was not called
+    }
+    std::string out;
+    EXPECT_EQ(run_runner("s.orb s.orb none.orb", out), 2);
+    EXPECT_EQ(out, "orbelle-run: cannot read none.orb\n");
+    dir_.write("d.csv", "a\n1\n");
+    script("u.orb", "data d.csv unique\n");
+    out.clear();
+    EXPECT_EQ(run_runner("--vu 3 --users-total 2 u.orb", out), 2);
+    EXPECT_EQ(out, "u.orb:3: user 3 is not one of the 2 users that share the unique rows\n");
+}
+
+TEST_F(LoadRun, UniqueRowsAreSplitBetweenUsersUntilUsedUp) {
+    dir_.write("d.csv", "n\na\nb\nc\nd\ne\n");
+    script("u.orb", "data d.csv unique\nset logical_type_id ${n}\nprint logical_type_id\n");
+    std::string out;
+    EXPECT_EQ(run_runner("--iterations 9 --vu 2 --users-total 2 u.orb", out), 0) << out;
+    EXPECT_NE(out.find("= b\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("= d\n"), std::string::npos) << out;
+    EXPECT_NE(
+        out.find("u.orb:3                  no row of d.csv is left for user 2: the user stops\n"),
+        std::string::npos)
+        << out;
+    EXPECT_EQ(out.find("-- iteration 4"), std::string::npos) << out;
+    out.clear();
+    EXPECT_EQ(run_runner("--iterations 9 u.orb 2>/dev/null", out), 0);
+    EXPECT_NE(out.find("= e\n-- iteration 6 of 9\n"), std::string::npos) << out;
+    // The parent of a load run may pass the user's place in the environment.
+    out.clear();
+    setenv("ORBELLE_VU", "3", 1);
+    setenv("ORBELLE_USERS_TOTAL", "3", 1);
+    EXPECT_EQ(run_runner("--iterations 9 u.orb", out), 0);
+    unsetenv("ORBELLE_VU");
+    unsetenv("ORBELLE_USERS_TOTAL");
+    EXPECT_NE(out.find("= c\n-- iteration 2 of 9\n"), std::string::npos) << out;
+    EXPECT_NE(out.find("left for user 3: the user stops"), std::string::npos) << out;
+}
+
+TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
+    script("f.orb",
+           "begin outer\n"
+           "begin a\n"
+           "set logical_type_id x${ITERATION}\n"
+           "check logical_type_id x${ITERATION}\n"
+           "begin b\n"
+           "end a\n"
+           "check logical_type_id x2\n"
+           "print logical_type_id\n"
+           "end b\n"
+           "end outer\n");
+    std::string events;
+    EXPECT_EQ(run_runner("--quiet --iterations 3 --events - f.orb 2>/dev/null", events), 1);
+    std::vector<std::string> lines = lines_of(events);
+    for (std::string &line : lines) line = without_times(line);
+    const std::string fail_check =
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"check\", \"name\": \"check "
+        "logical_type_id\", \"script\": \"f.orb\", \"line\": 9, \"ms\": MS, \"ok\": false, "
+        "\"error\": \"expected 'x2', got 'x1'\"}";
+    const std::vector<std::string> first = {
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"call\", \"name\": \"bind obj\", "
+        "\"script\": \"f.orb\", \"line\": 1, \"ms\": MS, \"ok\": true}",
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"call\", \"name\": \"params _is_a\", "
+        "\"script\": \"f.orb\", \"line\": 2, \"ms\": MS, \"ok\": true}",
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"check\", \"name\": \"check "
+        "logical_type_id\", \"script\": \"f.orb\", \"line\": 6, \"ms\": MS, \"ok\": true}",
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"transaction\", \"name\": \"transaction "
+        "a\", \"script\": \"f.orb\", \"line\": 8, \"ms\": MS, \"ok\": true}",
+        fail_check,
+        // still open when the failure ended the iteration
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"transaction\", \"name\": \"transaction "
+        "b\", \"script\": \"f.orb\", \"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"the "
+        "iteration ended at f.orb:9\"}",
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"transaction\", \"name\": \"transaction "
+        "outer\", \"script\": \"f.orb\", \"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"the "
+        "iteration ended at f.orb:9\"}",
+        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"iteration\", \"name\": \"iteration\", "
+        "\"script\": \"f.orb\", \"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"ended at "
+        "f.orb:9\"}",
+    };
+    ASSERT_GE(lines.size(), first.size() + 10) << events;
+    for (size_t i = 0; i < first.size(); ++i) EXPECT_EQ(lines[i], first[i]) << i;
+    // Iteration 2 passes every check and ends each transaction itself.
+    std::string second;
+    for (const std::string &line : lines)
+        if (line.find("\"iter\": 2,") != std::string::npos) second += line + "\n";
+    EXPECT_EQ(second.find("\"ok\": false"), std::string::npos) << second;
+    EXPECT_NE(second.find("\"name\": \"transaction outer\", \"script\": \"f.orb\", \"line\": 12"),
+              std::string::npos)
+        << second;
+    EXPECT_NE(events.find("\"iter\": 3, \"kind\": \"iteration\""), std::string::npos) << events;
+
+    std::string out;
+    EXPECT_EQ(run_runner("--quiet --iterations 3 --stop-on-error f.orb", out), 1);
+    EXPECT_EQ(out.find("iteration 2"), std::string::npos) << out;
+    EXPECT_NE(out.find("transaction outer                        1        1"), std::string::npos)
+        << out;
+    EXPECT_NE(out.find("check logical_type_id                    2        1\n"), std::string::npos)
+        << out;
+}
+
+TEST_F(LoadRun, PaceSpacesIterationsAndNoThinkSkipsThinking) {
+    // Think time of a minute would outlast the test's time-out.
+    script("p.orb", "pace 150\nbegin t\nthink 60000..60000\nend t\n");
+    std::string events;
+    EXPECT_EQ(run_runner("--no-think --iterations 3 --events - p.orb 2>/dev/null", events), 0);
+    std::vector<long long> starts;  // when each iteration's bind ended
+    for (const std::string &line : lines_of(events)) {
+        if (line.find("\"name\": \"bind obj\"") != std::string::npos)
+            starts.push_back(std::stoll(line.substr(6, 13)));
+        if (line.find("\"kind\": \"transaction\"") != std::string::npos) {
+            EXPECT_LT(std::stod(line.substr(line.find("\"ms\": ") + 6)), 30000.0) << line;
+        }
+    }
+    ASSERT_EQ(starts.size(), 3u) << events;
+    // Each start is at least the pace after the one before; a bind takes
+    // far less than the 50 ms of slack.
+    EXPECT_GE(starts[1] - starts[0], 100) << events;
+    EXPECT_GE(starts[2] - starts[1], 100) << events;
+}
+
+// Replies to _non_existent with false, then to the same call with TRANSIENT.
+TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
+    testsupport::TempDir dir;
+    for (const std::string stream : {"file", "-", "fd"}) {
+        peer::ScriptedPeer server;
+        server.accept()
+            .read_message()
+            .send_for([](const peer::Request &r) {
+                return peer::reply(r.request_id, 0, [](peer::Writer &w) { w.octet(0); });
+            })
+            .read_message()
+            .send_for([](const peer::Request &r) {
+                return peer::system_exception_reply(r.request_id, "IDL:omg.org/CORBA/TRANSIENT:1.0",
+                                                    1, 1);
+            })
+            .read_to_eof();
+        server.start();
+        std::string ior =
+            peer::ior_text(peer::ior_bytes("IDL:Thing:1.0", "127.0.0.1", server.port(), "key"));
+        dir.write("e.orb", "bind obj IDL:Thing:1.0 one IOR " + ior +
+                               "\nbegin t\nparams obj _non_existent\ninvoke timeout=3000\n"
+                               "check ^non_existent 0\nend t\ninvoke timeout=3000\n");
+        std::string out, events;
+        const long long before = runner::epoch_ms();
+        if (stream == "file") {
+            EXPECT_EQ(run_runner("--vu 5 --events ev.jsonl e.orb", out), 1) << out;
+            std::ifstream in("ev.jsonl");
+            std::stringstream text;
+            text << in.rdbuf();
+            events = text.str();
+        } else if (stream == "-") {
+            // text goes to standard error, which is dropped here
+            EXPECT_EQ(run_runner("--vu 5 --trace 5 --events - e.orb 2>/dev/null", events), 1);
+        } else {
+            EXPECT_EQ(run_runner("--vu 5 --events fd:3 e.orb 3>ev.fd >/dev/null 2>&1", out), 1);
+            std::ifstream in("ev.fd");
+            std::stringstream text;
+            text << in.rdbuf();
+            events = text.str();
+        }
+        const long long after = runner::epoch_ms();
+        ASSERT_TRUE(server.wait(5000)) << server.failure();
+        std::vector<std::string> lines = lines_of(events);
+        const std::string head = "{\"t\": T, \"vu\": 5, \"iter\": 1, ";
+        const std::vector<std::string> expected = {
+            head +
+                "\"kind\": \"call\", \"name\": \"bind obj\", \"script\": \"e.orb\", \"line\": "
+                "1, \"ms\": MS, \"ok\": true}",
+            head +
+                "\"kind\": \"call\", \"name\": \"params _non_existent\", \"script\": "
+                "\"e.orb\", \"line\": 3, \"ms\": MS, \"ok\": true}",
+            head +
+                "\"kind\": \"call\", \"name\": \"invoke _non_existent twoway\", \"script\": "
+                "\"e.orb\", \"line\": 4, \"ms\": MS, \"ok\": true}",
+            head +
+                "\"kind\": \"check\", \"name\": \"check ^non_existent\", \"script\": "
+                "\"e.orb\", \"line\": 5, \"ms\": MS, \"ok\": true}",
+            head +
+                "\"kind\": \"transaction\", \"name\": \"transaction t\", \"script\": "
+                "\"e.orb\", \"line\": 6, \"ms\": MS, \"ok\": true}",
+            head +
+                "\"kind\": \"call\", \"name\": \"invoke _non_existent twoway\", \"script\": "
+                "\"e.orb\", \"line\": 7, \"ms\": MS, \"ok\": false, \"status\": 1, "
+                "\"index\": 17, \"error\": \"IDL:omg.org/CORBA/TRANSIENT:1.0\"}",
+            head +
+                "\"kind\": \"iteration\", \"name\": \"iteration\", \"script\": \"e.orb\", "
+                "\"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"ended at e.orb:7\"}",
+        };
+        ASSERT_EQ(lines.size(), expected.size()) << stream << "\n" << events;
+        for (size_t i = 0; i < lines.size(); ++i) {
+            std::string fixed = without_times(lines[i]);
+            EXPECT_EQ(fixed, expected[i]) << stream << " " << i;
+            long long t = std::stoll(lines[i].substr(6, 13));
+            EXPECT_TRUE(t >= before && t <= after) << lines[i];
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+// Runs orbelle-run as a user would, for the tool tests.
+#ifndef ORBELLE_TESTS_RUN_TOOL_H
+#define ORBELLE_TESTS_RUN_TOOL_H
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include "tests/peer/peer.h"
+
+namespace testsupport {
+
+// Runs "orbelle-run args" through the shell; output gets standard output
+// (and standard error unless args redirect it). Returns the exit status.
+inline int run_runner(const std::string &args, std::string &output) {
+    std::string command = std::string(ORBELLE_RUNNER_PATH) + " " + args;
+    if (command.find("2>") == std::string::npos) command += " 2>&1";
+    FILE *p = popen(command.c_str(), "r");
+    if (!p) return -1;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) output.append(buffer, n);
+    int status = pclose(p);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A well-formed reference to a port nothing listens on: it binds, and only
+// calls fail.
+inline std::string closed_ior() {
+    return peer::ior_text(peer::ior_bytes("IDL:Thing:1.0", "127.0.0.1", peer::closed_port(), "k"));
+}
+
+}  // namespace testsupport
+
+#endif

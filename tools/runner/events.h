@@ -1,0 +1,58 @@
+// The event stream: one JSON object per line for every call, check,
+// transaction and iteration, for tools that aggregate runs.
+#ifndef ORBELLE_RUNNER_EVENTS_H
+#define ORBELLE_RUNNER_EVENTS_H
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace runner {
+
+struct Event {
+    int64_t t = 0;  // milliseconds since the epoch, when the event ended
+    int vu = 1;
+    int iter = 1;
+    const char *kind = "call";  // call, check, transaction, iteration
+    std::string name;           // as in the summary table
+    std::string script;
+    int line = 0;
+    double ms = 0;
+    bool ok = true;
+    // On failure: the library's status and exception index (calls only)
+    // and what went wrong.
+    bool has_status = false;
+    int status = 0, index = 0;
+    std::string error;
+};
+
+// Milliseconds since the epoch, now.
+int64_t epoch_ms();
+
+// One line of JSON, without its line end. Text that is not UTF-8 has its
+// bad bytes replaced by U+FFFD so that the line stays valid JSON.
+std::string to_json(const Event &event);
+
+class EventWriter {
+public:
+    EventWriter() = default;
+    ~EventWriter();
+    EventWriter(const EventWriter &) = delete;
+    EventWriter &operator=(const EventWriter &) = delete;
+
+    // Opens "-" (standard output, which from then on leads to standard
+    // error for everything else), "fd:N" (a descriptor the parent opened) or
+    // a file path, truncated. False with a message.
+    bool open(const std::string &where, std::string &error);
+    bool is_open() const { return stream_ != nullptr; }
+    // Writes the event as one line and flushes it.
+    void write(const Event &event);
+
+private:
+    FILE *stream_ = nullptr;
+    bool owned_ = false;
+};
+
+}  // namespace runner
+
+#endif

@@ -1,0 +1,303 @@
+// The iteration loop of a session, and the commands that do not call the
+// library: variables, data rows, transactions and pauses. Every outcome
+// is counted for the summary and sent to the event stream here.
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "tools/runner/state.h"
+
+namespace runner {
+namespace {
+
+double elapsed_ms(Clock::time_point since) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - since).count();
+}
+
+double percentile(const std::vector<double> &sorted, double p) {
+    if (sorted.empty()) return 0;
+    size_t i = static_cast<size_t>(p * static_cast<double>(sorted.size() - 1) + 0.5);
+    return sorted[std::min(i, sorted.size() - 1)];
+}
+
+std::string folder_of(const std::string &file) {
+    size_t slash = file.rfind('/');
+    return slash == std::string::npos ? "" : file.substr(0, slash + 1);
+}
+
+void pause_ms(long ms) {
+    if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+}  // namespace
+
+Session::State::State(hostkit::Host &host, std::vector<const Script *> scripts,
+                      const Options &options, FILE *out, EventWriter *events)
+    : host(host),
+      scripts(std::move(scripts)),
+      options(options),
+      out(out),
+      events(events),
+      variables(std::random_device{}()) {}
+
+void Session::State::tally(const Command *cmd, const Result &outcome) {
+    if (outcome.kind != Kind::Iteration) {  // iterations are not rows of the table
+        auto found = timings.find(outcome.name);
+        if (found == timings.end()) {
+            found = timings.emplace(outcome.name, Timings{}).first;
+            timing_order.push_back(outcome.name);
+        }
+        Timings &t = found->second;
+        ++t.count;
+        if (outcome.kind == Kind::Check) t.timed = false;
+        if (t.timed) t.ms.push_back(outcome.ms);
+        if (!outcome.ok) ++t.failures;
+    }
+    if (!outcome.ok && (outcome.kind == Kind::Call || outcome.kind == Kind::Check)) {
+        ++failures;
+        for (auto &open : transactions) open.second.failed = true;
+        if (failed_at.empty() && cmd) failed_at = where(*cmd);
+    }
+    if (events == nullptr || !events->is_open()) return;
+    Event e;
+    e.t = epoch_ms();
+    e.vu = options.vu;
+    e.iter = iteration;
+    static const char *const kinds[] = {"call", "check", "transaction", "iteration"};
+    e.kind = kinds[static_cast<int>(outcome.kind)];
+    e.name = outcome.name;
+    e.script = script ? script->file : "";
+    e.line = cmd ? cmd->line : 0;
+    e.ms = outcome.ms;
+    e.ok = outcome.ok;
+    e.has_status = outcome.has_status;
+    e.status = outcome.status;
+    e.index = outcome.index;
+    e.error = outcome.error;
+    events->write(e);
+}
+
+Step Session::State::script_error(const Command &cmd, const std::string &message) {
+    std::fprintf(out, "%s: %s\n", where(cmd).c_str(), message.c_str());
+    error = true;
+    if (failed_at.empty()) failed_at = where(cmd) + ": " + message;
+    return Step::Error;
+}
+
+void Session::State::end_transactions(const std::string &why) {
+    for (auto &open : transactions) {
+        Result o{Kind::Transaction, "transaction " + open.first, elapsed_ms(open.second.start)};
+        o.ok = false;
+        o.error = why;
+        std::fprintf(out, "%-24s %-32s FAILED: %s  %.3f ms\n", "", o.name.c_str(), why.c_str(),
+                     o.ms);
+        tally(nullptr, o);
+    }
+    transactions.clear();
+}
+
+Step Session::State::step(const Command &cmd, const Command &written) {
+    switch (cmd.verb) {
+        case Verb::Let:
+            variables.set(cmd.args[0], cmd.args[1]);
+            return Step::Next;
+        case Verb::Data: {
+            DataSource &source = data.at(&written);
+            const CsvTable &table = source.table();
+            size_t row = 0;
+            size_t random_row = static_cast<size_t>(
+                variables.uniform(0, static_cast<long long>(table.rows.size()) - 1));
+            if (!source.next(random_row, row)) {
+                std::fprintf(out, "%-24s no row of %s is left for user %d: the user stops\n",
+                             where(cmd).c_str(), cmd.args[0].c_str(), options.vu);
+                return Step::NoMoreRows;
+            }
+            for (size_t c = 0; c < table.columns.size(); ++c)
+                variables.set(
+                    cmd.alias.empty() ? table.columns[c] : cmd.alias + "." + table.columns[c],
+                    table.rows[row][c]);
+            return Step::Next;
+        }
+        case Verb::Begin:
+            transactions[cmd.args[0]] = OpenTransaction{Clock::now(), false};
+            return Step::Next;
+        case Verb::End: {
+            auto it = transactions.find(cmd.args[0]);
+            if (it == transactions.end())
+                return script_error(cmd, "end " + cmd.args[0] + " without its begin");
+            Result o{Kind::Transaction, "transaction " + cmd.args[0], elapsed_ms(it->second.start)};
+            o.ok = !it->second.failed;
+            if (!o.ok) o.error = "a call or check inside failed";
+            transactions.erase(it);
+            if (!o.ok || !options.quiet)
+                std::fprintf(out, "%-24s %-32s %s  %.3f ms\n", where(cmd).c_str(), o.name.c_str(),
+                             o.ok ? "ok" : "FAILED: a call or check inside failed", o.ms);
+            tally(&cmd, o);
+            return Step::Next;
+        }
+        case Verb::Sleep:
+            pause_ms(cmd.number);
+            return Step::Next;
+        case Verb::Think:
+            if (!options.no_think)
+                pause_ms(static_cast<long>(variables.uniform(cmd.number, cmd.number_max)));
+            return Step::Next;
+        case Verb::Pace:
+            pace_ms = cmd.number;
+            return Step::Next;
+        default:
+            return call_step(cmd);
+    }
+}
+
+void Session::State::summary() {
+    std::fprintf(out, "\n%-34s %7s %8s %10s %10s %10s %10s\n", "operation", "count", "failed",
+                 "min ms", "median ms", "p95 ms", "max ms");
+    for (const std::string &name : timing_order) {
+        Timings &t = timings[name];
+        if (!t.timed || t.ms.empty()) {
+            std::fprintf(out, "%-34s %7d %8d\n", name.c_str(), t.count, t.failures);
+            continue;
+        }
+        std::sort(t.ms.begin(), t.ms.end());
+        std::fprintf(out, "%-34s %7d %8d %10.3f %10.3f %10.3f %10.3f\n", name.c_str(), t.count,
+                     t.failures, t.ms.front(), percentile(t.ms, 0.5), percentile(t.ms, 0.95),
+                     t.ms.back());
+    }
+    std::fprintf(out, "%s: %d failure%s\n", failures ? "FAILED" : "OK", failures,
+                 failures == 1 ? "" : "s");
+}
+
+Session::Session(hostkit::Host &host, std::vector<const Script *> scripts, const Options &options,
+                 FILE *out, EventWriter *events)
+    : state_(std::make_unique<State>(host, std::move(scripts), options, out, events)) {}
+
+Session::~Session() = default;
+
+bool Session::prepare(std::string &error) {
+    State &s = *state_;
+    for (const Script *script : s.scripts) {
+        DataColumns columns;
+        for (const Command &cmd : script->commands) {
+            if (cmd.verb != Verb::Data) continue;
+            auto fail = [&](const std::string &message) {
+                error = script->file + ":" + std::to_string(cmd.line) + ": " + message;
+                return false;
+            };
+            if (cmd.has_variables) return fail("a data file's name cannot hold variables");
+            if (cmd.row_mode == RowMode::Unique &&
+                (s.options.vu < 1 || s.options.vu > s.options.users_total))
+                return fail("user " + std::to_string(s.options.vu) + " is not one of the " +
+                            std::to_string(s.options.users_total) +
+                            " users that share the unique rows");
+            std::string path = cmd.args[0];
+            if (path[0] != '/') path = folder_of(script->file) + path;
+            std::ifstream in(path, std::ios::binary);
+            if (!in) return fail("cannot read data file " + path);
+            std::stringstream text;
+            text << in.rdbuf();
+            CsvTable table;
+            if (!parse_csv(path, text.str(), table, error)) return false;
+            columns[cmd.line] = table.columns;
+            s.data.emplace(&cmd, DataSource(std::move(table), cmd.row_mode, s.options.vu,
+                                            s.options.users_total));
+        }
+        if (!check_script(*script, columns, error)) return false;
+    }
+    return true;
+}
+
+Session::Outcome Session::run_iteration(int iteration) {
+    State &s = *state_;
+    s.iteration = iteration;
+    s.failed_at.clear();
+    s.variables.set_user(s.options.vu, iteration);
+    const auto start = Clock::now();
+    Outcome result = Outcome::Ok;
+    for (const Script *script : s.scripts) {
+        s.script = script;
+        for (const Command &written : script->commands) {
+            Command expanded;
+            const Command *cmd = &written;
+            if (written.has_variables) {
+                expanded = written;
+                std::string why;
+                for (std::string &word : expanded.args) {
+                    std::string value;
+                    if (!s.variables.expand(word, value, why)) break;
+                    word = std::move(value);
+                }
+                if (why.empty()) read_pause(expanded, why);
+                if (!why.empty()) {
+                    s.script_error(written, why);
+                    break;
+                }
+                cmd = &expanded;
+            }
+            Step step = s.step(*cmd, written);
+            if (step == Step::NoMoreRows) {
+                s.transactions.clear();
+                return Outcome::NoMoreRows;
+            }
+            if (step == Step::Error || !s.failed_at.empty()) break;
+        }
+        if (!s.failed_at.empty()) break;
+    }
+    if (s.error)
+        result = Outcome::Error;
+    else if (!s.failed_at.empty())
+        result = Outcome::Failed;
+    if (!s.transactions.empty()) s.end_transactions("the iteration ended at " + s.failed_at);
+    Result o{Kind::Iteration, "iteration", elapsed_ms(start)};
+    o.ok = result == Outcome::Ok;
+    if (!o.ok) o.error = "ended at " + s.failed_at;
+    s.tally(nullptr, o);
+    return result;
+}
+
+long Session::pace_ms() const { return state_->pace_ms; }
+
+void Session::finish() {
+    state_->release_all();
+    state_->summary();
+}
+
+int Session::exit_status() const { return state_->error ? 2 : state_->failures ? 1 : 0; }
+
+int Session::run() {
+    State &s = *state_;
+    Clock::time_point last_start{};
+    for (int i = 1; i <= s.options.iterations; ++i) {
+        if (i > 1 && s.pace_ms > 0) {
+            auto next = last_start + std::chrono::milliseconds(s.pace_ms);
+            if (next > Clock::now()) std::this_thread::sleep_until(next);
+        }
+        last_start = Clock::now();
+        if (s.options.iterations > 1 && !s.options.quiet)
+            std::fprintf(s.out, "-- iteration %d of %d\n", i, s.options.iterations);
+        Outcome outcome = run_iteration(i);
+        if (outcome == Outcome::Error || outcome == Outcome::NoMoreRows) break;
+        if (outcome == Outcome::Failed && s.options.stop_on_error) break;
+    }
+    if (s.error) {
+        s.release_all();
+        return 2;
+    }
+    finish();
+    return exit_status();
+}
+
+int run_script(hostkit::Host &host, const Script &script, const Options &options, FILE *out,
+               EventWriter *events) {
+    Session session(host, {&script}, options, out, events);
+    std::string error;
+    if (!session.prepare(error)) {
+        std::fprintf(out, "%s\n", error.c_str());
+        return 2;
+    }
+    return session.run();
+}
+
+}  // namespace runner
