@@ -6,6 +6,22 @@
 #include <random>
 #include <stdexcept>
 
+#ifdef _WIN32
+#include <windows.h>
+
+int setenv(const char *name, const char *value, int) {
+    // The process environment for the library, the C library's copy for
+    // getenv (which cannot hold an empty text).
+    _putenv_s(name, value[0] != '\0' ? value : "");
+    return SetEnvironmentVariableA(name, value) ? 0 : -1;
+}
+
+int unsetenv(const char *name) {
+    _putenv_s(name, "");
+    return SetEnvironmentVariableA(name, nullptr) ? 0 : -1;
+}
+#endif
+
 extern "C" int32_t _iiop_entry(iiop_record *record);
 
 namespace testsupport {

@@ -10,7 +10,11 @@ void *load_library(const char *path) {
     if (path == nullptr || path[0] == '\0') return nullptr;
     // No error box for a missing or broken DLL: the caller reports it.
     UINT old_mode = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
-    HMODULE module = LoadLibraryA(path);
+    // LoadLibrary takes backslashes only.
+    std::string native(path);
+    for (char &c : native)
+        if (c == '/') c = '\\';
+    HMODULE module = LoadLibraryA(native.c_str());
     SetErrorMode(old_mode);
     return reinterpret_cast<void *>(module);
 }
@@ -30,11 +34,10 @@ void unload_library(void *library) {
 }
 
 bool agent_library_path(const char *file_name, std::string *path) {
-    // Windows takes forward slashes in a path; the installation root keeps
-    // whatever separator the user gave it.
+    // The installation root as the user gave it, then Windows' separators.
     const char *root = env("ZANTH_HOME");
     *path = root ? root : "";
-    *path += "/shlib/iiop/";
+    *path += "\\shlib\\iiop\\";
     *path += file_name;
     return root != nullptr;
 }

@@ -139,6 +139,21 @@ long recv_bytes(int fd, void *bytes, size_t length) {
     return n;
 }
 
+bool peer_gone(int fd) {
+    // Winsock has no per-call non-blocking flag: a zero wait tells whether
+    // anything (data, end of stream or a reset) is there to look at.
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(as_socket(fd), &readable);
+    timeval now{0, 0};
+    int rc = ::select(0, &readable, nullptr, nullptr, &now);
+    if (rc == 0) return false;
+    if (rc == SOCKET_ERROR) return true;
+    char byte;
+    int n = ::recv(as_socket(fd), &byte, 1, MSG_PEEK);
+    return n <= 0;
+}
+
 int wait_readable(int fd, long seconds, long microseconds) {
     // A Winsock fd_set is a list of handles, not a bit map: any handle fits.
     fd_set readable;
