@@ -6,6 +6,10 @@
 #   bash demo.sh                    all demo scripts
 #   bash demo.sh --trace 5          the same, with the library's trace
 #   bash demo.sh 04-deferred.orb    one script (any orbelle-run options too)
+#
+# ORBELLE_RUNNER names another runner command (test.sh runs the Windows
+# build's orbelle-run.exe under wine this way), ORBELLE_ZANTH the folder of
+# agent libraries it loads.
 set -uo pipefail
 cd "$(dirname "$0")"
 root=$(pwd)
@@ -69,7 +73,7 @@ export BANK_IOR
 BANK_IOR=$(cat "$run/bank.ior")
 
 # The agent stand-in answers from a plain directory of references.
-export ZANTH_HOME="$build/zanth" ZANTH_AGENT_DIRECTORY="$run/agents.txt"
+export ZANTH_HOME="${ORBELLE_ZANTH:-$build/zanth}" ZANTH_AGENT_DIRECTORY="$run/agents.txt"
 echo "$AGENT_PORT IDL:Banking/Bank:1.0 Bank $BANK_IOR" >"$run/agents.txt"
 
 args=()
@@ -84,7 +88,8 @@ if [ ${#scripts[@]} -eq 0 ]; then
   for s in "$root"/demo/scripts/*.orb; do scripts+=("scripts/$(basename "$s")"); done
 fi
 echo "== running ${scripts[*]}"
-"$build/bin/orbelle-run" -C "$root/demo" "${args[@]}" "${scripts[@]}"
+read -r -a runner <<<"${ORBELLE_RUNNER:-$build/bin/orbelle-run}"
+"${runner[@]}" -C "$root/demo" "${args[@]}" "${scripts[@]}"
 status=$?
 echo "== done (exit status $status); stopping the servers"
 exit $status

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "data/exception_ids.h"
+#include "platform/platform.h"
 
 // Completion status of a system exception.
 enum : uint32_t { COMPLETED_YES = 0, COMPLETED_NO = 1, COMPLETED_MAYBE = 2 };
@@ -82,7 +83,7 @@ int raise_bounds(Environment &env);
 constexpr size_t error_text_size = 512;
 extern char error_text[error_text_size];
 // Replaces error_text with a formatted text, cut to fit.
-void set_error_text(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void set_error_text(const char *format, ...) ORBELLE_PRINTF(1, 2);
 
 // 1 after a system exception Reply, 2 after a user exception Reply; 0 at load
 // and never cleared.

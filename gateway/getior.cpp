@@ -8,6 +8,7 @@
 #include "orbelle/limits.h"
 #include "orbelle/vbagent.h"
 #include "platform/dynload.h"
+#include "platform/platform.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
@@ -88,10 +89,10 @@ void print_catalogue(const char *id, const char *first, const char *second = "")
 bool read_list_line(std::FILE *file, std::string *line) {
     line->clear();
     int c;
-    while ((c = getc_unlocked(file)) != EOF) {
+    while ((c = platform::getc_unlocked(file)) != EOF) {
         if (c == '\n') break;
         if (c == '\r') {
-            int next = getc_unlocked(file);
+            int next = platform::getc_unlocked(file);
             if (next == '\n') break;
             if (next != EOF) std::ungetc(next, file);
         }

@@ -5,6 +5,17 @@
 #define ORBELLE_PLATFORM_H
 
 #include <cstdint>
+#include <cstdio>
+
+// Marks a printf-like function for format checks. On Windows the library
+// uses the C99 printf family, which GCC calls gnu_printf there.
+#if defined(_WIN32) && !defined(__clang__)
+#define ORBELLE_PRINTF(format_index, first_arg) \
+    __attribute__((format(gnu_printf, format_index, first_arg)))
+#else
+#define ORBELLE_PRINTF(format_index, first_arg) \
+    __attribute__((format(printf, format_index, first_arg)))
+#endif
 
 namespace platform {
 
@@ -22,6 +33,16 @@ const char *env(const char *name);
 // The debug channel: fixed marker texts that tell which trace form ran.
 // Goes nowhere unless ORBELLE_DEBUG_CHANNEL is set, then to standard error.
 void debug_output(const char *text);
+
+// Reads one character without taking the stream's lock; the caller owns
+// the stream on one thread.
+inline int getc_unlocked(std::FILE *file) {
+#ifdef _WIN32
+    return _getc_nolock(file);
+#else
+    return ::getc_unlocked(file);
+#endif
+}
 
 }  // namespace platform
 

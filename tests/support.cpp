@@ -1,11 +1,26 @@
 #include "tests/support.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <stdexcept>
+
+#ifdef _WIN32
+#include <windows.h>
+
+int setenv(const char *name, const char *value, int) {
+    // The process environment for the library, the C library's copy for
+    // getenv (which cannot hold an empty text).
+    _putenv_s(name, value[0] != '\0' ? value : "");
+    return SetEnvironmentVariableA(name, value) ? 0 : -1;
+}
+
+int unsetenv(const char *name) {
+    _putenv_s(name, "");
+    return SetEnvironmentVariableA(name, nullptr) ? 0 : -1;
+}
+#endif
 
 extern "C" int32_t _iiop_entry(iiop_record *record);
 
@@ -23,9 +38,19 @@ std::string data_path(const std::string &relative) {
 }
 
 TempDir::TempDir() {
-    char templ[] = "/tmp/orbelle-test-XXXXXX";
-    if (mkdtemp(templ) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = templ;
+    // A fresh folder of a random name; create_directory says whether it
+    // was new, so two tests never share one.
+    std::random_device random;
+    auto base = std::filesystem::temp_directory_path();
+    for (int attempt = 0;; ++attempt) {
+        if (attempt == 100) throw std::runtime_error("no fresh temporary folder");
+        auto candidate = base / ("orbelle-test-" + std::to_string(random()));
+        std::error_code failed;
+        if (std::filesystem::create_directory(candidate, failed)) {
+            path_ = candidate.generic_string();
+            break;
+        }
+    }
     previous_ = std::filesystem::current_path().string();
     std::filesystem::current_path(path_);
 }

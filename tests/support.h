@@ -6,6 +6,13 @@
 
 #include "host/kit/hostkit.h"
 
+#ifdef _WIN32
+// The tests set and clear environment variables the POSIX way. Windows
+// keeps a variable set to the empty text, as the library must see it.
+int setenv(const char *name, const char *value, int overwrite);
+int unsetenv(const char *name);
+#endif
+
 namespace testsupport {
 
 // A host on the linked library, with the kit's slots installed and the

@@ -36,7 +36,7 @@ void format_and_print(const char *format, va_list args) {
     std::free(line);
 }
 
-void print_piece(char *buffer, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void print_piece(char *buffer, const char *format, ...) ORBELLE_PRINTF(2, 3);
 void print_piece(char *buffer, const char *format, ...) {
     va_list args;
     va_start(args, format);

@@ -7,16 +7,17 @@
 #include <cstdint>
 
 #include "orbelle/host.h"
+#include "platform/platform.h"
 
 // 0 means tracing is off. Call sites test it before evaluating arguments.
 extern uint32_t debug_level;
 
 // Formats one line and prints it; appends a newline when the format has none.
 // Does not look at debug_level.
-void dmsg_v(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void dmsg_v(const char *format, ...) ORBELLE_PRINTF(1, 2);
 
 // As dmsg_v, but only when level is not above debug_level.
-void dmsg_filter(uint32_t level, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void dmsg_filter(uint32_t level, const char *format, ...) ORBELLE_PRINTF(2, 3);
 
 // A labelled hex and character dump of length bytes.
 void dmsg_opaque_full(const char *label, const void *bytes, int length);

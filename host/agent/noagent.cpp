@@ -1,3 +1,5 @@
 // A side library that loads but lacks iiop_vb_find_ior: stands for a broken
 // installation, so that a failed lookup can be shown.
-extern "C" __attribute__((visibility("default"))) int iiop_vb_version(void) { return 0; }
+#include "orbelle/vbagent.h"
+
+extern "C" IIOP_VB_EXPORT int iiop_vb_version(void) { return 0; }

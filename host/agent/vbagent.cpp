@@ -58,8 +58,9 @@ bool parse(const std::string &line, entry *e) {
 }
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) const char *iiop_vb_find_ior(
-    const char *repository_id, const char *instance_id, vuprint_fn print, const char *agent_port) {
+extern "C" IIOP_VB_EXPORT const char *iiop_vb_find_ior(const char *repository_id,
+                                                       const char *instance_id, vuprint_fn print,
+                                                       const char *agent_port) {
     std::string port = (agent_port && *agent_port) ? agent_port : IIOP_VB_DEFAULT_AGENT_PORT;
     const char *wanted_instance = instance_id ? instance_id : "";
     say(print, AGENT_NAME ":  asking agent, port='%s' repository id='%s' instance id='%s'",

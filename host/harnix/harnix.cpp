@@ -6,7 +6,11 @@
 #include <ctime>
 #include <vector>
 
+#ifdef _WIN32
+#define HARNIX_EXPORT __declspec(dllexport)
+#else
 #define HARNIX_EXPORT __attribute__((visibility("default")))
+#endif
 
 namespace {
 int32_t run_state = 0;

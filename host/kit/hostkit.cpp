@@ -1,6 +1,10 @@
 #include "host/kit/hostkit.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <dlfcn.h>
+#endif
 
 #include <cstdio>
 #include <cstdlib>
@@ -40,13 +44,35 @@ void kit_print(const char *line) {
 }
 }  // namespace
 
+namespace {
+// The loader's calls, in the one shape both systems fit.
+#ifdef _WIN32
+void *open_library(const char *path, bool loaded_only) {
+    HMODULE module = loaded_only ? GetModuleHandleA(path) : LoadLibraryA(path);
+    return reinterpret_cast<void *>(module);
+}
+void *library_symbol(void *handle, const char *name) {
+    return reinterpret_cast<void *>(GetProcAddress(static_cast<HMODULE>(handle), name));
+}
+std::string loader_error(const char *path) {
+    return std::string(path) + ": LoadLibrary failed, error " + std::to_string(GetLastError());
+}
+#else
+void *open_library(const char *path, bool loaded_only) {
+    return dlopen(path, RTLD_NOW | RTLD_LOCAL | (loaded_only ? RTLD_NOLOAD : 0));
+}
+void *library_symbol(void *handle, const char *name) { return dlsym(handle, name); }
+std::string loader_error(const char *) { return dlerror(); }
+#endif
+}  // namespace
+
 entry_fn load_library(const char *path, std::string *error) {
-    void *handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    void *handle = open_library(path, false);
     if (handle == nullptr) {
-        if (error) *error = dlerror();
+        if (error) *error = loader_error(path);
         return nullptr;
     }
-    void *door = dlsym(handle, "_iiop_entry");
+    void *door = library_symbol(handle, "_iiop_entry");
     if (door == nullptr) {
         if (error) *error = std::string(path) + " has no _iiop_entry";
         return nullptr;
@@ -86,8 +112,8 @@ void set_echo(bool on) { echo = on; }
 void set_capture(bool on) { capture = on; }
 
 void *find_symbol(const char *path, const char *name) {
-    void *handle = dlopen(path, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
-    return handle ? dlsym(handle, name) : nullptr;
+    void *handle = open_library(path, true);
+    return handle ? library_symbol(handle, name) : nullptr;
 }
 
 long allocations() { return allocation_count; }

@@ -8,7 +8,11 @@
 #include <string>
 #include <tuple>
 
+#ifdef _WIN32
+#define TELLCAT_EXPORT __declspec(dllexport)
+#else
 #define TELLCAT_EXPORT __attribute__((visibility("default")))
+#endif
 
 namespace {
 using Key = std::tuple<int, int, int>;

@@ -156,7 +156,11 @@ typedef struct iiop_record {
     char *status_text;
 } iiop_record;
 
-#if defined(__GNUC__)
+#if defined(_WIN32) && defined(ORBELLE_BUILDING_LIBRARY)
+#define ORBELLE_EXPORT __declspec(dllexport)
+#elif defined(_WIN32)
+#define ORBELLE_EXPORT
+#elif defined(__GNUC__)
 #define ORBELLE_EXPORT __attribute__((visibility("default")))
 #else
 #define ORBELLE_EXPORT

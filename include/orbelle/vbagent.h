@@ -22,6 +22,13 @@ typedef const char *(*iiop_vb_find_ior_fn)(const char *repository_id, const char
 #define IIOP_VB_FIND_IOR_NAME "iiop_vb_find_ior"
 #define IIOP_VB_DEFAULT_AGENT_PORT "14000"
 
+/* How an agent library exports its functions. */
+#ifdef _WIN32
+#define IIOP_VB_EXPORT __declspec(dllexport)
+#else
+#define IIOP_VB_EXPORT __attribute__((visibility("default")))
+#endif
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,11 +1,31 @@
 #include "tests/peer/peer.h"
 
+#ifdef _WIN32
+#include <winsock2.h>
+#include <ws2tcpip.h>
+// The few calls below in their Winsock spelling.
+#define SOCK_CLOEXEC 0
+#define MSG_NOSIGNAL 0
+#define poll WSAPoll
+namespace {
+int close(int fd) { return closesocket(static_cast<SOCKET>(fd)); }
+int accept4(int fd, sockaddr *address, socklen_t *length, int) {
+    return static_cast<int>(::accept(static_cast<SOCKET>(fd), address, length));
+}
+// Winsock is up before the first socket of a test program.
+const bool winsock_up = [] {
+    WSADATA data;
+    return WSAStartup(MAKEWORD(2, 2), &data) == 0;
+}();
+}  // namespace
+#else
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#endif
 
 #include <cerrno>
 #include <chrono>
@@ -131,7 +151,8 @@ ScriptedPeer::ScriptedPeer() {
     listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (listen_fd_ < 0) throw std::runtime_error("peer: socket");
     int one = 1;
-    setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, reinterpret_cast<const char *>(&one),
+               sizeof one);
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -171,7 +192,8 @@ ScriptedPeer &ScriptedPeer::accept(bool keep_current) {
         conn_fd_ = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
         if (conn_fd_ < 0) return false;
         int one = 1;
-        setsockopt(conn_fd_, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        setsockopt(conn_fd_, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char *>(&one),
+                   sizeof one);
         ++connections_;
         return true;
     });
@@ -257,7 +279,9 @@ bool ScriptedPeer::wait(int ms) {
 bool ScriptedPeer::wait_readable(int fd) {
     auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStepLimitMs);
     while (!stop_) {
-        pollfd p{fd, POLLIN, 0};
+        pollfd p{};
+        p.fd = fd;
+        p.events = POLLIN;
         int rc = ::poll(&p, 1, kPollSliceMs);
         if (rc > 0) return true;
         if (rc < 0 && errno != EINTR) return false;

@@ -1,6 +1,12 @@
 // orbelle-run: a command-line host that runs script files through the
 // library's door, loaded with dlopen as a real host loads it.
+#ifdef _WIN32
+#include <io.h>
+#include <windows.h>
+#define R_OK 4
+#else
 #include <unistd.h>
+#endif
 
 #include <cerrno>
 #include <cstdio>
@@ -34,18 +40,38 @@ const char usage[] =
     "  --library PATH     the library to load (default: liborbelle.so beside this program)\n"
     "  -C DIR             change to DIR first (descriptions are read from DIR/idl)\n";
 
-std::string default_library() {
+#ifdef _WIN32
+const char kLibraryName[] = "orbelle.dll";
+
+// This program's own path, or empty.
+std::string own_path() {
+    char self[MAX_PATH];
+    DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
+    if (n == 0 || n >= sizeof self) return "";
+    std::string path(self, n);
+    for (char &c : path)
+        if (c == '\\') c = '/';
+    return path;
+}
+#else
+const char kLibraryName[] = "liborbelle.so";
+
+std::string own_path() {
     char self[4096];
     ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) return "liborbelle.so";
-    self[n] = '\0';
-    std::string dir(self);
+    return n <= 0 ? "" : std::string(self, static_cast<size_t>(n));
+}
+#endif
+
+std::string default_library() {
+    std::string dir = own_path();
+    if (dir.empty()) return kLibraryName;
     dir = dir.substr(0, dir.rfind('/'));
-    for (const char *rel : {"/liborbelle.so", "/../lib/liborbelle.so"}) {
-        std::string candidate = dir + rel;
+    for (const char *rel : {"/", "/../lib/"}) {
+        std::string candidate = dir + rel + kLibraryName;
         if (access(candidate.c_str(), R_OK) == 0) return candidate;
     }
-    return "liborbelle.so";
+    return kLibraryName;
 }
 
 bool read_number(const char *text, long min, long max, long &out) {

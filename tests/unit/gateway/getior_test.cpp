@@ -10,6 +10,12 @@
 
 namespace {
 const std::string zanth = std::string(ORBELLE_BINARY_DIR) + "/zanth";
+// Where the agent libraries lie below ZANTH_HOME, in the system's separators.
+#ifdef _WIN32
+const std::string shlib = "\\shlib\\iiop\\";
+#else
+const std::string shlib = "/shlib/iiop/";
+#endif
 const char naming[] = "IDL:omg.org/CosNaming/NamingContext:1.0";
 
 struct GetIor : ::testing::Test {
@@ -102,8 +108,8 @@ TEST_F(GetIor, ListFileLineOfThousandCharactersEndsTheSearch) {
 
 TEST_F(GetIor, VisibrokerAsksTheSideLibraryAtThePortAsWritten) {
     EXPECT_EQ(run("Visibroker"), "IOR:default");
-    EXPECT_EQ(out(), "get_ior:  Visibroker modus\nget_ior:  dllpath=[" + zanth +
-                         "/shlib/iiop/brokvane.dll]\n"
+    EXPECT_EQ(out(), "get_ior:  Visibroker modus\nget_ior:  dllpath=[" + zanth + shlib +
+                         "brokvane.dll]\n"
                          "get_ior:  Visibroker modus successfully loaded brokvane.dll\n"
                          "get_ior:  Visibroker modus, default agent port 14000\n"
                          "brokvane:  asking agent, port='' repository id='A' instance id='one'"
@@ -125,7 +131,7 @@ TEST_F(GetIor, VisibrokerAsksTheSideLibraryAtThePortAsWritten) {
 TEST_F(GetIor, VisibrokerNameServiceLoadsOldvaneAndAsksForTheNamingContext) {
     EXPECT_EQ(run("VisibrokerNameService(ns)"), "NameService");
     EXPECT_STREQ(name_service_ior(), "IOR:naming");
-    EXPECT_EQ(line(1), "get_ior:  dllpath=[" + zanth + "/shlib/iiop/oldvane.dll]\n");
+    EXPECT_EQ(line(1), "get_ior:  dllpath=[" + zanth + shlib + "oldvane.dll]\n");
     EXPECT_EQ(line(2), "get_ior:  VisibrokerNameService modus successfully loaded brokvane.dll\n");
     EXPECT_EQ(line(8), "get_ior:  IOR=IOR:naming\n");
     EXPECT_EQ(run("Visibroker"), "IOR:default");  // the library loaded first serves
@@ -138,10 +144,9 @@ TEST_F(GetIor, VisibrokerNameServiceLoadsOldvaneAndAsksForTheNamingContext) {
 TEST_F(GetIor, FailedLoadGivesTheEmptyTextUntilALibraryLoads) {
     unsetenv("ZANTH_HOME");
     EXPECT_EQ(run("Visibroker"), "");
-    EXPECT_EQ(out(),
-              "get_ior:  Visibroker modus\nget_ior:  dllpath=[/shlib/iiop/brokvane.dll]\n"
-              "get_ior:  Visibroker modus failed, unable to load\n"
-              "          /shlib/iiop/brokvane.dll\n");
+    EXPECT_EQ(out(), "get_ior:  Visibroker modus\nget_ior:  dllpath=[" + shlib + "brokvane.dll]\n" +
+                         "get_ior:  Visibroker modus failed, unable to load\n" + "          " +
+                         shlib + "brokvane.dll\n");
     setenv("ZANTH_HOME", (zanth + "-broken").c_str(), 1);  // no iiop_vb_find_ior there
     EXPECT_EQ(run("VisibrokerNameService(ns)"), "");
     EXPECT_EQ(line(2), "get_ior:  Visibroker modus failed, unable to load\n");

@@ -1,6 +1,5 @@
 #include "platform/socket.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include "tests/peer/peer.h"
@@ -12,7 +11,9 @@ TEST(Socket, SendToClosedPeerFailsWithoutSignal) {
     p.accept().close();
     p.start();
     int fd = platform::tcp_socket();
-    ASSERT_EQ(platform::tcp_connect(fd, htonl(0x7f000001), p.port()), 0);
+    uint32_t loopback = 0;
+    ASSERT_TRUE(platform::parse_address("127.0.0.1", &loopback));
+    ASSERT_EQ(platform::tcp_connect(fd, loopback, p.port()), 0);
     ASSERT_TRUE(p.wait());
     std::string block(65536, 'x');
     long rc = 0;

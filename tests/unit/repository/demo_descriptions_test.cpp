@@ -1,9 +1,9 @@
 // The demo bank's generated descriptions (demo/idl) as a script sees them:
 // every operation of every interface gives its parameter list.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -38,14 +38,11 @@ std::vector<Operation> operations_of(const std::string &path) {
 class DemoDescriptions : public ::testing::Test {
 protected:
     void SetUp() override {
-        previous_ = get_current_dir_name();
-        ASSERT_EQ(chdir(ORBELLE_TEST_DATA "/../../demo"), 0);
+        previous_ = std::filesystem::current_path();
+        std::filesystem::current_path(ORBELLE_TEST_DATA "/../../demo");
         set_debug_level(5);
     }
-    void TearDown() override {
-        EXPECT_EQ(chdir(previous_), 0);
-        free(previous_);
-    }
+    void TearDown() override { std::filesystem::current_path(previous_); }
 
     // The names of the operation's list, after asking again with every
     // sequence length the list shows set to 2, until no new length shows.
@@ -77,7 +74,7 @@ protected:
     }
 
     hostkit::Host host = testsupport::linked_host();
-    char *previous_ = nullptr;
+    std::filesystem::path previous_;
 };
 
 }  // namespace

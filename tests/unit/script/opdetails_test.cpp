@@ -1,7 +1,8 @@
 #include "script/opdetails.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+
+#include <filesystem>
 
 #include "tests/support.h"
 #include "trace/trace.h"
@@ -15,14 +16,11 @@ using Recs = std::vector<std::string>;
 class OperationDetails : public ::testing::Test {
 protected:
     void SetUp() override {
-        previous_ = get_current_dir_name();
-        ASSERT_EQ(chdir(ORBELLE_TEST_DATA), 0);
+        previous_ = std::filesystem::current_path();
+        std::filesystem::current_path(ORBELLE_TEST_DATA);
         set_debug_level(5);
     }
-    void TearDown() override {
-        EXPECT_EQ(chdir(previous_), 0);
-        free(previous_);
-    }
+    void TearDown() override { std::filesystem::current_path(previous_); }
 
     // The list of operation as "name flags type supertype strval", released.
     Recs parms(const char *operation, hostkit::Plist *plist = nullptr, const char *id = names_id) {
@@ -45,7 +43,7 @@ protected:
     }
 
     hostkit::Host host = testsupport::linked_host();
-    char *previous_ = nullptr;
+    std::filesystem::path previous_;
 };
 }  // namespace
 

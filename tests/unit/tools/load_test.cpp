@@ -318,7 +318,13 @@ TEST_F(LoadRun, PaceSpacesIterationsAndNoThinkSkipsThinking) {
 // Replies to _non_existent with false, then to the same call with TRANSIENT.
 TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
     testsupport::TempDir dir;
-    for (const std::string stream : {"file", "-", "fd"}) {
+#ifdef _WIN32
+    // Windows' shell has no descriptor redirections beyond 2.
+    const std::vector<std::string> streams{"file"};
+#else
+    const std::vector<std::string> streams{"file", "-", "fd"};
+#endif
+    for (const std::string &stream : streams) {
         peer::ScriptedPeer server;
         server.accept()
             .read_message()

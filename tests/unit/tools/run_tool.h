@@ -2,7 +2,9 @@
 #ifndef ORBELLE_TESTS_RUN_TOOL_H
 #define ORBELLE_TESTS_RUN_TOOL_H
 
+#ifndef _WIN32
 #include <sys/wait.h>
+#endif
 
 #include <cstdio>
 #include <string>
@@ -22,7 +24,11 @@ inline int run_runner(const std::string &args, std::string &output) {
     size_t n;
     while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) output.append(buffer, n);
     int status = pclose(p);
+#ifdef _WIN32
+    return status;
+#else
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+#endif
 }
 
 // A well-formed reference to a port nothing listens on: it binds, and only
