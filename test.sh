@@ -71,6 +71,9 @@ run_windows() {
        [ -x /usr/lib/wine/wine64 ]; }; then
     echo "== windows: skipped (mingw-w64 or wine64 is not installed)"; return
   fi
+  # The wine prefix is made once, before anything runs in it.
+  ORBELLE_WINEPREFIX="$root/build/windows/wineprefix" ORBELLE_WINE="$(command -v wine64 ||
+    echo /usr/lib/wine/wine64)" "$root/cmake/wine-run.sh" cmd /c exit >/dev/null 2>&1 || true
   run_config windows -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw64.cmake" -DORBELLE_BENCH=OFF \
     -DORBELLE_INTEROP=OFF
   local dir="$root/build/windows"
