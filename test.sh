@@ -87,6 +87,8 @@ run_windows() {
       tail -40 "$dir.demo.log"; failed=$((failed + 1)); broken+=("windows demo")
     fi
   fi
+  # No wine server stays behind.
+  WINEPREFIX="$dir/wineprefix" wineserver -k >/dev/null 2>&1 || true
   local dir32="$root/build/windows32"
   echo "== windows32: configure and build the DLLs"
   if ! { cmake -S "$root" -B "$dir32" -DCMAKE_BUILD_TYPE=RelWithDebInfo \

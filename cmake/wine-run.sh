@@ -9,5 +9,7 @@ if [ ! -d "$WINEPREFIX" ]; then
     mkdir -p "$WINEPREFIX"
     "${ORBELLE_WINE:-wine}" wineboot -i >/dev/null 2>&1
 fi
-wineserver -p 2>/dev/null || true
+# The server outlives this program: it must not hold the caller's output
+# open (ctest would wait for it), so it is started here on /dev/null.
+wineserver -p </dev/null >/dev/null 2>&1 || true
 exec "${ORBELLE_WINE:-wine}" "$@"
