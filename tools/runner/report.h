@@ -1,0 +1,68 @@
+// What a load run found, as the summary, the CSV files and the HTML report
+// show it, and the writers of the two files.
+#ifndef ORBELLE_RUNNER_REPORT_H
+#define ORBELLE_RUNNER_REPORT_H
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace runner {
+
+// The name of the rows that add up every call of the run.
+inline const char kAllCalls[] = "all calls";
+
+// One row of the final table: an operation, a transaction or all calls.
+struct StatsRow {
+    std::string name;  // "Bank.open_account", "transaction open", kAllCalls
+    std::string kind;  // "call", "transaction", "check" or "all"
+    uint64_t count = 0;
+    uint64_t failed = 0;
+    double per_second = 0;  // count over the run's duration
+    bool timed = true;      // checks have no latency: the columns below are 0
+    double min_ms = 0, p50_ms = 0, p90_ms = 0, p95_ms = 0, p99_ms = 0, max_ms = 0;
+};
+
+// Failures with one exception id (or one kind of failure without one).
+struct FailureRow {
+    std::string id;       // "IDL:omg.org/CORBA/TRANSIENT:1.0", "check", ...
+    uint64_t count = 0;
+    std::string example;  // one error text of the group, as a user reads it
+};
+
+// One second of the run for one name (kAllCalls for every call together).
+struct SecondRow {
+    int64_t second = 0;  // from the run's start, 0 for the first second
+    std::string name;
+    uint64_t count = 0;
+    uint64_t failures = 0;
+    double p50_ms = 0, p95_ms = 0, p99_ms = 0;  // 0 when count is 0
+    int users = 0;  // users running at the end of that second
+};
+
+struct RunReport {
+    std::string title;  // "orbelle-run: scripts/06-load.orb"
+    // The run's settings in the order they are shown: ("users", "8"),
+    // ("ramp-up", "2 s"), ("duration", "20 s"), ("scripts", "..."), ...
+    std::vector<std::pair<std::string, std::string>> settings;
+    int64_t started_ms = 0;  // milliseconds since the epoch
+    double duration_s = 0;
+    std::vector<StatsRow> rows;  // calls and transactions in first-seen order, then kAllCalls
+    std::vector<FailureRow> failures;  // most frequent first
+    std::vector<SecondRow> history;    // by second, then name
+};
+
+// Writes one self-contained HTML file: settings, the final table, the
+// failures and charts over time of throughput, failures, p50/p95/p99 latency
+// and users running (from the kAllCalls rows of history). Everything it
+// needs is inside the file; it opens without a network. False with a message.
+bool write_html_report(const RunReport &report, const std::string &path, std::string &error);
+
+// PREFIX_stats.csv (the final table) and PREFIX_history.csv (one row per
+// second and name). False with a message.
+bool write_csv_report(const RunReport &report, const std::string &prefix, std::string &error);
+
+}  // namespace runner
+
+#endif
