@@ -1,0 +1,298 @@
+// The HTML report of a load run: escaping, the figures it shows, runs with
+// no data, a failed write, and (where chromium is installed) the page in a
+// real browser, with the browser check's own failures.
+#include "tools/runner/report.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "tests/support.h"
+
+#ifndef _WIN32
+#include <sys/wait.h>
+#endif
+
+namespace {
+using runner::kAllCalls;
+using runner::RunReport;
+using testsupport::TempDir;
+
+// A run of 8 users over the given seconds, with calls, a transaction, a
+// check, two kinds of failure and a row per second for an operation and
+// for all calls.
+RunReport sample_run(int seconds) {
+    RunReport run;
+    run.title = "orbelle-run: scripts/06-load.orb";
+    run.settings = {{"users", "8"}, {"ramp-up", "2 s"}, {"duration", "30 s"}};
+    run.started_ms = 1795856765000;
+    run.duration_s = seconds;
+    run.rows = {{"Bank.open_account", "call", 1200, 3, 40, true, 0.21, 0.9, 1.8, 2.4, 5.1, 12.3},
+                {"transaction open", "transaction", 1200, 3, 40, true, 1.1, 2.9, 4.8, 6.4, 11, 42},
+                {"check balance", "check", 1200, 1, 40, false},
+                {kAllCalls, "all", 3600, 3, 120, true, 0.11, 0.7, 1.5, 2.0, 4.2, 12.3}};
+    run.failures = {{"IDL:omg.org/CORBA/TRANSIENT:1.0", 3, "TRANSIENT: connection refused"},
+                    {"check", 1, "check ^balance: expected 100, got 90"}};
+    for (int s = 0; s < seconds; ++s) {
+        runner::SecondRow row;
+        row.second = s;
+        row.users = s < 2 ? 4 * (s + 1) : 8;
+        row.count = 100 + static_cast<uint64_t>(20 * (1 + std::sin(s / 3.0)));
+        row.failures = s % 7 == 3;
+        row.p50_ms = 0.7 + 0.1 * std::sin(s);
+        row.p95_ms = 2 + 0.5 * std::cos(s / 2.0);
+        row.p99_ms = 4 + std::sin(s / 4.0);
+        row.name = "Bank.open_account";
+        run.history.push_back(row);
+        row.name = kAllCalls;
+        run.history.push_back(row);
+    }
+    return run;
+}
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string write_page(const RunReport &run, const std::string &path = "report.html") {
+    std::string error;
+    EXPECT_TRUE(runner::write_html_report(run, path, error)) << error;
+    return read_file(path);
+}
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
+// The JSON element the charts are drawn from.
+std::string chart_data(const std::string &page) {
+    const std::string open = "id=\"run-data\">";
+    size_t begin = page.find(open);
+    if (begin == std::string::npos) return "";
+    begin += open.size();
+    return page.substr(begin, page.find("</script>", begin) - begin);
+}
+
+bool valid_utf8(const std::string &text) {
+    for (size_t i = 0; i < text.size();) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        const size_t length = c < 0x80         ? 1
+                              : (c >> 5) == 6  ? 2
+                              : (c >> 4) == 14 ? 3
+                              : (c >> 3) == 30 ? 4
+                                               : 0;
+        if (length == 0 || i + length > text.size()) return false;
+        for (size_t k = 1; k < length; ++k)
+            if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
+        i += length;
+    }
+    return true;
+}
+
+TEST(ReportHtml, EveryTextFromTheModelIsEscaped) {
+    TempDir dir;
+    const std::string hostile[] = {"</script><script>alert(1)</script>",
+                                   "<img src=x onerror=alert(2)>", "</style><!--", "\"q\" & 'a'"};
+    RunReport run = sample_run(3);
+    run.title = hostile[0];
+    run.settings = {{hostile[1], hostile[2]}, {"scripts", hostile[3]}};
+    run.rows[0].name = hostile[0];
+    run.rows[0].kind = hostile[1];
+    run.failures[0].id = hostile[2];
+    run.failures[0].example = hostile[3] + hostile[0];
+    run.history[0].name = hostile[1];
+    const std::string page = write_page(run);
+
+    for (const std::string &text : hostile) EXPECT_EQ(page.find(text), std::string::npos) << text;
+    EXPECT_NE(page.find("<h1>&lt;/script&gt;&lt;script&gt;alert(1)&lt;/script&gt;</h1>"),
+              std::string::npos);
+    EXPECT_NE(page.find("&lt;img src=x onerror=alert(2)&gt;"), std::string::npos);
+    EXPECT_NE(page.find("&quot;q&quot; &amp; &#39;a&#39;"), std::string::npos);
+    // Only the page's own elements: the chart data, uPlot and the charts' script.
+    EXPECT_EQ(count_of(page, "<script"), 3u);
+    EXPECT_EQ(count_of(page, "</script"), 3u);
+    EXPECT_EQ(count_of(page, "<style"), 2u);
+    EXPECT_EQ(count_of(page, "</style"), 2u);
+    EXPECT_EQ(count_of(page, "<!--"), 0u);
+    EXPECT_EQ(count_of(page, "<img"), 0u);
+}
+
+TEST(ReportHtml, TablesShowTheRunsFigures) {
+    TempDir dir;
+    RunReport run = sample_run(0);
+    run.rows[0].per_second = std::nan("");
+    run.rows[0].p99_ms = 1234.4;
+    run.failures[1].example = "xxxxx";
+    for (int i = 0; i < 1500; ++i) run.failures[1].example += "\xC3\xA9";  // é
+    const std::string page = write_page(run);
+
+    // Milliseconds with enough digits, a figure that is not a number shown as a dash.
+    EXPECT_NE(page.find("<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.21</td>"
+                        "<td>0.90</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"),
+              std::string::npos);
+    // A check has a count and failures but no latency.
+    EXPECT_NE(page.find("check balance</td><td class=\"kind\">check</td><td>1200</td>"
+                        "<td class=\"bad\">1</td><td>40.0</td><td></td><td></td><td></td>"
+                        "<td></td><td></td><td></td></tr>"),
+              std::string::npos);
+    EXPECT_NE(page.find("<tr class=\"all\"><td>all calls</td>"), std::string::npos);
+    EXPECT_NE(page.find("<b>3 (0.08%)</b><span>failed</span>"), std::string::npos);
+    // A long example is cut, between two characters, and marked.
+    EXPECT_NE(page.find("\xC3\xA9\xE2\x80\xA6</pre>"), std::string::npos);
+    EXPECT_LT(page.find("xxxxx"), page.find("\xE2\x80\xA6</pre>"));
+    EXPECT_LT(page.find("\xE2\x80\xA6</pre>") - page.find("xxxxx"), 2100u);
+    EXPECT_TRUE(valid_utf8(page));
+}
+
+TEST(ReportHtml, StartTimeIsAUtcDate) {
+    TempDir dir;
+    const struct {
+        int64_t ms;
+        const char *shown;
+    } cases[] = {{951782400000, "Started 2000-02-29 00:00:00 UTC, ran 30.0 s."},
+                 {1709211599999, "Started 2024-02-29 12:59:59 UTC"},
+                 {4102444799000, "Started 2099-12-31 23:59:59 UTC"},
+                 {1, "Started 1970-01-01 00:00:00 UTC"},
+                 {0, "<p class=\"when\">Ran 30.0 s.</p>"}};
+    for (const auto &c : cases) {
+        RunReport run = sample_run(0);
+        run.duration_s = 30;
+        run.started_ms = c.ms;
+        EXPECT_NE(write_page(run).find(c.shown), std::string::npos) << c.shown;
+    }
+}
+
+TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
+    TempDir dir;
+    RunReport run;
+    auto second = [](int64_t s, const char *name, uint64_t count, int users) {
+        runner::SecondRow row;
+        row.second = s;
+        row.name = name;
+        row.count = count;
+        row.failures = count / 10;
+        row.p50_ms = count ? 1.5 : 0;
+        row.p95_ms = count ? 2.25 : 0;
+        row.p99_ms = count ? 1e6 : 0;
+        row.users = users;
+        return row;
+    };
+    // Out of order, a second twice, another name between, a second without calls.
+    run.history = {second(1, kAllCalls, 0, 4),  second(0, "Bank.open", 7, 2),
+                   second(0, kAllCalls, 20, 2), second(2, kAllCalls, 35, 8),
+                   second(1, kAllCalls, 99, 9), second(2, "Bank.open", 5, 8)};
+    EXPECT_EQ(chart_data(write_page(run)),
+              "{\"seconds\":[0,1,2],\"calls\":[20,0,35],\"failures\":[2,0,3],"
+              "\"p50\":[1.5,null,1.5],\"p95\":[2.25,null,2.25],\"p99\":[1e+06,null,1e+06],"
+              "\"users\":[2,4,8]}");
+}
+
+TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
+    TempDir dir;
+    const std::string page = write_page(RunReport{});
+    EXPECT_NE(page.find("<title>Load run</title>"), std::string::npos);
+    EXPECT_NE(page.find("Nothing was called."), std::string::npos);
+    EXPECT_NE(page.find("No failures."), std::string::npos);
+    EXPECT_NE(page.find("data-seconds=\"0\""), std::string::npos);
+    EXPECT_EQ(chart_data(page),
+              "{\"seconds\":[],\"calls\":[],\"failures\":[],\"p50\":[],\"p95\":[],\"p99\":[],"
+              "\"users\":[]}");
+    EXPECT_NE(page.rfind("</html>\n"), std::string::npos);
+}
+
+TEST(ReportHtml, AFailedWriteSaysWhereAndWhy) {
+    TempDir dir;
+    std::string error;
+    EXPECT_FALSE(runner::write_html_report(sample_run(2), "missing/report.html", error));
+    EXPECT_NE(error.find("missing/report.html"), std::string::npos) << error;
+    EXPECT_NE(error.find(": "), std::string::npos) << error;
+}
+
+#ifndef _WIN32
+// Runs the browser check on a report; its exit status, its output in output.
+int check_report(const std::string &report, std::string &output) {
+    const std::string command =
+        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report + " 2>&1";
+    FILE *p = popen(command.c_str(), "r");
+    if (!p) return -1;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) output.append(buffer, n);
+    const int status = pclose(p);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+constexpr int kSkipped = 77;  // the check's status when chromium is absent
+
+TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
+    TempDir dir;
+    const struct {
+        int seconds;
+        const char *says;
+    } cases[] = {{30, "chart pixels: throughput="},
+                 {1, "chart pixels: throughput="},
+                 {0, "no whole second to chart"}};
+    for (const auto &c : cases) {
+        RunReport run = sample_run(c.seconds);
+        // Hostile texts must neither break the page nor run.
+        run.rows[1].name = "</script><script>console.error('injected')</script>";
+        run.failures[0].example = "<img src=x onerror=\"console.error('injected')\">";
+        const std::string path = "run" + std::to_string(c.seconds) + ".html";
+        write_page(run, path);
+        std::string output;
+        const int status = check_report(path, output);
+        if (status == kSkipped) GTEST_SKIP() << output;
+        EXPECT_EQ(status, 0) << c.seconds << " seconds: " << output;
+        EXPECT_NE(output.find(c.says), std::string::npos) << output;
+    }
+}
+
+TEST(ReportBrowser, CheckFailsOnBrokenReports) {
+    TempDir dir;
+    const std::string page = write_page(sample_run(30), "good.html");
+    const size_t script = page.rfind("<script>");
+    const size_t draw = page.find("new uPlot(", script);
+    ASSERT_NE(draw, std::string::npos);
+    std::string empty_users = page;
+    const size_t users = empty_users.find("\"users\":[");
+    std::string nulls = "null";
+    for (int i = 1; i < 30; ++i) nulls += ",null";
+    empty_users.replace(users, empty_users.find(']', users) - users + 1,
+                        "\"users\":[" + nulls + "]");
+    const struct {
+        const char *name;
+        std::string text;
+        const char *says;
+    } cases[] = {
+        // The file ends inside the charts' script, which then never runs.
+        {"cut.html", page.substr(0, draw + 5), "chart throughput was not drawn"},
+        // The charts' script is cut but its element closed: a syntax error.
+        {"syntax.html", page.substr(0, draw + 5) + "\n</script></body></html>\n",
+         "wrote to its console"},
+        {"empty.html", empty_users, "chart users is empty"},
+    };
+    for (const auto &c : cases) {
+        std::ofstream(c.name, std::ios::binary) << c.text;
+        std::string output;
+        const int status = check_report(c.name, output);
+        if (status == kSkipped) GTEST_SKIP() << output;
+        EXPECT_EQ(status, 1) << c.name << ": " << output;
+        EXPECT_NE(output.find(c.says), std::string::npos) << c.name << ": " << output;
+    }
+}
+#else
+TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
+    GTEST_SKIP() << "the browser check runs on Linux, with Debian's chromium";
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,346 @@
+// The HTML report of a load run: one page that holds everything it shows.
+// The settings, the final table and the failures are plain HTML, readable
+// without scripts; the charts are drawn by the inlined uPlot from a JSON
+// element that holds numbers only, so no text from a server or a script ever
+// reaches a script. Every text from the model is escaped.
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+
+#include "tools/runner/report.h"
+#include "tools/runner/report_assets.h"
+
+namespace runner {
+namespace {
+
+// An error text can hold a whole reply of a server; the failures table shows
+// its start, which is enough to recognise the failure.
+constexpr size_t kMaxExampleBytes = 2000;
+
+// Shown in a table cell that has no number.
+constexpr char kNoNumber[] = "\u2013";
+
+void put_text(std::string &out, std::string_view text) {
+    for (char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&#39;";
+                break;
+            case '\t':
+            case '\n':
+            case '\r':
+                out += c;
+                break;
+            default:
+                // Other control characters are errors in a page: show that one was there.
+                if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
+                    out += "\uFFFD";
+                else
+                    out += c;
+        }
+    }
+}
+
+// The start of text, at most max bytes, not cut inside a UTF-8 sequence.
+std::string_view clip(std::string_view text, size_t max) {
+    if (text.size() <= max) return text;
+    size_t end = max;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return text.substr(0, end);
+}
+
+std::string number(double value, std::chars_format format, int precision) {
+    char buffer[64];
+    auto result = std::to_chars(buffer, buffer + sizeof buffer, value, format, precision);
+    if (result.ec != std::errc())
+        result =
+            std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
+    return std::string(buffer, result.ptr);
+}
+
+std::string fixed(double value, int decimals) {
+    if (!std::isfinite(value)) return kNoNumber;
+    return number(value, std::chars_format::fixed, decimals);
+}
+
+// Milliseconds with three significant digits or more: 0.42, 12.5, 1234.
+std::string ms(double value) { return fixed(value, value < 10 ? 2 : value < 1000 ? 1 : 0); }
+
+// A number in the JSON element: null where JSON has none.
+void put_json_number(std::string &out, double value) {
+    if (std::isfinite(value))
+        out += number(value, std::chars_format::general, 6);
+    else
+        out += "null";
+}
+
+int64_t floor_div(int64_t a, int64_t b) { return a / b - (a % b != 0 && (a < 0) != (b < 0)); }
+
+// "2026-11-23 09:06:05 UTC" for milliseconds since the epoch; days become a
+// date of the proleptic Gregorian calendar by whole eras of 400 years.
+std::string utc_time(int64_t epoch_ms) {
+    const int64_t seconds = floor_div(epoch_ms, 1000);
+    int64_t days = floor_div(seconds, 86400);
+    const int64_t of_day = seconds - days * 86400;
+    days += 719468;  // from 1970-01-01 to 0000-03-01
+    const int64_t era = floor_div(days, 146097);
+    const int64_t day_of_era = days - era * 146097;
+    const int64_t year_of_era =
+        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
+    const int64_t day_of_year =
+        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+    const int64_t month_index = (5 * day_of_year + 2) / 153;  // March is 0
+    const int64_t day = day_of_year - (153 * month_index + 2) / 5 + 1;
+    const int64_t month = month_index < 10 ? month_index + 3 : month_index - 9;
+    const int64_t year = year_of_era + era * 400 + (month <= 2);
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%04lld-%02lld-%02lld %02lld:%02lld:%02lld UTC",
+                  static_cast<long long>(year), static_cast<long long>(month),
+                  static_cast<long long>(day), static_cast<long long>(of_day / 3600),
+                  static_cast<long long>(of_day / 60 % 60), static_cast<long long>(of_day % 60));
+    return buffer;
+}
+
+class Page {
+public:
+    explicit Page(const RunReport &report) : report_(report) {}
+
+    std::string render() {
+        out_.reserve(assets::uplot_js.size() + assets::uplot_css.size() + assets::page_js.size() +
+                     assets::page_css.size() + 16384);
+        const std::string title = report_.title.empty() ? "Load run" : report_.title;
+        out_ += "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n";
+        out_ += "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>";
+        put_text(out_, title);
+        out_ += "</title>\n<style>\n";
+        out_ += assets::uplot_css;
+        out_ += "\n</style>\n<style>\n";
+        out_ += assets::page_css;
+        out_ += "\n</style>\n</head>\n<body>\n<main>\n<h1>";
+        put_text(out_, title);
+        out_ += "</h1>\n";
+        when();
+        cards();
+        settings();
+        results();
+        failures();
+        charts();
+        out_ += "</main>\n<script type=\"application/json\" id=\"run-data\">";
+        history_json();
+        out_ += "</script>\n<script>\n";
+        out_ += assets::uplot_js;
+        out_ += "\n</script>\n<script>\n";
+        out_ += assets::page_js;
+        out_ += "\n</script>\n</body>\n</html>\n";
+        return std::move(out_);
+    }
+
+private:
+    void when() {
+        out_ += "<p class=\"when\">";
+        if (report_.started_ms > 0)
+            out_ += "Started " + utc_time(report_.started_ms) + ", ran ";
+        else
+            out_ += "Ran ";
+        out_ += fixed(report_.duration_s, 1) + " s.</p>\n";
+    }
+
+    void card(const std::string &value, const char *label, bool bad = false) {
+        out_ += bad ? "<div class=\"card bad\"><b>" : "<div class=\"card\"><b>";
+        out_ += value + "</b><span>" + label + "</span></div>\n";
+    }
+
+    // The headline figures of every call together.
+    void cards() {
+        auto all = std::find_if(report_.rows.begin(), report_.rows.end(),
+                                [](const StatsRow &row) { return row.name == kAllCalls; });
+        if (all == report_.rows.end()) return;
+        out_ += "<div class=\"cards\">\n";
+        card(std::to_string(all->count), "calls");
+        std::string failed = std::to_string(all->failed);
+        if (all->count > 0)
+            failed +=
+                " (" +
+                fixed(100.0 * static_cast<double>(all->failed) / static_cast<double>(all->count),
+                      2) +
+                "%)";
+        card(failed, "failed", all->failed > 0);
+        card(fixed(all->per_second, 1), "calls/s");
+        card(ms(all->p50_ms), "p50 ms");
+        card(ms(all->p95_ms), "p95 ms");
+        card(ms(all->p99_ms), "p99 ms");
+        out_ += "</div>\n";
+    }
+
+    void settings() {
+        if (report_.settings.empty()) return;
+        out_ += "<h2>Settings</h2>\n<table class=\"settings\">\n";
+        for (const auto &[name, value] : report_.settings) {
+            out_ += "<tr><th>";
+            put_text(out_, name);
+            out_ += "</th><td>";
+            put_text(out_, value);
+            out_ += "</td></tr>\n";
+        }
+        out_ += "</table>\n";
+    }
+
+    void results() {
+        out_ += "<h2>Results</h2>\n";
+        if (report_.rows.empty()) {
+            out_ += "<p class=\"none\">Nothing was called.</p>\n";
+            return;
+        }
+        out_ +=
+            "<table class=\"stats\">\n<tr><th>name</th><th class=\"kind\">kind</th><th>count</th>"
+            "<th>failed</th><th>calls/s</th><th>min ms</th><th>p50 ms</th><th>p90 ms</th>"
+            "<th>p95 ms</th><th>p99 ms</th><th>max ms</th></tr>\n";
+        for (const StatsRow &row : report_.rows) {
+            out_ += row.name == kAllCalls ? "<tr class=\"all\"><td>" : "<tr><td>";
+            put_text(out_, row.name);
+            out_ += "</td><td class=\"kind\">";
+            put_text(out_, row.kind);
+            out_ += "</td><td>" + std::to_string(row.count) + "</td>";
+            out_ += row.failed > 0 ? "<td class=\"bad\">" : "<td>";
+            out_ += std::to_string(row.failed) + "</td><td>" + fixed(row.per_second, 1) + "</td>";
+            for (double value :
+                 {row.min_ms, row.p50_ms, row.p90_ms, row.p95_ms, row.p99_ms, row.max_ms})
+                out_ += "<td>" + (row.timed ? ms(value) : std::string()) + "</td>";
+            out_ += "</tr>\n";
+        }
+        out_ += "</table>\n";
+    }
+
+    void failures() {
+        out_ += "<h2>Failures</h2>\n";
+        if (report_.failures.empty()) {
+            out_ += "<p class=\"none\">No failures.</p>\n";
+            return;
+        }
+        out_ +=
+            "<table class=\"failures\">\n<tr><th>id</th><th>count</th>"
+            "<th class=\"text\">example</th></tr>\n";
+        for (const FailureRow &row : report_.failures) {
+            out_ += "<tr><td>";
+            put_text(out_, row.id);
+            out_ += "</td><td class=\"bad\">" + std::to_string(row.count) +
+                    "</td><td class=\"text\"><pre class=\"example\">";
+            std::string_view example = clip(row.example, kMaxExampleBytes);
+            put_text(out_, example);
+            if (example.size() < row.example.size()) out_ += "\u2026";
+            out_ += "</pre></td></tr>\n";
+        }
+        out_ += "</table>\n";
+    }
+
+    // The run's seconds, from the rows of every call together, in order and
+    // each once (a later row for a second already seen is left out).
+    void pick_seconds() {
+        for (const SecondRow &row : report_.history)
+            if (row.name == kAllCalls) seconds_.push_back(&row);
+        std::stable_sort(
+            seconds_.begin(), seconds_.end(),
+            [](const SecondRow *a, const SecondRow *b) { return a->second < b->second; });
+        seconds_.erase(std::unique(seconds_.begin(), seconds_.end(),
+                                   [](const SecondRow *a, const SecondRow *b) {
+                                       return a->second == b->second;
+                                   }),
+                       seconds_.end());
+    }
+
+    void charts() {
+        pick_seconds();
+        out_ += "<h2>Over time</h2>\n<section id=\"charts\" data-seconds=\"" +
+                std::to_string(seconds_.size()) + "\">\n";
+        if (seconds_.empty()) {
+            out_ += "<p class=\"none\">The run has no whole second to chart.</p>\n</section>\n";
+            return;
+        }
+        out_ += "<div class=\"charts\">\n";
+        static const char *const figures[][2] = {{"throughput", "Throughput (calls/s)"},
+                                                 {"failures", "Failures (per second)"},
+                                                 {"latency", "Latency p50, p95, p99 (ms)"},
+                                                 {"users", "Users running"}};
+        for (const auto &figure : figures)
+            out_ += std::string("<figure id=\"chart-") + figure[0] + "\"><figcaption>" + figure[1] +
+                    "</figcaption></figure>\n";
+        out_ +=
+            "</div>\n<noscript><p class=\"none\">The charts need JavaScript; the tables above "
+            "hold the run's figures.</p></noscript>\n</section>\n";
+    }
+
+    template <typename Value>
+    void json_array(const char *key, Value value) {
+        out_ += std::string("\"") + key + "\":[";
+        for (size_t i = 0; i < seconds_.size(); ++i) {
+            if (i > 0) out_ += ',';
+            put_json_number(out_, value(*seconds_[i]));
+        }
+        out_ += ']';
+    }
+
+    // One array per measure, one entry per second; latency is null in a
+    // second without calls, so that the chart shows a gap, not a zero.
+    void history_json() {
+        auto latency = [](double SecondRow::*field) {
+            return
+                [field](const SecondRow &row) { return row.count > 0 ? row.*field : std::nan(""); };
+        };
+        out_ += '{';
+        json_array("seconds", [](const SecondRow &row) { return double(row.second); });
+        out_ += ',';
+        json_array("calls", [](const SecondRow &row) { return double(row.count); });
+        out_ += ',';
+        json_array("failures", [](const SecondRow &row) { return double(row.failures); });
+        out_ += ',';
+        json_array("p50", latency(&SecondRow::p50_ms));
+        out_ += ',';
+        json_array("p95", latency(&SecondRow::p95_ms));
+        out_ += ',';
+        json_array("p99", latency(&SecondRow::p99_ms));
+        out_ += ',';
+        json_array("users", [](const SecondRow &row) { return double(row.users); });
+        out_ += '}';
+    }
+
+    const RunReport &report_;
+    std::string out_;
+    std::vector<const SecondRow *> seconds_;
+};
+
+}  // namespace
+
+bool write_html_report(const RunReport &report, const std::string &path, std::string &error) {
+    const std::string page = Page(report).render();
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out) {
+        error = "cannot write the report " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    out.write(page.data(), static_cast<std::streamsize>(page.size()));
+    out.close();
+    if (!out) {
+        error = "cannot write the report " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace runner
