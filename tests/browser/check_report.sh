@@ -38,10 +38,27 @@ if ! command -v "$chromium" >/dev/null; then
   exit 77
 fi
 
+# An absolute path; chromium runs in no particular folder.
+absolute() { echo "$(cd "$(dirname "$1")" && pwd)/$(basename "$1")"; }
+
+# The file:// address of a path, its bytes outside the unreserved set
+# percent-encoded.
+file_url() {
+  local path=$1 url="file://" i c
+  local LC_ALL=C
+  for ((i = 0; i < ${#path}; i++)); do
+    c=${path:i:1}
+    case $c in
+      [A-Za-z0-9/._~-]) url+=$c ;;
+      *) url+=$(printf '%%%02X' "'$c") ;;
+    esac
+  done
+  echo "$url"
+}
+
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-url=$(python3 -c 'import pathlib, sys; print(pathlib.Path(sys.argv[1]).resolve().as_uri())' \
-  "$report") || exit 2
+url=$(file_url "$(absolute "$report")")
 
 flags=(--headless --disable-gpu --no-first-run --no-default-browser-check --hide-scrollbars
        --user-data-dir="$work/profile" --window-size=1280,1600 --virtual-time-budget=5000)
@@ -93,7 +110,7 @@ if [ -n "$screenshot" ]; then
   height=$(grep -o '^<html[^>]*data-height="[0-9]*"' "$work/dom.html" | grep -o '[0-9]*"$' | tr -d '"')
   height=${height:-1600}
   [ "$height" -gt $max_height ] && height=$max_height
-  shot=$(python3 -c 'import os, sys; print(os.path.abspath(sys.argv[1]))' "$screenshot")
+  shot=$(absolute "$screenshot")
   flags=("${flags[@]/--window-size=1280,1600/--window-size=1280,$height}")
   if ! timeout -k 5 "$time_limit" "$chromium" "${flags[@]}" --screenshot="$shot" "$url" \
       >/dev/null 2>"$work/shot.log" || [ ! -s "$shot" ]; then
