@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <string_view>
@@ -109,13 +108,11 @@ std::string utc_time(int64_t epoch_ms) {
     const int64_t month_index = (5 * day_of_year + 2) / 153;  // March is 0
     const int64_t day = day_of_year - (153 * month_index + 2) / 5 + 1;
     const int64_t month = month_index < 10 ? month_index + 3 : month_index - 9;
-    const int64_t year = year_of_era + era * 400 + (month <= 2);
-    char buffer[64];
-    std::snprintf(buffer, sizeof buffer, "%04lld-%02lld-%02lld %02lld:%02lld:%02lld UTC",
-                  static_cast<long long>(year), static_cast<long long>(month),
-                  static_cast<long long>(day), static_cast<long long>(of_day / 3600),
-                  static_cast<long long>(of_day / 60 % 60), static_cast<long long>(of_day % 60));
-    return buffer;
+    auto two = [](int64_t n) { return (n < 10 ? "0" : "") + std::to_string(n); };
+    std::string year = std::to_string(year_of_era + era * 400 + (month <= 2));
+    if (year.size() < 4) year.insert(0, 4 - year.size(), '0');
+    return year + "-" + two(month) + "-" + two(day) + " " + two(of_day / 3600) + ":" +
+           two(of_day / 60 % 60) + ":" + two(of_day % 60) + " UTC";
 }
 
 class Page {
