@@ -7,12 +7,18 @@
 #else
 #include <unistd.h>
 #endif
+#ifdef __linux__
+#include <sys/prctl.h>
+
+#include <csignal>
+#endif
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -22,6 +28,7 @@
 #include "tools/runner/load.h"
 #include "tools/runner/run.h"
 #include "tools/runner/script.h"
+#include "tools/runner/serve.h"
 
 namespace {
 
@@ -40,6 +47,10 @@ const char usage[] =
     "  --users-total N    users sharing unique data rows (default $ORBELLE_USERS_TOTAL or 1)\n"
     "  --library PATH     the library to load (default: liborbelle.so beside this program)\n"
     "  -C DIR             change to DIR first (descriptions are read from DIR/idl)\n"
+    "  --serve            serve one user to a driving program (the Locust User\n"
+    "                     class): one iteration for each line run on standard\n"
+    "                     input, its events to --events (needed); ends at end\n"
+    "                     of input and with its parent\n"
     "load mode (one process per virtual user; Linux):\n"
     "  --users N          run N virtual users, each its scripts in a loop\n"
     "  --ramp-up SECONDS  start the users at an even pace across this time (default 0)\n"
@@ -131,7 +142,7 @@ int main(int argc, char **argv) {
     std::string events_path;
     long trace = 0;
     runner::LoadOptions load;
-    bool load_mode = false, iterations_given = false, vu_given = false;
+    bool load_mode = false, iterations_given = false, vu_given = false, serve = false;
     std::vector<std::string> load_only;  // options that need --users
     std::string library = default_library();
     std::vector<std::string> files;
@@ -181,6 +192,8 @@ int main(int argc, char **argv) {
         } else if (arg == "--csv") {
             load.csv_prefix = value("a prefix");
             load_only.push_back(arg);
+        } else if (arg == "--serve") {
+            serve = true;
         } else if (arg == "--quiet") {
             options.quiet = true;
         } else if (arg == "--stop-on-error") {
@@ -220,6 +233,22 @@ int main(int argc, char **argv) {
     if (files.empty()) {
         std::fputs(usage, stderr);
         return 2;
+    }
+    if (serve) {
+        const char *why = load_mode             ? "--serve runs one user: leave out --users"
+                          : iterations_given    ? "--serve runs an iteration for each run line: "
+                                                  "leave out --iterations"
+                          : events_path.empty() ? "--serve needs --events"
+                                                : nullptr;
+        if (why != nullptr) {
+            std::fprintf(stderr, "orbelle-run: %s\n", why);
+            return 2;
+        }
+        options.quiet = true;
+#ifdef __linux__
+        // A served user never outlives the program that drives it.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+#endif
     }
     if (!load_mode && !load_only.empty()) {
         std::fprintf(stderr, "orbelle-run: %s needs --users\n", load_only.front().c_str());
@@ -323,6 +352,8 @@ int main(int argc, char **argv) {
             hostkit::find_export<void (*)(uint32_t)>(library.c_str(), "set_debug_level");
         if (set_level) set_level(static_cast<uint32_t>(trace));
     }
+
+    if (serve) return runner::serve(host, scripts, options, events, std::cin, stdout);
 
     int status = 0;
     for (size_t i = 0; i < sessions.size(); ++i) {

@@ -224,6 +224,7 @@ Session::Outcome Session::run_iteration(int iteration) {
     State &s = *state_;
     s.iteration = iteration;
     s.failed_at.clear();
+    s.error = false;  // a script error ends its iteration; a served user goes on
     s.variables.set_user(s.options.vu, iteration);
     const auto start = Clock::now();
     Outcome result = Outcome::Ok;

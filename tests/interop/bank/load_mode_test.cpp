@@ -225,5 +225,43 @@ TEST_F(LoadMode, RefusesWhatItCannotRun) {
     EXPECT_NE(out.find("user 1 stopped: bad.orb:3:"), std::string::npos) << out;
 }
 
+TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
+    // A failed call ends its iteration, not the user; the next run line
+    // runs the next iteration.
+    script("rows.csv", "n\n1\n");
+    std::string name = script("served.orb",
+                              "data rows.csv unique\n"
+                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+                              "params diag fail\nset which ${ITERATION}\ninvoke\n");
+    script("requests.txt", "run\nbogus\nrun\nrun\n");
+    std::string out;
+    EXPECT_EQ(run("--serve --vu 1 --users-total 1 --events events.jsonl " + name + " <" +
+                      dir_.path() + "/requests.txt",
+                  out),
+              0)
+        << out;
+    EXPECT_NE(out.find("'bogus' is not a request"), std::string::npos) << out;
+    std::string events = read_all(dir_.path() + "/events.jsonl");
+    // Iteration 1: fail(1) raises a user exception; iteration 2 finds no
+    // row left, says so and ends the user before the third run line.
+    EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"call\", \"name\": \"invoke fail twoway\""),
+              std::string::npos)
+        << events;
+    EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"iteration\""), std::string::npos) << events;
+    EXPECT_NE(events.find("\"iter\": 2, \"kind\": \"iteration\", \"name\": \"iteration\", "
+                          "\"script\": \"\", \"line\": 0, \"ms\": 0.000, \"ok\": false, "
+                          "\"error\": \"no data row is left for this user\"}"),
+              std::string::npos)
+        << events;
+    EXPECT_EQ(events.find("\"iter\": 3"), std::string::npos) << events;
+
+    for (const char *args : {"--serve x.orb", "--serve --users 2 --events e x.orb",
+                             "--serve --iterations 2 --events e x.orb"}) {
+        std::string refused;
+        EXPECT_EQ(run(args, refused), 2) << args;
+        EXPECT_NE(refused.find("--serve"), std::string::npos) << refused;
+    }
+}
+
 }  // namespace
 }  // namespace bank
