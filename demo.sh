@@ -6,6 +6,8 @@
 #   bash demo.sh                    all demo scripts
 #   bash demo.sh --trace 5          the same, with the library's trace
 #   bash demo.sh 04-deferred.orb    one script (any orbelle-run options too)
+#   bash demo.sh --load             06-load.orb with 8 users for 20 seconds; the
+#                                   report goes to demo/run/report.html
 #
 # ORBELLE_RUNNER names another runner command (test.sh runs the Windows
 # build's orbelle-run.exe under wine this way), ORBELLE_ZANTH the folder of
@@ -80,6 +82,9 @@ args=()
 scripts=()
 for a in "$@"; do
   case $a in
+    --load)
+      scripts+=("scripts/06-load.orb")
+      args+=(--users 8 --ramp-up 2 --duration 20 --report run/report.html --csv run/load) ;;
     *.orb) scripts+=("scripts/$(basename "$a")") ;;
     *) args+=("$a") ;;
   esac

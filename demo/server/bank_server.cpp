@@ -11,6 +11,8 @@
 //
 // On start-up the server prints one line "NAME IOR:..." per object, then
 // "bank_server: ready". SIGINT or SIGTERM stop it cleanly.
+#include <omniORB4/omniInterceptors.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -153,6 +155,11 @@ int main(int argc, char **argv) {
 
     try {
         CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
+        omniORB::getInterceptors()->serverReceiveRequest.add(
+            [](omni::omniInterceptors::serverReceiveRequest_T::info_T &) -> CORBA::Boolean {
+                demo::DiagnosticsImpl::count_request();
+                return true;
+            });
         Options opt;
         if (!parse(argc, argv, opt)) {
             usage();

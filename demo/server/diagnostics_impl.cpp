@@ -1,5 +1,6 @@
 #include "diagnostics_impl.h"
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 
@@ -210,5 +211,13 @@ CORBA::ULong DiagnosticsImpl::notes_count() {
     std::lock_guard<std::mutex> hold(lock_);
     return count_;
 }
+
+namespace {
+std::atomic<CORBA::ULong> requests{0};
+}  // namespace
+
+void DiagnosticsImpl::count_request() { requests.fetch_add(1, std::memory_order_relaxed); }
+
+CORBA::ULong DiagnosticsImpl::requests_served() { return requests.load(std::memory_order_relaxed); }
 
 }  // namespace demo

@@ -51,6 +51,11 @@ public:
     void note(CORBA::Long n) override;
     CORBA::Long notes_total() override;
     CORBA::ULong notes_count() override;
+    CORBA::ULong requests_served() override;
+
+    // Counts every request the server receives (an omniORB interceptor
+    // calls it before the request is dispatched).
+    static void count_request();
 
 private:
     std::mutex lock_;

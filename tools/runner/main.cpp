@@ -7,20 +7,28 @@
 #else
 #include <unistd.h>
 #endif
+#ifdef __linux__
+#include <sys/prctl.h>
+
+#include <csignal>
+#endif
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/kit/hostkit.h"
+#include "tools/runner/load.h"
 #include "tools/runner/run.h"
 #include "tools/runner/script.h"
+#include "tools/runner/serve.h"
 
 namespace {
 
@@ -38,7 +46,21 @@ const char usage[] =
     "  --vu K             this virtual user's number, ${VU} (default $ORBELLE_VU or 1)\n"
     "  --users-total N    users sharing unique data rows (default $ORBELLE_USERS_TOTAL or 1)\n"
     "  --library PATH     the library to load (default: liborbelle.so beside this program)\n"
-    "  -C DIR             change to DIR first (descriptions are read from DIR/idl)\n";
+    "  -C DIR             change to DIR first (descriptions are read from DIR/idl)\n"
+    "  --serve            serve one user to a driving program (the Locust User\n"
+    "                     class): one iteration for each line run on standard\n"
+    "                     input, its events to --events (needed); ends at end\n"
+    "                     of input and with its parent\n"
+    "load mode (one process per virtual user; Linux):\n"
+    "  --users N          run N virtual users, each its scripts in a loop\n"
+    "  --ramp-up SECONDS  start the users at an even pace across this time (default 0)\n"
+    "  --duration SECONDS stop every user after this time (or give --iterations:\n"
+    "                     each user runs that many)\n"
+    "  --report FILE      write an HTML report with charts (opens offline)\n"
+    "  --csv PREFIX       write PREFIX_stats.csv and PREFIX_history.csv\n"
+    "  --events PATH      every user's events into one file\n"
+    "  A progress line goes to standard error each second; Ctrl-C stops every user\n"
+    "  and still prints the summary and writes the files.\n";
 
 #ifdef _WIN32
 const char kLibraryName[] = "orbelle.dll";
@@ -84,6 +106,18 @@ bool read_number(const char *text, long min, long max, long &out) {
 
 // Most virtual users one run may number.
 constexpr long max_users = 1000000;
+// Most users one machine runs in load mode: each is a process.
+constexpr long max_load_users = 20000;
+// Longest ramp-up or duration, in seconds: a week.
+constexpr double max_seconds = 7 * 24 * 3600;
+
+bool read_seconds(const char *text, double min, double &out) {
+    char *end = nullptr;
+    double v = std::strtod(text, &end);
+    if (end == text || *end != '\0' || !(v >= min && v <= max_seconds)) return false;
+    out = v;
+    return true;
+}
 
 // Reads a whole number from 1 from the environment variable name, if set.
 bool number_from_environment(const char *name, int &out) {
@@ -107,6 +141,9 @@ int main(int argc, char **argv) {
         return 2;
     std::string events_path;
     long trace = 0;
+    runner::LoadOptions load;
+    bool load_mode = false, iterations_given = false, vu_given = false, serve = false;
+    std::vector<std::string> load_only;  // options that need --users
     std::string library = default_library();
     std::vector<std::string> files;
     for (int i = 1; i < argc; ++i) {
@@ -130,6 +167,33 @@ int main(int argc, char **argv) {
                 return 2;
             }
             options.iterations = static_cast<int>(n);
+            iterations_given = true;
+        } else if (arg == "--users") {
+            long n = 0;
+            if (!read_number(value("a count"), 1, max_load_users, n)) {
+                std::fprintf(stderr, "orbelle-run: --users takes a count from 1 to %ld\n",
+                             max_load_users);
+                return 2;
+            }
+            load.users = static_cast<int>(n);
+            load_mode = true;
+        } else if (arg == "--ramp-up" || arg == "--duration") {
+            bool ramp = arg == "--ramp-up";
+            if (!read_seconds(value("seconds"), ramp ? 0 : 0.001,
+                              ramp ? load.ramp_up_s : load.duration_s)) {
+                std::fprintf(stderr, "orbelle-run: %s takes seconds, %s to a week\n", arg.c_str(),
+                             ramp ? "from 0" : "more than 0");
+                return 2;
+            }
+            load_only.push_back(arg);
+        } else if (arg == "--report") {
+            load.report_path = value("a file");
+            load_only.push_back(arg);
+        } else if (arg == "--csv") {
+            load.csv_prefix = value("a prefix");
+            load_only.push_back(arg);
+        } else if (arg == "--serve") {
+            serve = true;
         } else if (arg == "--quiet") {
             options.quiet = true;
         } else if (arg == "--stop-on-error") {
@@ -146,6 +210,7 @@ int main(int argc, char **argv) {
                 return 2;
             }
             (arg == "--vu" ? options.vu : options.users_total) = static_cast<int>(n);
+            vu_given = true;
         } else if (arg == "--library") {
             library = value("a path");
         } else if (arg == "-C") {
@@ -168,6 +233,50 @@ int main(int argc, char **argv) {
     if (files.empty()) {
         std::fputs(usage, stderr);
         return 2;
+    }
+    if (serve) {
+        const char *why = load_mode             ? "--serve runs one user: leave out --users"
+                          : iterations_given    ? "--serve runs an iteration for each run line: "
+                                                  "leave out --iterations"
+                          : events_path.empty() ? "--serve needs --events"
+                                                : nullptr;
+        if (why != nullptr) {
+            std::fprintf(stderr, "orbelle-run: %s\n", why);
+            return 2;
+        }
+        options.quiet = true;
+#ifdef __linux__
+        // A served user never outlives the program that drives it.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+#endif
+    }
+    if (!load_mode && !load_only.empty()) {
+        std::fprintf(stderr, "orbelle-run: %s needs --users\n", load_only.front().c_str());
+        return 2;
+    }
+    if (load_mode) {
+        const char *why =
+            load.duration_s > 0 && iterations_given ? "give --duration or --iterations, not both"
+            : load.duration_s == 0 && !iterations_given ? "--users needs --duration or --iterations"
+            : trace > 0 ? "--trace is for one user: run the script without --users"
+            : vu_given  ? "--users numbers its users itself: leave out --vu and "
+                          "--users-total"
+                        : nullptr;
+        if (why != nullptr) {
+            std::fprintf(stderr, "orbelle-run: %s\n", why);
+            return 2;
+        }
+#ifdef _WIN32
+        std::fprintf(stderr, "orbelle-run: --users needs Linux; on Windows run one user\n");
+        return 2;
+#endif
+        options.iterations = iterations_given ? options.iterations : 0;
+        if (events_path == "-" || events_path.rfind("fd:", 0) == 0) {
+            std::fprintf(stderr, "orbelle-run: with --users, --events takes a file\n");
+            return 2;
+        }
+        load.events_path = events_path;
+        events_path.clear();
     }
 
     // Every script is read and checked before anything is sent.
@@ -203,6 +312,24 @@ int main(int argc, char **argv) {
     }
     hostkit::Host host(door);
 
+#ifndef _WIN32
+    if (load_mode) {
+        // The scripts and their data files are checked once here, before
+        // any user starts.
+        runner::Options check = options;
+        check.users_total = load.users;
+        std::vector<const runner::Script *> list;
+        for (const runner::Script &s : scripts) list.push_back(&s);
+        runner::Session session(host, list, check, stdout, nullptr);
+        if (!session.prepare(error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            return 2;
+        }
+        load.user = options;
+        return runner::run_load(door, scripts, load);
+    }
+#endif
+
     // Each script is a session of its own, with its own summary; all read
     // their data files and are checked before anything is sent.
     std::vector<std::unique_ptr<runner::Session>> sessions;
@@ -225,6 +352,8 @@ int main(int argc, char **argv) {
             hostkit::find_export<void (*)(uint32_t)>(library.c_str(), "set_debug_level");
         if (set_level) set_level(static_cast<uint32_t>(trace));
     }
+
+    if (serve) return runner::serve(host, scripts, options, events, std::cin, stdout);
 
     int status = 0;
     for (size_t i = 0; i < sessions.size(); ++i) {

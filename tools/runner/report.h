@@ -10,8 +10,10 @@
 
 namespace runner {
 
-// The name of the rows that add up every call of the run.
-inline const char kAllCalls[] = "all calls";
+// The name of the rows that add up every request the run sent: the calls
+// of its invoke commands (binds, parameter lists and releases are calls of
+// the library that send nothing, or not each time).
+inline const char kAllCalls[] = "all requests";
 
 // One row of the final table: an operation, a transaction or all calls.
 struct StatsRow {
@@ -26,7 +28,7 @@ struct StatsRow {
 
 // Failures with one exception id (or one kind of failure without one).
 struct FailureRow {
-    std::string id;       // "IDL:omg.org/CORBA/TRANSIENT:1.0", "check", ...
+    std::string id;  // "IDL:omg.org/CORBA/TRANSIENT:1.0", "check", ...
     uint64_t count = 0;
     std::string example;  // one error text of the group, as a user reads it
 };
@@ -38,7 +40,7 @@ struct SecondRow {
     uint64_t count = 0;
     uint64_t failures = 0;
     double p50_ms = 0, p95_ms = 0, p99_ms = 0;  // 0 when count is 0
-    int users = 0;  // users running at the end of that second
+    int users = 0;                              // users running at the end of that second
 };
 
 struct RunReport {
@@ -48,7 +50,7 @@ struct RunReport {
     std::vector<std::pair<std::string, std::string>> settings;
     int64_t started_ms = 0;  // milliseconds since the epoch
     double duration_s = 0;
-    std::vector<StatsRow> rows;  // calls and transactions in first-seen order, then kAllCalls
+    std::vector<StatsRow> rows;        // calls and transactions in first-seen order, then kAllCalls
     std::vector<FailureRow> failures;  // most frequent first
     std::vector<SecondRow> history;    // by second, then name
 };

@@ -1,5 +1,5 @@
-# The HTML report's writer and the scripts and style sheets it inlines,
-# compiled into orbelle_runner.
+# The scripts and style sheets the HTML report inlines, compiled into
+# orbelle_runner (report_html.cpp is in its list).
 set(_report_assets
   uplot_js=${CMAKE_SOURCE_DIR}/third_party/uplot/uPlot.iife.min.js
   uplot_css=${CMAKE_SOURCE_DIR}/third_party/uplot/uPlot.min.css
@@ -19,4 +19,4 @@ add_custom_command(OUTPUT ${ORBELLE_REPORT_ASSETS_CPP}
   DEPENDS ${CMAKE_SOURCE_DIR}/cmake/embed.cmake ${_report_files}
   COMMENT "Embedding the report's scripts and style sheets"
   VERBATIM)
-target_sources(orbelle_runner PRIVATE ${CMAKE_CURRENT_LIST_DIR}/report_html.cpp ${ORBELLE_REPORT_ASSETS_CPP})
+target_sources(orbelle_runner PRIVATE ${ORBELLE_REPORT_ASSETS_CPP})

@@ -164,13 +164,13 @@ private:
         out_ += value + "</b><span>" + label + "</span></div>\n";
     }
 
-    // The headline figures of every call together.
+    // The headline figures of every request together.
     void cards() {
         auto all = std::find_if(report_.rows.begin(), report_.rows.end(),
                                 [](const StatsRow &row) { return row.name == kAllCalls; });
         if (all == report_.rows.end()) return;
         out_ += "<div class=\"cards\">\n";
-        card(std::to_string(all->count), "calls");
+        card(std::to_string(all->count), kAllCalls);
         std::string failed = std::to_string(all->failed);
         if (all->count > 0)
             failed +=
@@ -179,7 +179,7 @@ private:
                       2) +
                 "%)";
         card(failed, "failed", all->failed > 0);
-        card(fixed(all->per_second, 1), "calls/s");
+        card(fixed(all->per_second, 1), "per second");
         card(ms(all->p50_ms), "p50 ms");
         card(ms(all->p95_ms), "p95 ms");
         card(ms(all->p99_ms), "p99 ms");
@@ -202,7 +202,7 @@ private:
     void results() {
         out_ += "<h2>Results</h2>\n";
         if (report_.rows.empty()) {
-            out_ += "<p class=\"none\">Nothing was called.</p>\n";
+            out_ += "<p class=\"none\">Nothing was counted.</p>\n";
             return;
         }
         out_ +=
@@ -247,7 +247,7 @@ private:
         out_ += "</table>\n";
     }
 
-    // The run's seconds, from the rows of every call together, in order and
+    // The run's seconds, from the rows of every request together, in order and
     // each once (a later row for a second already seen is left out).
     void pick_seconds() {
         for (const SecondRow &row : report_.history)
@@ -271,8 +271,8 @@ private:
             return;
         }
         out_ += "<div class=\"charts\">\n";
-        static const char *const figures[][2] = {{"throughput", "Throughput (calls/s)"},
-                                                 {"failures", "Failures (per second)"},
+        static const char *const figures[][2] = {{"throughput", "Requests per second"},
+                                                 {"failures", "Failures per second"},
                                                  {"latency", "Latency p50, p95, p99 (ms)"},
                                                  {"users", "Users running"}};
         for (const auto &figure : figures)
@@ -294,7 +294,7 @@ private:
     }
 
     // One array per measure, one entry per second; latency is null in a
-    // second without calls, so that the chart shows a gap, not a zero.
+    // second without requests, so that the chart shows a gap, not a zero.
     void history_json() {
         auto latency = [](double SecondRow::*field) {
             return

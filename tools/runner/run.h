@@ -2,6 +2,7 @@
 #ifndef ORBELLE_RUNNER_RUN_H
 #define ORBELLE_RUNNER_RUN_H
 
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -15,7 +16,11 @@
 namespace runner {
 
 struct Options {
-    int iterations = 1;
+    int iterations = 1;  // 0: until stop is set
+    // When set (by a signal handler), the user stops before its next
+    // command or at once from a pause; the iteration it was in is dropped
+    // without an event, so every call counted is a call that completed.
+    const volatile std::sig_atomic_t *stop = nullptr;
     bool quiet = false;          // no line per command, only failures and the summary
     bool stop_on_error = false;  // the first failure ends the run, not only its iteration
     bool no_think = false;       // think pauses are skipped
@@ -55,7 +60,8 @@ public:
         Ok,          // every call and check succeeded
         Failed,      // a call or check failed; the rest of the iteration was skipped
         NoMoreRows,  // a unique data line has no row left for this user
-        Error        // the script cannot go on (message printed)
+        Error,       // the script cannot go on (message printed)
+        Stopped      // options.stop was set during the iteration
     };
     // Runs every script once as iteration number iteration (from 1).
     Outcome run_iteration(int iteration);
@@ -68,10 +74,12 @@ public:
     void finish();
     // 0 when nothing failed, 1 when something failed, 2 after an error.
     int exit_status() const;
+    // Where the last iteration ended, "file:line: message" after an error.
+    const std::string &failed_at() const;
 
     // After prepare: options.iterations iterations at the scripts' pace
-    // (ending early as the options and data say), then finish; returns
-    // exit_status.
+    // (ending early as the options, data and stop say), then finish;
+    // returns exit_status.
     int run();
 
     struct State;

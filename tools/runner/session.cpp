@@ -27,8 +27,19 @@ std::string folder_of(const std::string &file) {
     return slash == std::string::npos ? "" : file.substr(0, slash + 1);
 }
 
-void pause_ms(long ms) {
-    if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+bool stopped(const Options &options) { return options.stop != nullptr && *options.stop != 0; }
+
+// Sleeps until then, or less when the user is stopped: a stop is seen
+// within a tenth of a second.
+void pause_until(Clock::time_point then, const Options &options) {
+    constexpr auto slice = std::chrono::milliseconds(100);
+    for (auto now = Clock::now(); now < then && !stopped(options); now = Clock::now())
+        std::this_thread::sleep_for(options.stop ? std::min<Clock::duration>(then - now, slice)
+                                                 : then - now);
+}
+
+void pause_ms(long ms, const Options &options) {
+    if (ms > 0) pause_until(Clock::now() + std::chrono::milliseconds(ms), options);
 }
 
 }  // namespace
@@ -138,11 +149,11 @@ Step Session::State::step(const Command &cmd, const Command &written) {
             return Step::Next;
         }
         case Verb::Sleep:
-            pause_ms(cmd.number);
+            pause_ms(cmd.number, options);
             return Step::Next;
         case Verb::Think:
             if (!options.no_think)
-                pause_ms(static_cast<long>(variables.uniform(cmd.number, cmd.number_max)));
+                pause_ms(static_cast<long>(variables.uniform(cmd.number, cmd.number_max)), options);
             return Step::Next;
         case Verb::Pace:
             pace_ms = cmd.number;
@@ -213,12 +224,17 @@ Session::Outcome Session::run_iteration(int iteration) {
     State &s = *state_;
     s.iteration = iteration;
     s.failed_at.clear();
+    s.error = false;  // a script error ends its iteration; a served user goes on
     s.variables.set_user(s.options.vu, iteration);
     const auto start = Clock::now();
     Outcome result = Outcome::Ok;
     for (const Script *script : s.scripts) {
         s.script = script;
         for (const Command &written : script->commands) {
+            if (stopped(s.options)) {
+                s.transactions.clear();
+                return Outcome::Stopped;
+            }
             Command expanded;
             const Command *cmd = &written;
             if (written.has_variables) {
@@ -266,19 +282,23 @@ void Session::finish() {
 
 int Session::exit_status() const { return state_->error ? 2 : state_->failures ? 1 : 0; }
 
+const std::string &Session::failed_at() const { return state_->failed_at; }
+
 int Session::run() {
     State &s = *state_;
     Clock::time_point last_start{};
-    for (int i = 1; i <= s.options.iterations; ++i) {
+    const int last = s.options.iterations;
+    for (int i = 1; (last == 0 || i <= last) && !stopped(s.options); ++i) {
         if (i > 1 && s.pace_ms > 0) {
-            auto next = last_start + std::chrono::milliseconds(s.pace_ms);
-            if (next > Clock::now()) std::this_thread::sleep_until(next);
+            pause_until(last_start + std::chrono::milliseconds(s.pace_ms), s.options);
+            if (stopped(s.options)) break;
         }
         last_start = Clock::now();
-        if (s.options.iterations > 1 && !s.options.quiet)
-            std::fprintf(s.out, "-- iteration %d of %d\n", i, s.options.iterations);
+        if (last > 1 && !s.options.quiet) std::fprintf(s.out, "-- iteration %d of %d\n", i, last);
         Outcome outcome = run_iteration(i);
-        if (outcome == Outcome::Error || outcome == Outcome::NoMoreRows) break;
+        if (outcome == Outcome::Error || outcome == Outcome::NoMoreRows ||
+            outcome == Outcome::Stopped)
+            break;
         if (outcome == Outcome::Failed && s.options.stop_on_error) break;
     }
     if (s.error) {

@@ -8,7 +8,7 @@
   "use strict";
   var data = JSON.parse(document.getElementById("run-data").textContent);
   var charts = [
-    { id: "throughput", whole: true, series: [["calls/s", "calls", "#2563eb"]] },
+    { id: "throughput", whole: true, series: [["requests/s", "calls", "#2563eb"]] },
     { id: "failures", whole: true, series: [["failures/s", "failures", "#dc2626"]] },
     { id: "latency", whole: false, series: [["p50 ms", "p50", "#16a34a"],
                                             ["p95 ms", "p95", "#d97706"],

@@ -1,0 +1,267 @@
+// orbelle-run --users against the demo bank: counts that match the server's
+// own count of requests it served, CSV files that match the summary, and
+// users that stop on Ctrl-C and die with their parent. Every run is bounded
+// in users, iterations and time, and talks to loopback only.
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tests/interop/bank/bank_fixture.h"
+
+namespace bank {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string read_all(const std::string &path) {
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// Runner processes whose command line holds text (the users of a run are
+// forks of the runner, with its command line).
+int processes_with(const std::string &text) {
+    int found = 0;
+    DIR *proc = opendir("/proc");
+    if (proc == nullptr) return -1;
+    while (dirent *entry = readdir(proc)) {
+        std::string pid = entry->d_name;
+        if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
+        std::string cmdline = read_all("/proc/" + pid + "/cmdline");
+        std::string state = read_all("/proc/" + pid + "/stat");
+        size_t paren = state.rfind(')');
+        bool zombie =
+            paren != std::string::npos && state.size() > paren + 2 && state[paren + 2] == 'Z';
+        if (!zombie && cmdline.find(text) != std::string::npos &&
+            cmdline.find(ORBELLE_RUNNER_PATH) != std::string::npos)
+            ++found;
+    }
+    closedir(proc);
+    return found;
+}
+
+class LoadMode : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(server_.running()) << "bank_server did not start";
+        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
+        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
+    }
+
+    std::string script(const std::string &name, const std::string &text) {
+        std::ofstream(dir_.path() + "/" + name) << text;
+        return name;
+    }
+
+    // orbelle-run with args in the test's folder: its exit status, its
+    // standard output and error together in out.
+    int run(const std::string &args, std::string &out) {
+        std::string command =
+            std::string(ORBELLE_RUNNER_PATH) + " -C " + dir_.path() + " " + args + " 2>&1";
+        FILE *p = popen(command.c_str(), "r");
+        if (p == nullptr) return -1;
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+        int status = pclose(p);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    // The server's count of the requests it has served, this question
+    // included (read from the failed check's message).
+    long requests_served() {
+        std::string out;
+        run(script("count.orb",
+                   "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+                   "params diag requests_served\ninvoke\ncheck ^requests_served -1\n"),
+            out);
+        size_t at = out.find("got '");
+        return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
+    }
+
+    // Starts orbelle-run with args in the background, its output in a file.
+    pid_t start(const std::string &args) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            std::string command = "exec " + std::string(ORBELLE_RUNNER_PATH) + " -C " +
+                                  dir_.path() + " " + args + " >" + dir_.path() + "/out.txt 2>&1";
+            execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        return pid;
+    }
+
+    testsupport::TempDir dir_;
+    BankServer server_{dir_.path()};
+};
+
+// Each iteration: three echoes and a call that fails with TRANSIENT, which
+// ends the iteration.
+const char counted[] =
+    "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+    "params diag echo_long\nset a ${ITERATION}\nset c ${VU}\ninvoke\n"
+    "check ^echo_long ${ITERATION}\n"
+    "begin twice\n"
+    "params diag echo_short\nset a 1\nset c 2\ninvoke\n"
+    "params diag echo_short\nset a 3\nset c 4\ninvoke\n"
+    "end twice\n"
+    "params diag fail\nset which 7\ninvoke\n";
+
+TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
+    long before = requests_served();
+    ASSERT_GT(before, 0);
+    std::string out;
+    int status = run("--users 4 --iterations 5 --csv run " + script("counted.orb", counted), out);
+    long after = requests_served();
+    EXPECT_EQ(status, 1) << out;  // the failing call is a failure
+    // 4 users x 5 iterations x 4 requests, every one served and counted once.
+    EXPECT_EQ(after - before - 1, 80) << out;
+    EXPECT_NE(out.find("all requests                             80      20"), std::string::npos)
+        << out;
+    EXPECT_NE(out.find("invoke echo_short twoway                 40       0"), std::string::npos)
+        << out;
+    EXPECT_NE(out.find("transaction twice                        20       0"), std::string::npos)
+        << out;
+    EXPECT_NE(out.find("      20  IDL:omg.org/CORBA/TRANSIENT:1.0"), std::string::npos) << out;
+    EXPECT_NE(out.find("FAILED: 80 requests in"), std::string::npos) << out;
+    EXPECT_NE(out.find(", 20 failures, 20 iterations"), std::string::npos) << out;
+
+    // The CSV holds the summary's rows, and the history adds up to them.
+    std::string stats = read_all(dir_.path() + "/run_stats.csv");
+    EXPECT_NE(stats.find("\nall requests,all,80,20,"), std::string::npos) << stats;
+    EXPECT_NE(stats.find("\ninvoke echo_long twoway,call,20,0,"), std::string::npos) << stats;
+    EXPECT_NE(stats.find("\ncheck ^echo_long,check,20,0,"), std::string::npos) << stats;
+    std::istringstream history(read_all(dir_.path() + "/run_history.csv"));
+    std::string line;
+    long total = 0;
+    std::getline(history, line);
+    EXPECT_EQ(line, "second,name,count,failures,p50_ms,p95_ms,p99_ms,users");
+    while (std::getline(history, line))
+        if (line.find(",all requests,") != std::string::npos)
+            total += std::stol(line.substr(line.find(",all requests,") + 14));
+    EXPECT_EQ(total, 80);
+}
+
+TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
+    // Users that mostly think: a stop must reach them inside a pause.
+    std::string name = script("thinking.orb",
+                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+                              "params diag echo_long\nset a 1\nset c 1\ninvoke\nthink 3000\n");
+    pid_t pid = start("--users 5 --duration 60 --csv run " + name);
+    ASSERT_GT(pid, 0);
+    // All five started once the progress shows them.
+    auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (read_all(dir_.path() + "/out.txt").find("users 5/5") == std::string::npos &&
+           Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(processes_with(dir_.path()), 6);
+    auto stop = Clock::now();
+    kill(pid, SIGINT);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    double seconds = std::chrono::duration<double>(Clock::now() - stop).count();
+    std::string out = read_all(dir_.path() + "/out.txt");
+    EXPECT_LT(seconds, 3.0) << out;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
+    EXPECT_NE(out.find("stopping every user"), std::string::npos) << out;
+    EXPECT_NE(out.find("OK: 5 requests"), std::string::npos) << out;
+    EXPECT_NE(read_all(dir_.path() + "/run_stats.csv").find("all requests,all,5,0"),
+              std::string::npos);
+    EXPECT_EQ(processes_with(dir_.path()), 0);
+}
+
+TEST_F(LoadMode, UsersDieWithTheirParent) {
+    std::string name = script("busy.orb",
+                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+                              "params diag delay\nset ms 50\ninvoke\n");
+    pid_t pid = start("--users 3 --duration 60 " + name);
+    ASSERT_GT(pid, 0);
+    auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (processes_with(dir_.path()) < 4 && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(processes_with(dir_.path()), 4);
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    deadline = Clock::now() + std::chrono::seconds(2);
+    while (processes_with(dir_.path()) > 0 && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(processes_with(dir_.path()), 0);
+}
+
+TEST_F(LoadMode, RefusesWhatItCannotRun) {
+    struct Case {
+        const char *args, *message;
+    } cases[] = {
+        {"--users 2 x.orb", "--users needs --duration or --iterations"},
+        {"--users 2 --duration 1 --iterations 2 x.orb", "not both"},
+        {"--duration 5 x.orb", "--duration needs --users"},
+        {"--users 0 --duration 1 x.orb", "--users takes a count from 1 to 20000"},
+        {"--users 2 --duration -1 x.orb", "--duration takes seconds"},
+        {"--users 2 --duration 1 --trace 4 x.orb", "--trace is for one user"},
+        {"--users 2 --duration 1 --events - x.orb", "--events takes a file"},
+        {"--users 2 --duration 1 missing.orb", "cannot read missing.orb"},
+    };
+    script("x.orb", "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n");
+    for (const Case &c : cases) {
+        std::string out;
+        EXPECT_EQ(run(c.args, out), 2) << c.args;
+        EXPECT_NE(out.find(c.message), std::string::npos) << c.args << "\n" << out;
+    }
+    // A script error stops the users and the run says so.
+    std::string out;
+    script("bad.orb",
+           "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+           "params diag echo_long\nset no_such 1\ninvoke\n");
+    EXPECT_EQ(run("--users 2 --iterations 3 bad.orb", out), 2) << out;
+    EXPECT_NE(out.find("user 1 stopped: bad.orb:3:"), std::string::npos) << out;
+}
+
+TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
+    // A failed call ends its iteration, not the user; the next run line
+    // runs the next iteration.
+    script("rows.csv", "n\n1\n");
+    std::string name = script("served.orb",
+                              "data rows.csv unique\n"
+                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+                              "params diag fail\nset which ${ITERATION}\ninvoke\n");
+    script("requests.txt", "run\nbogus\nrun\nrun\n");
+    std::string out;
+    EXPECT_EQ(run("--serve --vu 1 --users-total 1 --events events.jsonl " + name + " <" +
+                      dir_.path() + "/requests.txt",
+                  out),
+              0)
+        << out;
+    EXPECT_NE(out.find("'bogus' is not a request"), std::string::npos) << out;
+    std::string events = read_all(dir_.path() + "/events.jsonl");
+    // Iteration 1: fail(1) raises a user exception; iteration 2 finds no
+    // row left, says so and ends the user before the third run line.
+    EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"call\", \"name\": \"invoke fail twoway\""),
+              std::string::npos)
+        << events;
+    EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"iteration\""), std::string::npos) << events;
+    EXPECT_NE(events.find("\"iter\": 2, \"kind\": \"iteration\", \"name\": \"iteration\", "
+                          "\"script\": \"\", \"line\": 0, \"ms\": 0.000, \"ok\": false, "
+                          "\"error\": \"no data row is left for this user\"}"),
+              std::string::npos)
+        << events;
+    EXPECT_EQ(events.find("\"iter\": 3"), std::string::npos) << events;
+
+    for (const char *args : {"--serve x.orb", "--serve --users 2 --events e x.orb",
+                             "--serve --iterations 2 --events e x.orb"}) {
+        std::string refused;
+        EXPECT_EQ(run(args, refused), 2) << args;
+        EXPECT_NE(refused.find("--serve"), std::string::npos) << refused;
+    }
+}
+
+}  // namespace
+}  // namespace bank

@@ -1,0 +1,284 @@
+// What a load run's parent makes of its users' events: the histogram's
+// percentiles against exact ones, events read back as written, totals,
+// history and failure groups that add up, and the CSV files.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "tests/support.h"
+#include "tools/runner/aggregate.h"
+#include "tools/runner/event_reader.h"
+#include "tools/runner/histogram.h"
+#include "tools/runner/report.h"
+
+namespace runner {
+namespace {
+
+// The value at rank ceil(p * n) of sorted values, as the histogram defines it.
+uint64_t exact(const std::vector<uint64_t> &sorted, double p) {
+    size_t rank = static_cast<size_t>(std::ceil(p * static_cast<double>(sorted.size())));
+    return sorted[std::clamp<size_t>(rank, 1, sorted.size()) - 1];
+}
+
+TEST(Histogram, PercentilesWithinOnePercentOfExactOnes) {
+    // Latencies as a loaded server gives them: most fast, a long tail.
+    std::mt19937_64 random(7);
+    std::lognormal_distribution<double> latency(std::log(800.0), 1.2);
+    std::vector<uint64_t> values;
+    Histogram h;
+    for (int i = 0; i < 200000; ++i) {
+        uint64_t v = static_cast<uint64_t>(latency(random));
+        values.push_back(v);
+        h.add(v);
+    }
+    std::sort(values.begin(), values.end());
+    for (double p : {0.0, 0.01, 0.5, 0.9, 0.95, 0.99, 0.999, 1.0}) {
+        double want = static_cast<double>(exact(values, p));
+        double got = static_cast<double>(h.percentile_us(p));
+        EXPECT_LE(std::abs(got - want), std::max(0.01 * want, 0.5)) << "p" << p;
+    }
+    EXPECT_EQ(h.min_us(), values.front());
+    EXPECT_EQ(h.max_us_seen(), values.back());
+    EXPECT_EQ(h.count(), values.size());
+}
+
+TEST(Histogram, EdgesOfItsBucketsAndRange) {
+    // Below 256 µs every value is exact; at each power of two the buckets
+    // widen; beyond the range values count as its top.
+    for (uint64_t v :
+         {uint64_t{0}, uint64_t{1}, uint64_t{255}, uint64_t{256}, uint64_t{257}, uint64_t{511},
+          uint64_t{512}, uint64_t{1} << 20, (uint64_t{1} << 39) + 12345, Histogram::max_us}) {
+        Histogram h;
+        h.add(v);
+        EXPECT_EQ(h.percentile_us(0.5), v) << v;  // one value: clamped to it
+        h.add(v + 1 > Histogram::max_us ? v : v + 1);
+        double got = static_cast<double>(h.percentile_us(1.0));
+        EXPECT_LE(std::abs(got - static_cast<double>(v + 1)), 0.005 * static_cast<double>(v) + 1)
+            << v;
+    }
+    Histogram over;
+    over.add(Histogram::max_us + 1000);
+    over.add_ms(1e300);
+    over.add_ms(-5);
+    EXPECT_EQ(over.max_us_seen(), Histogram::max_us);
+    EXPECT_EQ(over.min_us(), 0u);
+    Histogram empty;
+    EXPECT_EQ(empty.percentile_us(0.99), 0u);
+    EXPECT_EQ(empty.min_us(), 0u);
+}
+
+TEST(Histogram, MergedEqualsAddedTogether) {
+    Histogram a, b, both;
+    for (uint64_t v = 1; v < 100000; v = v * 3 / 2 + 1) {
+        (v % 2 ? a : b).add(v);
+        both.add(v);
+    }
+    a.merge(b);
+    for (double p : {0.1, 0.5, 0.99}) EXPECT_EQ(a.percentile_us(p), both.percentile_us(p));
+    EXPECT_EQ(a.count(), both.count());
+    EXPECT_EQ(a.min_us(), both.min_us());
+    a.clear();
+    EXPECT_EQ(a.count(), 0u);
+    a.merge(b);
+    EXPECT_EQ(a.min_us(), b.min_us());
+}
+
+TEST(EventReader, ReadsBackWhatTheWriterWrites) {
+    Event e;
+    e.t = 1795000000123;
+    e.vu = 17;
+    e.iter = 3;
+    e.kind = "call";
+    e.name = "invoke \"odd\" \\ name\t\x01 caf\xc3\xa9 \xf0\x9f\x98\x80";
+    e.script = "scripts/a b.orb";
+    e.line = 42;
+    e.ms = 12.345;
+    e.ok = false;
+    e.has_status = true;
+    e.status = 1;
+    e.index = 3;
+    e.error = "IDL:omg.org/CORBA/TRANSIENT:1.0 </script>";
+    Event back;
+    ASSERT_TRUE(read_event(to_json(e), back)) << to_json(e);
+    EXPECT_EQ(back.t, e.t);
+    EXPECT_EQ(back.vu, 17);
+    EXPECT_EQ(back.iter, 3);
+    EXPECT_STREQ(back.kind, "call");
+    EXPECT_EQ(back.name, e.name);
+    EXPECT_EQ(back.script, e.script);
+    EXPECT_EQ(back.line, 42);
+    EXPECT_DOUBLE_EQ(back.ms, 12.345);
+    EXPECT_FALSE(back.ok);
+    EXPECT_TRUE(back.has_status);
+    EXPECT_EQ(back.index, 3);
+    EXPECT_EQ(back.error, e.error);
+
+    // Newer keys are passed over; escapes JSON allows are read.
+    ASSERT_TRUE(read_event(R"({"kind": "check", "name": "a\/b\u00e9\ud83d\ude00", "x": [1]})",
+                           back) == false);  // arrays are not ours
+    ASSERT_TRUE(read_event(R"({"kind":"check","name":"a\/b\u00e9\ud83d\ude00","x":null})", back));
+    EXPECT_EQ(back.name, "a/b\xc3\xa9\xf0\x9f\x98\x80");
+    ASSERT_TRUE(read_event(R"({"kind":"later","name":"n"})", back));
+    EXPECT_STREQ(back.kind, "other");
+}
+
+TEST(EventReader, RefusesWhatIsNotAnEvent) {
+    Event e;
+    for (const char *line :
+         {"", "{}", "[]", "{\"kind\":\"call\"}", "{\"name\":\"x\"}",
+          "{\"kind\":\"call\",\"name\":\"x\"", "{\"kind\":\"call\",\"name\":\"x\"} trailing",
+          "{\"kind\":\"call\",\"name\":\"x\",}", "{\"kind\":\"call\",\"name\":\"unterminated}",
+          "{\"kind\":\"call\",\"name\":\"x\",\"vu\":1.5}",
+          "{\"kind\":\"call\",\"name\":\"x\",\"vu\":99999999999}",
+          "{\"kind\":\"call\",\"name\":\"\\q\"}", "{\"kind\":\"call\",\"name\":\"\\u12\"}",
+          "{\"kind\":\"call\",\"name\":\"a\nb\"}", "{\"kind\":call,\"name\":\"x\"}"})
+        EXPECT_FALSE(read_event(line, e)) << line;
+}
+
+Event event(int64_t t, const char *kind, const std::string &name, double ms, bool ok = true,
+            const std::string &error = "") {
+    Event e;
+    e.t = t;
+    e.kind = kind;
+    e.name = name;
+    e.ms = ms;
+    e.ok = ok;
+    e.error = error;
+    return e;
+}
+
+TEST(Aggregator, CountsEachEventOnceInTotalsHistoryAndFailures) {
+    const int64_t start = 1000000;
+    Aggregator totals(start);
+    // Three seconds of calls; one event arrives after its second closed.
+    totals.add(event(start + 10, "call", "invoke add twoway", 1.0));
+    totals.add(event(start + 20, "call", "params add", 0.1));
+    totals.add(event(start + 900, "call", "invoke add twoway", 3.0, false,
+                     "status 1, exception 7, IDL:omg.org/CORBA/TRANSIENT:1.0 (minor 2)"));
+    totals.add(event(start + 1500, "check", "check ^add", 0, false, "expected '2', got '3'"));
+    totals.add(event(start + 1600, "transaction", "transaction t", 5.0, false, "inside"));
+    totals.add(event(start + 1700, "iteration", "iteration", 6.0, false));
+    totals.tick(start + 4000, 2, 2);                                   // closes seconds 0 and 1
+    totals.add(event(start + 500, "call", "invoke add twoway", 2.0));  // late
+    totals.add(event(start - 5000, "call", "invoke add twoway", 2.0, false,
+                     "IDL:omg.org/CORBA/TRANSIENT:1.0"));  // clock before the start
+    RunReport report;
+    totals.finish(start + 5000, report);
+
+    ASSERT_EQ(report.rows.size(), 5u);
+    EXPECT_EQ(report.rows[0].name, "invoke add twoway");
+    EXPECT_EQ(report.rows[0].count, 4u);
+    EXPECT_EQ(report.rows[0].failed, 2u);
+    EXPECT_DOUBLE_EQ(report.rows[0].per_second, 0.8);
+    EXPECT_DOUBLE_EQ(report.rows[0].min_ms, 1.0);
+    EXPECT_DOUBLE_EQ(report.rows[0].max_ms, 3.0);
+    EXPECT_EQ(report.rows[2].name, "check ^add");
+    EXPECT_FALSE(report.rows[2].timed);
+    const StatsRow &all = report.rows.back();
+    EXPECT_EQ(all.name, kAllCalls);
+    EXPECT_EQ(all.count, 4u);  // only invokes send requests
+    EXPECT_EQ(all.failed, 2u);
+    EXPECT_EQ(totals.iterations(), 1u);
+    EXPECT_EQ(totals.failed_iterations(), 1u);
+
+    // Failures by exception id, most frequent first; transactions are not
+    // failures of their own.
+    ASSERT_EQ(report.failures.size(), 2u);
+    EXPECT_EQ(report.failures[0].id, "IDL:omg.org/CORBA/TRANSIENT:1.0");
+    EXPECT_EQ(report.failures[0].count, 2u);
+    EXPECT_EQ(report.failures[1].id, "check failed");
+
+    // Every second from 0 to the end has its all-requests row, and the
+    // history adds up to the totals, late events included.
+    uint64_t requests = 0, named = 0;
+    std::vector<int64_t> seconds;
+    for (const SecondRow &r : report.history) {
+        if (r.name == kAllCalls) {
+            requests += r.count;
+            seconds.push_back(r.second);
+        } else if (r.name == "invoke add twoway") {
+            named += r.count;
+        }
+    }
+    EXPECT_EQ(requests, 4u);
+    EXPECT_EQ(named, 4u);
+    EXPECT_EQ(seconds, (std::vector<int64_t>{0, 1, 2, 3, 4}));
+    EXPECT_EQ(report.history.front().users, 0);
+}
+
+TEST(Aggregator, ProgressLineShowsTheLastSecond) {
+    Aggregator totals(0);
+    for (int i = 1; i <= 100; ++i) totals.add(event(500, "call", "invoke x twoway", i * 0.01));
+    std::string line = totals.tick(1000, 3, 4);
+    EXPECT_NE(line.find("1s  users 3/4  calls/s 100.0  failures 0  p50 0.500 ms  p95 0.949 ms"),
+              std::string::npos)
+        << line;
+    line = totals.tick(2000, 4, 4);
+    EXPECT_NE(line.find("calls/s 0.0"), std::string::npos) << line;
+}
+
+TEST(Aggregator, FailureIds) {
+    Event e = event(0, "call", "invoke x twoway", 1, false,
+                    "status 1, exception 4, "
+                    "IDL:omg.org/CORBA/COMM_FAILURE:1.0, "
+                    "minor 0");
+    EXPECT_EQ(failure_id(e), "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+    e.error = "no reply";
+    e.has_status = true;
+    e.status = 2;
+    e.index = 9;
+    EXPECT_EQ(failure_id(e), "status 2, exception 9");
+    e.kind = "check";
+    e.has_status = false;
+    EXPECT_EQ(failure_id(e), "check failed");
+}
+
+std::string read_all(const std::string &path) {
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+TEST(CsvReport, WritesBothFilesWithQuotedNames) {
+    testsupport::TempDir dir;
+    RunReport report;
+    StatsRow row;
+    row.name = "invoke \"a,b\" twoway";
+    row.kind = "call";
+    row.count = 3;
+    row.failed = 1;
+    row.per_second = 1.5;
+    row.min_ms = 0.1;
+    row.p50_ms = row.p90_ms = row.p95_ms = row.p99_ms = 0.2;
+    row.max_ms = 0.3;
+    report.rows.push_back(row);
+    row.name = "check x";
+    row.kind = "check";
+    row.timed = false;
+    report.rows.push_back(row);
+    SecondRow second;
+    second.second = 0;
+    second.name = kAllCalls;
+    second.count = 3;
+    second.users = 2;
+    report.history.push_back(second);
+    std::string error;
+    ASSERT_TRUE(write_csv_report(report, dir.path() + "/run", error)) << error;
+    EXPECT_EQ(read_all(dir.path() + "/run_stats.csv"),
+              "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,p99_ms,max_ms\n"
+              "\"invoke \"\"a,b\"\" twoway\",call,3,1,1.500,0.100,0.200,0.200,0.200,0.200,0.300\n"
+              "check x,check,3,1,1.500,,,,,,\n");
+    EXPECT_EQ(read_all(dir.path() + "/run_history.csv"),
+              "second,name,count,failures,p50_ms,p95_ms,p99_ms,users\n"
+              "0,all requests,3,0,0.000,0.000,0.000,2\n");
+    EXPECT_FALSE(write_csv_report(report, dir.path() + "/missing/run", error));
+    EXPECT_NE(error.find("missing/run_stats.csv"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace runner

@@ -1,0 +1,220 @@
+#include "tools/runner/event_reader.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace runner {
+namespace {
+
+class Reader {
+public:
+    explicit Reader(std::string_view text) : s_(text) {}
+
+    void blanks() {
+        while (i_ < s_.size() && (s_[i_] == ' ' || s_[i_] == '\t' || s_[i_] == '\r')) ++i_;
+    }
+    bool take(char c) {
+        blanks();
+        if (i_ >= s_.size() || s_[i_] != c) return false;
+        ++i_;
+        return true;
+    }
+    bool at_end() {
+        blanks();
+        return i_ == s_.size();
+    }
+    char peek() {
+        blanks();
+        return i_ < s_.size() ? s_[i_] : '\0';
+    }
+
+    bool string(std::string &out) {
+        out.clear();
+        if (!take('"')) return false;
+        while (i_ < s_.size()) {
+            char c = s_[i_++];
+            if (c == '"') return true;
+            if (static_cast<unsigned char>(c) < 0x20) return false;
+            if (c != '\\') {
+                out += c;
+                continue;
+            }
+            if (i_ >= s_.size()) return false;
+            char e = s_[i_++];
+            switch (e) {
+                case '"':
+                case '\\':
+                case '/':
+                    out += e;
+                    break;
+                case 'b':
+                    out += '\b';
+                    break;
+                case 'f':
+                    out += '\f';
+                    break;
+                case 'n':
+                    out += '\n';
+                    break;
+                case 'r':
+                    out += '\r';
+                    break;
+                case 't':
+                    out += '\t';
+                    break;
+                case 'u': {
+                    unsigned cp = 0;
+                    if (!hex4(cp)) return false;
+                    if (cp >= 0xD800 && cp < 0xDC00 && s_.substr(i_, 2) == "\\u") {
+                        i_ += 2;
+                        unsigned low = 0;
+                        if (!hex4(low) || low < 0xDC00 || low > 0xDFFF) return false;
+                        cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+                    } else if (cp >= 0xD800 && cp < 0xE000) {
+                        cp = 0xFFFD;  // a lone surrogate
+                    }
+                    utf8(cp, out);
+                    break;
+                }
+                default:
+                    return false;
+            }
+        }
+        return false;
+    }
+
+    // A number as text, checked against JSON's grammar loosely (strtod
+    // decides what it is worth).
+    bool number(double &out) {
+        blanks();
+        size_t start = i_;
+        while (i_ < s_.size() && std::strchr("+-0123456789.eE", s_[i_]) != nullptr) ++i_;
+        if (i_ == start || i_ - start > 40) return false;
+        char buf[48];
+        std::memcpy(buf, s_.data() + start, i_ - start);
+        buf[i_ - start] = '\0';
+        char *end = nullptr;
+        out = std::strtod(buf, &end);
+        return *end == '\0';
+    }
+
+    bool word(const char *w) {
+        blanks();
+        size_t n = std::strlen(w);
+        if (s_.substr(i_, n) != w) return false;
+        i_ += n;
+        return true;
+    }
+
+private:
+    bool hex4(unsigned &cp) {
+        if (i_ + 4 > s_.size()) return false;
+        cp = 0;
+        for (int k = 0; k < 4; ++k) {
+            char c = s_[i_++];
+            int d = c >= '0' && c <= '9'   ? c - '0'
+                    : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                    : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                           : -1;
+            if (d < 0) return false;
+            cp = cp * 16 + static_cast<unsigned>(d);
+        }
+        return true;
+    }
+    static void utf8(unsigned cp, std::string &out) {
+        if (cp < 0x80) {
+            out += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            out += static_cast<char>(0xC0 | (cp >> 6));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else if (cp < 0x10000) {
+            out += static_cast<char>(0xE0 | (cp >> 12));
+            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+            out += static_cast<char>(0xF0 | (cp >> 18));
+            out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (cp & 0x3F));
+        }
+    }
+
+    std::string_view s_;
+    size_t i_ = 0;
+};
+
+const char *known_kind(const std::string &kind) {
+    static const char *const kinds[] = {"call", "check", "transaction", "iteration"};
+    for (const char *k : kinds)
+        if (kind == k) return k;
+    return "other";
+}
+
+// Whole numbers that fit an int, as the writer writes them.
+bool to_int(double v, int &out) {
+    if (!(v >= -2147483648.0 && v <= 2147483647.0) || v != static_cast<double>(static_cast<int>(v)))
+        return false;
+    out = static_cast<int>(v);
+    return true;
+}
+
+}  // namespace
+
+bool read_event(std::string_view line, Event &event) {
+    Reader r(line);
+    event = Event{};
+    bool has_kind = false, has_name = false;
+    if (!r.take('{')) return false;
+    if (r.take('}')) return false;
+    std::string key, text;
+    do {
+        if (!r.string(key) || !r.take(':')) return false;
+        char c = r.peek();
+        if (c == '"') {
+            if (!r.string(text)) return false;
+            if (key == "kind") {
+                event.kind = known_kind(text);
+                has_kind = true;
+            } else if (key == "name") {
+                event.name = std::move(text);
+                has_name = true;
+            } else if (key == "script") {
+                event.script = std::move(text);
+            } else if (key == "error") {
+                event.error = std::move(text);
+            }
+        } else if (c == 't' || c == 'f') {
+            bool v = c == 't';
+            if (!r.word(v ? "true" : "false")) return false;
+            if (key == "ok") event.ok = v;
+        } else if (c == 'n') {
+            if (!r.word("null")) return false;
+        } else {
+            double v = 0;
+            if (!r.number(v)) return false;
+            bool fits = true;
+            if (key == "t") {
+                fits = v >= -9.2e18 && v <= 9.2e18;
+                if (fits) event.t = static_cast<int64_t>(v);
+            } else if (key == "ms") {
+                event.ms = v;
+            } else if (key == "vu") {
+                fits = to_int(v, event.vu);
+            } else if (key == "iter") {
+                fits = to_int(v, event.iter);
+            } else if (key == "line") {
+                fits = to_int(v, event.line);
+            } else if (key == "status") {
+                fits = to_int(v, event.status);
+                event.has_status = true;
+            } else if (key == "index") {
+                fits = to_int(v, event.index);
+            }
+            if (!fits) return false;
+        }
+    } while (r.take(','));
+    return r.take('}') && r.at_end() && has_kind && has_name;
+}
+
+}  // namespace runner
