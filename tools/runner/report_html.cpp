@@ -79,8 +79,11 @@ std::string fixed(double value, int decimals) {
     return number(value, std::chars_format::fixed, decimals);
 }
 
-// Milliseconds with three significant digits or more: 0.42, 12.5, 1234.
-std::string ms(double value) { return fixed(value, value < 10 ? 2 : value < 1000 ? 1 : 0); }
+// Milliseconds with three significant digits or more (0.042, 1.25, 12.5,
+// 1234): a call on loopback takes well under a millisecond.
+std::string ms(double value) {
+    return fixed(value, value < 1 ? 3 : value < 10 ? 2 : value < 1000 ? 1 : 0);
+}
 
 // A number in the JSON element: null where JSON has none.
 void put_json_number(std::string &out, double value) {

@@ -120,8 +120,8 @@ TEST(ReportHtml, TablesShowTheRunsFigures) {
     const std::string page = write_page(run);
 
     // Milliseconds with enough digits, a figure that is not a number shown as a dash.
-    EXPECT_NE(page.find("<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.21</td>"
-                        "<td>0.90</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"),
+    EXPECT_NE(page.find("<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
+                        "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"),
               std::string::npos);
     // A check has a count and failures but no latency.
     EXPECT_NE(page.find("check balance</td><td class=\"kind\">check</td><td>1200</td>"
