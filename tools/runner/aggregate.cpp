@@ -161,7 +161,9 @@ std::string Aggregator::tick(int64_t now_ms, int users, int users_total) {
 
 void Aggregator::finish(int64_t end_ms, RunReport &report) {
     int64_t elapsed = std::max<int64_t>(0, end_ms - start_ms_);
-    int64_t last = (elapsed + 999) / 1000;  // the second the run ended in, whole
+    // Whole seconds only: the part of a second in which the users stopped
+    // stays out of the history unless something ended in it.
+    int64_t last = elapsed / 1000;
     if (!open_.empty()) last = std::max(last, open_.rbegin()->first + 1);
     close_seconds_before(last);
     report.started_ms = start_ms_;

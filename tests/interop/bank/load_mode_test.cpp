@@ -120,7 +120,9 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     long before = requests_served();
     ASSERT_GT(before, 0);
     std::string out;
-    int status = run("--users 4 --iterations 5 --csv run " + script("counted.orb", counted), out);
+    int status = run(
+        "--users 4 --iterations 5 --csv run --report report.html " + script("counted.orb", counted),
+        out);
     long after = requests_served();
     EXPECT_EQ(status, 1) << out;  // the failing call is a failure
     // 4 users x 5 iterations x 4 requests, every one served and counted once.
@@ -149,6 +151,21 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
         if (line.find(",all requests,") != std::string::npos)
             total += std::stol(line.substr(line.find(",all requests,") + 14));
     EXPECT_EQ(total, 80);
+
+    // The report of the run opens in a real browser with its charts drawn
+    // (skipped where chromium is not installed).
+    std::string check;
+    FILE *p = popen(("bash " ORBELLE_SOURCE_DIR "/tests/browser/check_report.sh " + dir_.path() +
+                     "/report.html 2>&1")
+                        .c_str(),
+                    "r");
+    ASSERT_NE(p, nullptr);
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) check.append(buf, n);
+    int checked = pclose(p);
+    if (WIFEXITED(checked) && WEXITSTATUS(checked) == 77) GTEST_SKIP() << check;
+    EXPECT_TRUE(WIFEXITED(checked) && WEXITSTATUS(checked) == 0) << check;
 }
 
 TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
