@@ -66,8 +66,9 @@ bool make_room(Fill &f, uint32_t total) {
     return s.grow(next) != 0;
 }
 
-// Waits for more bytes and receives as many as the stream has room for. The first wait lasts the
-// call's time-out (at least a second) and sets the deadline; later waits end at that deadline.
+// Waits for more bytes and receives as many as the stream has room for, in one receive with a
+// time-out. The first wait lasts the call's time-out (at least a second) and sets the deadline;
+// later waits end at that deadline.
 Arrival receive_more(Fill &f) {
     int32_t now = HarnixGetTime();
     int32_t wait;
@@ -90,12 +91,9 @@ Arrival receive_more(Fill &f) {
             return Arrival::TimedOut;
         }
     }
-    int rc = platform::wait_readable(f.conn.fd, wait / 1000, (wait % 1000) * 1000L);
-    if (rc < 0) {
-        TRACE("read_buffer:  select failed errno %d", errno);
-        return Arrival::Failed;
-    }
-    if (rc == 0) {
+    CDR &s = f.stream;
+    long n = platform::recv_within(f.conn.fd, s.base + f.have, s.capacity - f.have, wait);
+    if (n == platform::recv_timed_out) {
         int32_t end = HarnixGetTime();
         // A first wait that ended before the time-out itself passes quietly.
         if (first && static_cast<int64_t>(end) < static_cast<int64_t>(now) + timeout_ms)
@@ -104,8 +102,6 @@ Arrival receive_more(Fill &f) {
         ++timeout_count;
         return Arrival::TimedOut;
     }
-    CDR &s = f.stream;
-    long n = platform::recv_bytes(f.conn.fd, s.base + f.have, s.capacity - f.have);
     if (n == 0) return Arrival::Closed;
     if (n < 0) return Arrival::Failed;
     f.have += static_cast<uint32_t>(n);

@@ -60,6 +60,15 @@ bool peer_gone(int fd);
 // Waits until fd is readable: >0 ready, 0 time-out, <0 failure (errno kept).
 int wait_readable(int fd, long seconds, long microseconds);
 
+// What recv_within returns when nothing came within its time.
+constexpr long recv_timed_out = -2;
+
+// Receives what has come, waiting at most ms milliseconds (at least 1) for
+// the first byte: the count (>0), 0 when the peer closed, recv_timed_out, or
+// -1 with last_socket_error set. One system call in the common case, where
+// the same time-out as before on fd is asked for.
+long recv_within(int fd, void *bytes, size_t length, long ms);
+
 // Parses the numeric address forms inet_addr takes ("a.b.c.d" and shorter).
 // Returns true and stores the address in network order.
 bool parse_address(const char *text, uint32_t *address);

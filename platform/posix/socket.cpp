@@ -22,6 +22,16 @@ uint16_t startup_granted = 0;
 thread_local int socket_error = 0;
 resolve_fn resolve_hook = nullptr;
 
+// The receive time-out last set on each of the lower descriptors (0: not
+// known), so that a call with the same time-out as the last one on its
+// connection costs no setsockopt. Descriptors above keep no record.
+constexpr int remembered_fds = 1024;
+long receive_timeout_ms[remembered_fds];
+
+void forget_receive_timeout(int fd) {
+    if (fd >= 0 && fd < remembered_fds) receive_timeout_ms[fd] = 0;
+}
+
 // Keeps the code of a failed call, as WSAGetLastError would report it.
 int fail(int errno_value) {
     socket_error = winsock_code(errno_value);
@@ -110,7 +120,9 @@ int last_socket_error() { return socket_error; }
 
 int tcp_socket() {
     int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    return fd < 0 ? fail(errno) : fd;
+    if (fd < 0) return fail(errno);
+    forget_receive_timeout(fd);
+    return fd;
 }
 
 int tcp_connect(int fd, uint32_t address, uint16_t port) {
@@ -125,7 +137,10 @@ int tcp_connect(int fd, uint32_t address, uint16_t port) {
     return rc != 0 ? fail(errno) : 0;
 }
 
-int close_socket(int fd) { return ::close(fd) != 0 ? fail(errno) : 0; }
+int close_socket(int fd) {
+    forget_receive_timeout(fd);
+    return ::close(fd) != 0 ? fail(errno) : 0;
+}
 
 long send_bytes(int fd, const void *bytes, size_t length) {
     ssize_t n;
@@ -143,6 +158,30 @@ long recv_bytes(int fd, void *bytes, size_t length) {
     } while (n < 0 && errno == EINTR);
     if (n < 0) fail(errno);
     return static_cast<long>(n);
+}
+
+long recv_within(int fd, void *bytes, size_t length, long ms) {
+    if (ms < 1) ms = 1;
+    if (fd < 0 || fd >= remembered_fds || receive_timeout_ms[fd] != ms) {
+        timeval tv{};
+        tv.tv_sec = ms / 1000;
+        tv.tv_usec = (ms % 1000) * 1000;
+        if (::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv) != 0) {
+            // Not a socket of ours to set up (a harness's pipe): wait first.
+            int rc = wait_readable(fd, ms / 1000, (ms % 1000) * 1000);
+            if (rc <= 0) return rc == 0 ? recv_timed_out : -1;
+            return recv_bytes(fd, bytes, length);
+        }
+        if (fd >= 0 && fd < remembered_fds) receive_timeout_ms[fd] = ms;
+    }
+    ssize_t n;
+    do {
+        n = ::recv(fd, bytes, length, 0);
+    } while (n < 0 && errno == EINTR);
+    if (n >= 0) return static_cast<long>(n);
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return recv_timed_out;
+    fail(errno);
+    return -1;
 }
 
 bool peer_gone(int fd) {

@@ -139,6 +139,15 @@ long recv_bytes(int fd, void *bytes, size_t length) {
     return n;
 }
 
+// A receive time-out leaves a Winsock socket in an undefined state, so the
+// wait stays a select of its own here.
+long recv_within(int fd, void *bytes, size_t length, long ms) {
+    if (ms < 1) ms = 1;
+    int rc = wait_readable(fd, ms / 1000, (ms % 1000) * 1000);
+    if (rc <= 0) return rc == 0 ? recv_timed_out : -1;
+    return recv_bytes(fd, bytes, length);
+}
+
 bool peer_gone(int fd) {
     // Winsock has no per-call non-blocking flag: a zero wait tells whether
     // anything (data, end of stream or a reset) is there to look at.
