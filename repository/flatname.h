@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 constexpr char flat_length_suffix[] = "^length";
@@ -44,8 +45,9 @@ inline bool flat_starts_with_index(const std::string &name) {
 // The first "^length" in name, or null. Runs for every record of a reply's
 // sequences: a plain loop costs less than a library call.
 inline const char *find_flat_length(const char *name) {
-    for (const char *c = name; *c != '\0'; ++c) {
-        if (*c != flat_length_suffix[0]) continue;
+    // strchr looks at many characters a step; this runs for every record of
+    // a sequence.
+    for (const char *c = name; (c = std::strchr(c, flat_length_suffix[0])) != nullptr; ++c) {
         size_t i = 1;
         while (i < flat_length_suffix_size && c[i] == flat_length_suffix[i]) ++i;
         if (i == flat_length_suffix_size) return c;
@@ -58,8 +60,8 @@ inline const char *find_flat_length(const char *name) {
 // name); at itself when no index is opened there.
 inline size_t flat_index_end(const char *name, size_t at) {
     if (name[at] != flat_index_open) return at;
-    while (name[at] != '\0' && name[at] != flat_index_close) ++at;
-    return at;
+    const char *close = std::strchr(name + at, flat_index_close);
+    return close != nullptr ? static_cast<size_t>(close - name) : at + std::strlen(name + at);
 }
 
 #endif
