@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -98,17 +99,28 @@ inline const Operation &operation(uint8_t index) {
     return workdir().operations[index % workdir().operations.size()];
 }
 
-// A request of a script: the operation's parameter list from the door, with
-// every sequence length set to length (so the list shows that many
-// elements), and the request block that carries it.
+// A request of a script: the operation's parameter list as the door makes
+// it, with every sequence length set to length (so the list shows that many
+// elements), and the request block that carries it. The door makes each list
+// once (reading a description costs more than the call); each input gets a
+// copy of its own.
 class ScriptCall {
 public:
     ScriptCall(const Operation &op, int length, int32_t flags) {
-        hostkit::Plist plist;
-        for (const std::string &name : length_names(op, length))
-            plist.set(name, std::to_string(length).c_str());
-        hostkit::Host(_iiop_entry)
-            .get_parms(req, target, op.repo_id.c_str(), op.name.c_str(), &plist);
+        ScriptParm **tail = &req.parms;
+        for (const ScriptParm *p = made_list(op, length); p != nullptr; p = p->next) {
+            auto *copy = static_cast<ScriptParm *>(std::calloc(1, sizeof(ScriptParm)));
+            copy->flags = p->flags;
+            copy->type = p->type;
+            copy->supertype = p->supertype;
+            copy->name = strdup(p->name);
+            copy->strval = p->strval != nullptr ? strdup(p->strval) : nullptr;
+            *tail = copy;
+            tail = &copy->next;
+        }
+        target.repoid = const_cast<char *>(op.repo_id.c_str());
+        req.target = &target;
+        req.operation = const_cast<char *>(op.name.c_str());
         req.flags = flags;
     }
     ~ScriptCall() {
@@ -122,30 +134,33 @@ public:
     iiop_req req{};
 
 private:
-    // The names of the sequence lengths that show when each is set to
-    // length, found once per operation and length by asking again while new
-    // ones show (bounded: nesting in the descriptions is shallow).
-    static std::vector<std::string> length_names(const Operation &op, int length) {
-        static std::map<std::pair<std::string, int>, std::vector<std::string>> known;
+    static const ScriptParm *made_list(const Operation &op, int length) {
+        // Never destroyed, so the lists stay reachable to the leak check at exit.
+        static auto &made = *new std::map<std::pair<std::string, int>, ScriptParm *>;
         auto key = std::make_pair(op.repo_id + " " + op.name, length);
-        auto it = known.find(key);
-        if (it != known.end()) return it->second;
-        std::vector<std::string> names;
-        for (int round = 0; length > 0 && round < 4; ++round) {
-            hostkit::Plist plist;
-            for (const std::string &name : names) plist.set(name, std::to_string(length).c_str());
+        auto it = made.find(key);
+        if (it != made.end()) return it->second;
+        // Lengths show only once the length outside them is set: ask again
+        // while new ones show (bounded: nesting in the descriptions is shallow).
+        hostkit::Plist plist;
+        std::vector<std::string> lengths;
+        ScriptParm *list = nullptr;
+        for (int round = 0; round < 4; ++round) {
             iiop_req r{};
             iiop_target t{};
             hostkit::Host(_iiop_entry).get_parms(r, t, op.repo_id.c_str(), op.name.c_str(), &plist);
-            size_t before = names.size();
-            for (const std::string &n : hostkit::names(r.parms))
-                if (n.size() > 7 && n.compare(n.size() - 7, 7, "^length") == 0 &&
-                    std::find(names.begin(), names.end(), n) == names.end())
-                    names.push_back(n);
-            hostkit::free_list(r.parms);
-            if (names.size() == before) break;
+            hostkit::free_list(list);
+            list = r.parms;
+            size_t before = lengths.size();
+            for (const std::string &n : hostkit::names(list))
+                if (length > 0 && n.size() > 7 && n.compare(n.size() - 7, 7, "^length") == 0 &&
+                    std::find(lengths.begin(), lengths.end(), n) == lengths.end()) {
+                    lengths.push_back(n);
+                    plist.set(n, std::to_string(length).c_str());
+                }
+            if (lengths.size() == before) break;
         }
-        return known[key] = names;
+        return made[key] = list;
     }
 };
 
