@@ -101,6 +101,7 @@ struct Answer {
     uint32_t status;
     std::string body;
     bool little = true;
+    bool raw = false;  // the body is the whole stream, headers and all
 };
 
 struct Wire {
@@ -123,7 +124,8 @@ inline int scripted_connect(int fd, uint32_t address, uint16_t port) {
     close(pair[0]);
     std::string bytes;
     for (const Answer &a : it->second)
-        bytes += reply_message(next_request_id + a.id_offset, a.status, a.body, a.little);
+        bytes += a.raw ? a.body
+                       : reply_message(next_request_id + a.id_offset, a.status, a.body, a.little);
     wire().answers.erase(it);
     // Within the socket buffer, so the write never blocks.
     if (bytes.size() <= 60000) (void)!write(pair[1], bytes.data(), bytes.size());
@@ -145,7 +147,7 @@ inline void wire_ready() {
 
 // After each input: the peers closed, every connection record of the
 // library freed (records are otherwise kept for the life of the process),
-// and no request of the input left on the wait list.
+// no request of the input left on the wait list, request ids from 0 again.
 inline void wire_reset() {
     for (int fd : wire().peers) close(fd);
     wire().peers.clear();
@@ -161,6 +163,8 @@ inline void wire_reset() {
     std::free(last_connect_host);
     last_connect_host = nullptr;
     while (wait_list != nullptr) wait_list_remove(wait_list->req);
+    // Every input's first Request is 0, so raw streams can answer by id.
+    next_request_id = 0;
 }
 
 }  // namespace fuzz

@@ -72,6 +72,11 @@ inline const Workdir &workdir() {
                     out.operations.push_back({repo_id, name});
             }
         }
+        // The operations every interface has without a description, and
+        // one that no description knows.
+        for (const char *name :
+             {"_is_a", "_non_existent", "_get_interface", "_get_implementation", "unknown_op"})
+            out.operations.push_back({"IDL:Banking/Account:1.0", name});
         return out;
     }();
     return made;
@@ -122,6 +127,17 @@ public:
         req.target = &target;
         req.operation = const_cast<char *>(op.name.c_str());
         req.flags = flags;
+    }
+    // Appends the record that carries raw bytes: an inout "*", whose text in
+    // byte notation goes out as it is, and which takes the rest of a Reply.
+    void add_opaque(const std::string &text) {
+        ScriptParm **tail = &req.parms;
+        while (*tail != nullptr) tail = &(*tail)->next;
+        *tail = static_cast<ScriptParm *>(std::calloc(1, sizeof(ScriptParm)));
+        (*tail)->flags = PARM_INOUT;
+        (*tail)->type = tk_string;
+        (*tail)->name = strdup("*");
+        (*tail)->strval = strdup(text.c_str());
     }
     ~ScriptCall() {
         hostkit::Host(_iiop_entry).release_references(req.parms);

@@ -5,7 +5,9 @@
 // malformed). The server answers with an empty Reply.
 //   byte 0  the operation (an index into every operation described)
 //   byte 1  bits 0-1 the sequence lengths; bit 2 the first line is the
-//           Principal; bit 5 tracing off
+//           Principal; bit 3 the last line goes out raw, as the text of an
+//           opaque record "*"; bit 4 the door's other operations too;
+//           bit 5 tracing off
 //   rest    the texts, one a line
 #include "fuzz/fuzz_script.h"
 
@@ -25,11 +27,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             std::free(p->strval);
             p->strval = strdup(line.c_str());
         }
+        if ((data[1] & 8) != 0 && std::getline(lines, line)) call.add_opaque(line);
         if ((data[1] & 4) != 0) call.req.principal = &principal[0];
         void *obj = fuzz::bind_to(fuzz::kServerPort, op.repo_id.c_str());
         call.target.objref = obj;
         fuzz::wire().answers[fuzz::kServerPort] = {{0, 0, std::string()}};
         fuzz::door(IIOP_INVOKE, call.req);
+        if ((data[1] & 0x10) != 0)
+            for (int32_t other : {int32_t{IIOP_GET_EXCEPTION}, int32_t{IIOP_MAKE_IOR},
+                                  int32_t{IIOP_TIMEOUT}, 0, 99})
+                fuzz::door(other, call.req);
         fuzz::release(obj);
     }
     fuzz::wire_reset();
