@@ -34,7 +34,7 @@ fi
 
 jobs=$(nproc 2>/dev/null || echo 2)
 configs=${ORBELLE_CONFIGS:-"normal sanitize m32 windows"}
-fuzz_seconds=${FUZZ_SECONDS:-20}
+fuzz_seconds=${FUZZ_SECONDS:-12}
 passed=0
 failed=0
 broken=()

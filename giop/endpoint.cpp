@@ -115,7 +115,9 @@ client_endpoint *lookup(const char *host, uint16_t port, Environment &env) {
             continue;
         }
         if (e->refcount == 0 && std::strcmp(e->host, host) == 0) {
-            if (platform::peer_gone(e->fd)) {
+            // Bytes read ahead are a message still to be read, whatever the
+            // peer did after sending it.
+            if (e->ahead_length == 0 && platform::peer_gone(e->fd)) {
                 TRACE("lookup:  connection fd %d closed by the peer, connecting anew", e->fd);
                 close_endpoint(e);
                 continue;

@@ -32,7 +32,8 @@ extern uint16_t last_connect_port;
 
 // An idle connection to host:port with its refcount raised, or a new one.
 // An idle connection that the peer has closed or reset meanwhile is closed
-// and passed over, so a restarted server is reached on a new connection.
+// and passed over, so a restarted server is reached on a new connection;
+// one that holds bytes read ahead is kept until they are read.
 // Null on failure, with env holding the exception (OBJECT_NOT_EXIST for an
 // unknown host, COMM_FAILURE for refused connects and name failures, UNKNOWN
 // when no socket can be made).

@@ -81,6 +81,13 @@ int resolve_host(const char *name, uint32_t *address);
 using resolve_fn = int (*)(const char *name, uint32_t *address);
 void set_resolve_hook(resolve_fn hook);
 
+// Test hook: replaces tcp_connect's connect, so a harness can hand the
+// library a connection of its own (e.g. one end of a socket pair put in
+// fd's place). Returns 0 when connected, else a Winsock-numbered code, which
+// becomes last_socket_error. Null restores the real connect.
+using connect_fn = int (*)(int fd, uint32_t address, uint16_t port);
+void set_connect_hook(connect_fn hook);
+
 }  // namespace platform
 
 #endif

@@ -21,6 +21,7 @@ int startup_failure = 0;
 uint16_t startup_granted = 0;
 thread_local int socket_error = 0;
 resolve_fn resolve_hook = nullptr;
+connect_fn connect_hook = nullptr;
 
 // The receive time-out last set on each of the lower descriptors (0: not
 // known), so that a call with the same time-out as the last one on its
@@ -126,6 +127,12 @@ int tcp_socket() {
 }
 
 int tcp_connect(int fd, uint32_t address, uint16_t port) {
+    if (connect_hook != nullptr) {
+        int code = connect_hook(fd, address, port);
+        if (code == 0) return 0;
+        socket_error = code;
+        return -1;
+    }
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
@@ -221,5 +228,7 @@ int resolve_host(const char *name, uint32_t *address) {
 }
 
 void set_resolve_hook(resolve_fn hook) { resolve_hook = hook; }
+
+void set_connect_hook(connect_fn hook) { connect_hook = hook; }
 
 }  // namespace platform

@@ -14,6 +14,7 @@ int startup_failure = 0;
 uint16_t startup_granted = 0;
 thread_local int socket_error = 0;
 resolve_fn resolve_hook = nullptr;
+connect_fn connect_hook = nullptr;
 
 // Keeps the code of the failed call, as WSAGetLastError reports it.
 int fail() {
@@ -106,6 +107,12 @@ int tcp_socket() {
 }
 
 int tcp_connect(int fd, uint32_t address, uint16_t port) {
+    if (connect_hook != nullptr) {
+        int code = connect_hook(fd, address, port);
+        if (code == 0) return 0;
+        socket_error = code;
+        return -1;
+    }
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
@@ -194,5 +201,7 @@ int resolve_host(const char *name, uint32_t *address) {
 }
 
 void set_resolve_hook(resolve_fn hook) { resolve_hook = hook; }
+
+void set_connect_hook(connect_fn hook) { connect_hook = hook; }
 
 }  // namespace platform

@@ -113,4 +113,33 @@ TEST_F(Deferred, AReplyArrivingDuringAnotherObjectsCallFillsItsParameters) {
     ASSERT_TRUE(peer.wait());
 }
 
+// Two Replies in one write, then the peer closes: the one read ahead with the
+// first is still read for its request, not dropped with the closed socket.
+TEST_F(Deferred, AReplyReadAheadOutlivesThePeerClosingAfterIt) {
+    uint32_t first = next_request_id;
+    peer.accept().read_message().read_message();
+    peer.send_for([first](const peer::Request &) {
+        auto one = [](uint32_t id, uint32_t v) {
+            return peer::reply(id, 0, [v](peer::Writer &w) { w.ulong(v); });
+        };
+        return one(first + 1, 6) + one(first, 5);
+    });
+    peer.close();
+    peer.start();
+    Parms pa, pb;
+    pa.add(PARM_OUT, 3, "r", "old");
+    pb.add(PARM_OUT, 3, "r", "old");
+    void *obj = bind(peer.port());
+    iiop_req &a = request(obj, IIOP_DEFERRED, "a", pa);
+    iiop_req &b = request(obj, IIOP_DEFERRED, "b", pb);
+    EXPECT_EQ(defer(a, -1), 1);
+    EXPECT_EQ(defer(b, -1), 1);
+    ASSERT_EQ(call(IIOP_GET_RESPONSE, b, 2000), IIOP_OK) << text;
+    EXPECT_STREQ(pb.value("r"), "6");
+    ASSERT_TRUE(peer.wait());  // closed by now
+    ASSERT_EQ(call(IIOP_GET_RESPONSE, a, 2000), IIOP_OK) << text;
+    EXPECT_STREQ(pa.value("r"), "5");
+    EXPECT_EQ(peer.connections(), 1);
+}
+
 }  // namespace
