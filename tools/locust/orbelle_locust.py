@@ -24,7 +24,6 @@ Environment:
                          microseconds, request type "CORBA (us)"
 """
 
-import csv
 import itertools
 import json
 import logging
@@ -289,6 +288,9 @@ class OrbelleUser(User):
             self._child = gevent.subprocess.Popen(
                 command, cwd=workdir, stdin=gevent.subprocess.PIPE, stdout=out,
                 stderr=out if self.output else None, pass_fds=(write_end,), close_fds=True)
+        except BaseException:
+            os.close(read_end)
+            raise
         finally:
             os.close(write_end)
             if self.output:

@@ -23,7 +23,6 @@ import sys
 import tempfile
 import time
 import unittest
-import urllib.parse
 import urllib.request
 
 SERVER, RUNNER, SOURCE = (sys.argv[1:4] + [None] * 3)[:3] if __name__ == "__main__" else (None,) * 3
@@ -75,6 +74,31 @@ params diag echo_long
 set a ${n}
 set c ${VU}
 invoke
+"""
+
+
+# Run by Locust's own interpreter: a user's reader lets other greenlets run
+# while a child floods it, splits lines across reads, drops a last line cut
+# short and refuses an endless one.
+READER_CHECK = """\
+import json, os, sys
+sys.path.insert(0, sys.argv[1])
+import gevent
+import orbelle_locust as m
+
+def read_all(path):
+    reader, lines, seen = m._LineReader(os.open(path, os.O_RDONLY)), [], []
+    ticker = gevent.spawn(lambda: [seen.append(len(lines)) or gevent.sleep(0) for _ in iter(int, 1)])
+    try:
+        while (line := reader.next_line()) is not None:
+            lines.append(line)
+    except ValueError as e:
+        return {"error": str(e)}
+    finally:
+        ticker.kill()
+    return {"lines": len(lines), "last": lines[-1].decode(), "first_tick": min(seen, default=-1)}
+
+print(json.dumps([read_all(p) for p in sys.argv[2:]]))
 """
 
 
@@ -313,6 +337,22 @@ class LocustUsers(unittest.TestCase):
         self.assertEqual(int(stats["invoke echo_long twoway"]["Request Count"]), 3)
         self.assertEqual(self.csv_rows("alone_exceptions.csv"), [])
         self.assertEqual(self.requests_served() - before - 1, 3)
+
+    def test_d_a_reader_shares_the_worker_and_takes_only_whole_lines(self):
+        files = {"flood.txt": b'{"kind": "call"}\n' * 100000 + b"cut", "long.txt": b"x" * (3 << 20)}
+        for name, data in files.items():
+            with open(os.path.join(self.dir, name), "wb") as f:
+                f.write(data)
+        with open(LOCUST) as f:
+            python = f.readline()[2:].strip()
+        run = subprocess.run([python, "-c", READER_CHECK, os.path.join(SOURCE, "tools", "locust"),
+                              *(os.path.join(self.dir, n) for n in files)],
+                             capture_output=True, text=True, timeout=30)
+        self.assertEqual(run.returncode, 0, run.stderr)
+        flood, long = json.loads(run.stdout)
+        self.assertEqual((flood["lines"], flood["last"]), (100000, '{"kind": "call"}'))
+        self.assertTrue(0 <= flood["first_tick"] < 1000, flood)
+        self.assertIn("longer than", long.get("error", ""))
 
 
 if __name__ == "__main__":
