@@ -334,6 +334,8 @@ class OrbelleUser(User):
                 self._child_ended()
             try:
                 event = json.loads(line)
+                if not isinstance(event, dict):
+                    raise ValueError()
             except ValueError:
                 logger.error("user %d: not an event: %r", self.vu, line[:200])
                 continue
@@ -346,12 +348,16 @@ class OrbelleUser(User):
             self._report(event)
 
     def _report(self, event):
-        kind, name = event.get("kind"), event.get("name", "")
+        kind, name = event.get("kind"), str(event.get("name", ""))
         if kind not in ("call", "check", "transaction") or name.startswith(LOCAL_CALLS):
             return
+        try:
+            ms = float(event.get("ms", 0))
+        except (TypeError, ValueError):
+            logger.error("user %d: an event without a time: %r", self.vu, event)
+            return
         events.request.fire(
-            request_type=REQUEST_TYPE, name=name,
-            response_time=float(event.get("ms", 0)) * _SCALE, response_length=0,
+            request_type=REQUEST_TYPE, name=name, response_time=ms * _SCALE, response_length=0,
             exception=None if event.get("ok") else CorbaFailure(failure_text(event)),
             context={})
 
