@@ -190,7 +190,7 @@ class CorbaFailure(Exception):
 
 
 def failure_text(event):
-    error = event.get("error", "")
+    error = str(event.get("error", ""))
     at = error.find("IDL:")
     if at >= 0:
         end = at
@@ -205,26 +205,32 @@ def failure_text(event):
 
 
 class _LineReader:
-    """Lines from a non-blocking pipe, read the gevent way."""
+    """Lines from a pipe, read the gevent way. A line's pieces are joined only
+    once its end has come, so a long line costs time in its length."""
 
     def __init__(self, fd):
         self.fd = fd
         gevent.os.make_nonblocking(fd)
-        self.buffer = b""
+        self.pieces = []  # of the line not yet ended
+        self.pieces_size = 0
         self.lines = []
         self.handed = 0
 
     def next_line(self):
-        """The next line without its newline, None at end of input."""
+        """The next line without its newline, None at end of input (a last
+        line cut short is dropped). Raises ValueError on an endless line."""
         while not self.lines:
             chunk = gevent.os.nb_read(self.fd, READ_CHUNK)
             if not chunk:
                 return None
-            self.buffer += chunk
-            *self.lines, self.buffer = self.buffer.split(b"\n")
-            if len(self.buffer) > MAX_EVENT_LINE:
+            self.pieces.append(chunk)
+            self.pieces_size += len(chunk)
+            if b"\n" in chunk:
+                *self.lines, rest = b"".join(self.pieces).split(b"\n")
+                self.pieces, self.pieces_size = [rest], len(rest)
+                self.lines.reverse()
+            if self.pieces_size > MAX_EVENT_LINE:
                 raise ValueError("an event line longer than %d bytes" % MAX_EVENT_LINE)
-            self.lines.reverse()
         self.handed += 1
         if self.handed % YIELD_EVERY_LINES == 0:
             gevent.sleep(0)
