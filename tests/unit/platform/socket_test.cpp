@@ -67,7 +67,9 @@ TEST(Socket, ReceiveWithinItsTimeOut) {
     q.accept().wait_forever();
     q.start();
     int again = connected(q);
-    EXPECT_EQ(again, fd);
+#ifndef _WIN32
+    EXPECT_EQ(again, fd);  // POSIX hands out the lowest free number
+#endif
     start = std::chrono::steady_clock::now();
     EXPECT_EQ(platform::recv_within(again, buf, sizeof buf, 100), platform::recv_timed_out);
     EXPECT_LT(elapsed_ms(start), 350);
