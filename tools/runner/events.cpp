@@ -133,7 +133,17 @@ void EventWriter::write(const Event &event) {
     std::string line = to_json(event);
     line += '\n';
     std::fwrite(line.data(), 1, line.size(), stream_);
+    if (!batched_ || std::strcmp(event.kind, "iteration") == 0) {
+        flush();
+        return;
+    }
+    if (event.t - flushed_ms_ >= 100) flush();
+}
+
+void EventWriter::flush() {
+    if (stream_ == nullptr) return;
     std::fflush(stream_);
+    flushed_ms_ = epoch_ms();
 }
 
 }  // namespace runner

@@ -45,12 +45,20 @@ public:
     // a file path, truncated. False with a message.
     bool open(const std::string &where, std::string &error);
     bool is_open() const { return stream_ != nullptr; }
-    // Writes the event as one line and flushes it.
+    // Writes the event as one line and flushes it; a batched writer
+    // flushes at the end of an iteration, when the last flush is 100 ms
+    // old, and at flush().
     void write(const Event &event);
+    void flush();
+    // A load run's users write batched: a system call per iteration rather
+    // than per event, for a reader that takes them in batches anyway.
+    void set_batched(bool batched) { batched_ = batched; }
 
 private:
     FILE *stream_ = nullptr;
     bool owned_ = false;
+    bool batched_ = false;
+    int64_t flushed_ms_ = 0;
 };
 
 }  // namespace runner

@@ -81,6 +81,7 @@ struct User {
         std::fprintf(stderr, "orbelle-run: user %d: %s\n", vu, error.c_str());
         _exit(2);
     }
+    events.set_batched(true);
     hostkit::set_echo(false);
     hostkit::Host host(door);
     std::vector<const Script *> list;

@@ -149,9 +149,11 @@ Step Session::State::step(const Command &cmd, const Command &written) {
             return Step::Next;
         }
         case Verb::Sleep:
+            if (events) events->flush();
             pause_ms(cmd.number, options);
             return Step::Next;
         case Verb::Think:
+            if (events && !options.no_think) events->flush();
             if (!options.no_think)
                 pause_ms(static_cast<long>(variables.uniform(cmd.number, cmd.number_max)), options);
             return Step::Next;
@@ -290,6 +292,7 @@ int Session::run() {
     const int last = s.options.iterations;
     for (int i = 1; (last == 0 || i <= last) && !stopped(s.options); ++i) {
         if (i > 1 && s.pace_ms > 0) {
+            if (s.events) s.events->flush();
             pause_until(last_start + std::chrono::milliseconds(s.pace_ms), s.options);
             if (stopped(s.options)) break;
         }
