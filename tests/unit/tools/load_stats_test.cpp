@@ -280,5 +280,25 @@ TEST(CsvReport, WritesBothFilesWithQuotedNames) {
     EXPECT_NE(error.find("missing/run_stats.csv"), std::string::npos) << error;
 }
 
+TEST(EventWriter, BatchedWriterFlushesAtTheEndOfAnIteration) {
+    testsupport::TempDir dir;
+    std::string path = dir.path() + "/events.jsonl";
+    EventWriter writer;
+    std::string error;
+    ASSERT_TRUE(writer.open(path, error)) << error;
+    writer.set_batched(true);
+    writer.write(event(epoch_ms(), "call", "invoke a twoway", 1));  // fresh: flushed
+    writer.write(event(epoch_ms(), "call", "invoke b twoway", 1));  // held
+    EXPECT_EQ(read_all(path).find("invoke b"), std::string::npos);
+    writer.write(event(epoch_ms() + 200, "call", "invoke c twoway", 1));  // 100 ms passed
+    EXPECT_NE(read_all(path).find("invoke c"), std::string::npos);
+    writer.write(event(epoch_ms(), "call", "invoke d twoway", 1));
+    writer.write(event(epoch_ms(), "iteration", "iteration", 3));
+    EXPECT_NE(read_all(path).find("\"iteration\""), std::string::npos);
+    writer.write(event(epoch_ms(), "transaction", "transaction t", 1));
+    writer.flush();
+    EXPECT_NE(read_all(path).find("transaction t"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace runner
