@@ -104,8 +104,9 @@ void explain_winsock_error(int code) {
     }
 }
 
-client_endpoint *lookup(const char *host, uint16_t port, Environment &env) {
+client_endpoint *lookup(const char *host, uint16_t port, Environment &env, bool *taken_idle) {
     env.clear();
+    if (taken_idle != nullptr) *taken_idle = false;
     TRACE("lookup:  enter at %d", HarnixGetTime());
     TRACE("lookup:  checking client_list at %d", HarnixGetTime());
     for (client_endpoint *e = client_list; e != nullptr; e = e->next) {
@@ -117,7 +118,9 @@ client_endpoint *lookup(const char *host, uint16_t port, Environment &env) {
         if (e->refcount == 0 && std::strcmp(e->host, host) == 0) {
             // Bytes read ahead are a message still to be read, whatever the
             // peer did after sending it.
-            if (e->ahead_length == 0 && platform::peer_gone(e->fd)) {
+            if (taken_idle != nullptr) {
+                *taken_idle = true;
+            } else if (e->ahead_length == 0 && platform::peer_gone(e->fd)) {
                 TRACE("lookup:  connection fd %d closed by the peer, connecting anew", e->fd);
                 close_endpoint(e);
                 continue;

@@ -34,10 +34,17 @@ extern uint16_t last_connect_port;
 // An idle connection that the peer has closed or reset meanwhile is closed
 // and passed over, so a restarted server is reached on a new connection;
 // one that holds bytes read ahead is kept until they are read.
+//
+// A caller that can send its message again on a new connection passes
+// taken_idle: an idle connection is then taken without that look (a system
+// call saved per call), and *taken_idle says whether the connection was an
+// idle one, which the peer may have closed meanwhile.
+//
 // Null on failure, with env holding the exception (OBJECT_NOT_EXIST for an
 // unknown host, COMM_FAILURE for refused connects and name failures, UNKNOWN
 // when no socket can be made).
-client_endpoint *lookup(const char *host, uint16_t port, Environment &env);
+client_endpoint *lookup(const char *host, uint16_t port, Environment &env,
+                        bool *taken_idle = nullptr);
 
 // Hands the host copy of the latest connect's host text to the caller, who
 // passes it to the host; null when there is none.

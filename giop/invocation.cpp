@@ -54,7 +54,8 @@ void Invocation::start(const octet_seq *object_key, Environment &env, int connec
     if (fd == -1) {
         const iiop_profile &p = profile_in_force(*data);
         key = &p.object_key;
-        client_endpoint *e = lookup(p.host, p.port, env);
+        client_endpoint *e =
+            lookup(p.host, p.port, env, resend_when_closed ? &took_idle_ : nullptr);
         if (endpoint != nullptr) release_endpoint(endpoint);
         endpoint = e;
         if (env.has_exception() || e == nullptr) {
@@ -123,14 +124,29 @@ void Invocation::hand_over(uint32_t id, uint32_t status, Environment &env) {
     wait_list_remove(req);
 }
 
+int Invocation::connect_anew(int32_t closed_fd, Environment &env) {
+    TRACE("invoke:  connection fd %d closed by the peer, connecting anew", closed_fd);
+    env.clear();
+    release_endpoint(endpoint);
+    endpoint = nullptr;
+    fd = -1;
+    return LOCATION_FORWARD;
+}
+
 int Invocation::invoke(const ExceptionTable &exceptions, Environment &env,
                        int send_failure_allowed) {
     env.clear();
+    // Only an idle connection's first failure can mean that the peer had
+    // closed it before this Request: a new connection fails for real.
+    bool may_go_again = took_idle_ && roundtrip != 0 && endpoint != nullptr;
+    took_idle_ = false;
+    int32_t sent_on = fd;
     if (!OutgoingMessage::writebuf(stream, &fd)) {
         // Part of the message may have left: the connection is out of step.
         TRACE("invoke:  send failed, closing connection fd %d", fd);
         if (endpoint != nullptr) close_endpoint(endpoint);
         fd = -1;
+        if (may_go_again) return connect_anew(sent_on, env);
         if (send_failure_allowed == 0) {
             raise_system(env, exid::COMM_FAILURE);
             return SYSTEM_EXCEPTION;
@@ -142,9 +158,11 @@ int Invocation::invoke(const ExceptionTable &exceptions, Environment &env,
         return SYSTEM_EXCEPTION;
     }
 
-    for (;;) {
-        int type = GIOP::read_message(*endpoint, stream, env);
+    for (bool first = true;; first = false) {
+        bool ended_before = false;
+        int type = GIOP::read_message(*endpoint, stream, env, &ended_before);
         fd = endpoint->fd;
+        if (ended_before && first && may_go_again) return connect_anew(sent_on, env);
         if (type == giop_msg::CloseConnection) {
             if (data->forward_profile != nullptr) {
                 clear_profile(*data->forward_profile);

@@ -49,6 +49,13 @@ public:
     // idle) and marks it dead.
     void closeconn(Environment &env);
 
+    // Set by a caller that builds the Request again when invoke returns 3
+    // (a synchronous two-way call): an idle connection is then used without
+    // first looking whether the peer closed it. If it turns out closed or
+    // reset before any byte of the reply, invoke returns 3 and the call goes
+    // again on a new connection, once per idle connection so found.
+    bool resend_when_closed = false;
+
     objrefdata *data;
     const char *operation;
     int32_t roundtrip;
@@ -59,7 +66,11 @@ public:
     int32_t fd = -1;
 
 private:
+    // The connection was an idle one, taken without a look (see above).
+    bool took_idle_ = false;
+
     int abort(Environment &env, const char *id);
+    int connect_anew(int32_t closed_fd, Environment &env);
     int read_user_exception(const ExceptionTable &exceptions, Environment &env);
     int read_system_exception(Environment &env);
     int read_forward(Environment &env);

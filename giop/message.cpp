@@ -214,8 +214,9 @@ int OutgoingMessage::writebuf(CDR &stream, int32_t *fd) {
     return 1;
 }
 
-int GIOP::read_message(client_endpoint &conn, CDR &stream, Environment &env) {
+int GIOP::read_message(client_endpoint &conn, CDR &stream, Environment &env, bool *ended_before) {
     env.clear();
+    if (ended_before != nullptr) *ended_before = false;
     stream.cursor = stream.base;
     stream.space_left = kHeaderSize;
     if (conn.fd == -1) {
@@ -232,6 +233,8 @@ int GIOP::read_message(client_endpoint &conn, CDR &stream, Environment &env) {
     while (f.have < kHeaderSize) {
         Arrival how = receive_more(f);
         if (how != Arrival::Bytes) {
+            if (ended_before != nullptr && f.have == 0)
+                *ended_before = how == Arrival::Closed || how == Arrival::Failed;
             header_failed(f, how);
             raise_system(env, exid::COMM_FAILURE);
             return giop_msg::MessageError;

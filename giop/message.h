@@ -46,8 +46,10 @@ namespace GIOP {
 // sets (the call's time-out, at least one second). Bytes that came behind the
 // message stay with the connection for its next read. A time-out before any
 // byte keeps the connection; end of stream, a reset, or a message cut off
-// closes it and marks it dead.
-int read_message(client_endpoint &conn, CDR &stream, Environment &env);
+// closes it and marks it dead. When the connection ended (end of stream or
+// a reset) before any byte of the message, *ended_before is set true.
+int read_message(client_endpoint &conn, CDR &stream, Environment &env,
+                 bool *ended_before = nullptr);
 }  // namespace GIOP
 
 // Sends the fixed MessageError, closes the socket and stores -1 at fd.

@@ -403,6 +403,8 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
     TRACE("vu_do_call:  entering");
     bool opaque = false;
     GIOP::Invocation call(target, req->operation != nullptr ? req->operation : "", req->roundtrip);
+    // A call whose reply is read here can be built and sent again.
+    call.resend_when_closed = req->roundtrip != 0 && deferred == 0;
     env.clear();
     call.start(&profile_in_force(*target).object_key, env, 0, req->principal);
     if (env.has_exception()) {

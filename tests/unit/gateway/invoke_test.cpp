@@ -266,6 +266,53 @@ TEST_F(Invoke, ASilentPeerEndsTheRequestInCommFailure) {
     EXPECT_STREQ(p.value("r"), "old");
 }
 
+// A two-way call takes an idle connection without looking at it first. When
+// the peer turns out to have closed it, the Request goes again, once, on a
+// new connection; a failure on a new connection fails the call.
+TEST_F(Invoke, AnIdleConnectionFoundClosedSendsTheRequestAgainOnANewOne) {
+    auto value = [](uint32_t v) { return answer([v](peer::Writer &w) { w.ulong(v); }); };
+    struct Case {
+        const char *name;
+        bool read_then_close;  // the peer reads the second Request before closing
+        bool second_closes;    // the new connection closes too
+    };
+    for (const Case &c : {Case{"closed after its reply", false, false},
+                          Case{"closed after reading the next Request", true, false},
+                          Case{"the new connection closes as well", false, true}}) {
+        SCOPED_TRACE(c.name);
+        peer::ScriptedPeer peer;
+        peer.accept().read_message().send_for(value(1));
+        if (c.read_then_close) peer.read_message();
+        peer.close();
+        peer.accept(true).read_message();
+        if (c.second_closes)
+            peer.close();
+        else
+            peer.send_for(value(2));
+        peer.start();
+        Parms p;
+        p.add(PARM_OUT, 3, "r", "old");
+        void *obj = bind(peer.port());
+        ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
+        hostkit::clear_printed();
+        if (c.second_closes) {
+            EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), 1);
+            EXPECT_EQ(text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+            EXPECT_STREQ(p.value("r"), "1");
+        } else {
+            ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
+            EXPECT_STREQ(p.value("r"), "2");
+        }
+        ASSERT_TRUE(peer.wait());
+        EXPECT_EQ(peer.connections(), 2);
+        EXPECT_EQ(peer.messages().size(), c.read_then_close ? 3u : 2u);
+        EXPECT_TRUE(hostkit::printed_contains("closed by the peer, connecting anew"));
+        // The Request is built again: a new request id, the same arguments.
+        uint32_t last = peer::parse_request(peer.messages().back()).request_id;
+        EXPECT_EQ(last, next_request_id - 1);
+    }
+}
+
 TEST_F(Invoke, BrokenRepliesStopTheReadingWithoutHarm) {
     Parms cut, huge, big;
     cut.add(PARM_OUT, 3, "a", "old");
