@@ -221,6 +221,8 @@ private:
     bool read_plain(ScriptParm *p);
     // Step of following the sequences: true when the record isn't on the wire.
     bool passed_over(const char *name);
+    // Reads the element records that follow a sequence's length record.
+    ScriptParm *read_elements(ScriptParm *length_record);
 
     CDR &stream_;
     Environment &env_;
@@ -321,6 +323,38 @@ bool ReplyReader::passed_over(const char *name) {
     return false;
 }
 
+// Tracing off, the elements of a sequence of a plain type follow its length
+// record as records named "base[i]". They are read here one after another,
+// counted as passed_over counts them, without searching their names for a
+// length mark or an index end. Stops before a record of any other form, one
+// that repeats the element before it or that the sequence would pass over:
+// the general way takes those. Returns the last record read (the length
+// record when none was); env is set when the Reply ran out.
+ScriptParm *ReplyReader::read_elements(ScriptParm *length_record) {
+    Frame &top = stack_.back();
+    ScriptParm *last = length_record;
+    if (debug_level != 0 || top.skip != 0) return last;
+    const NamePart base = top.basename;
+    for (ScriptParm *q = last->next; q != nullptr; q = q->next) {
+        const char *name = q->name;
+        if (!receives_value(q) || !is_plain_type(q->type) || q->valuesize != 0 || name == nullptr ||
+            std::strncmp(name, base.text, base.length) != 0 || name[base.length] != flat_index_open)
+            break;
+        size_t end = base.length + 1;
+        while (name[end] >= '0' && name[end] <= '9') ++end;
+        if (end == base.length + 1 || name[end] != flat_index_close || name[end + 1] != '\0') break;
+        NamePart part{name, end};
+        if (same_name(part, top.current_member_name) || top.members_processed >= top.wire_len)
+            break;
+        top.current_member_name = part;
+        ++top.members_processed;
+        q->ptr = nullptr;
+        if (!read_plain(q)) break;
+        last = q;
+    }
+    return last;
+}
+
 void ReplyReader::read(ScriptParm *parms, bool opaque) {
     for (ScriptParm *p = parms; p != nullptr; p = p->next) {
         if (opaque) {
@@ -349,6 +383,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
         }
 
         bool area_live = !plain;
+        bool length_read = false;
         if (p->valuesize != 0) {
             TRACE("there");
             refuse_outside_block(env_);
@@ -370,6 +405,7 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
                 read = true;
             }
             if (read && !env_.has_exception() && !stack_.empty() && stack_.back().wire_len == -1) {
+                length_read = true;
                 Frame &top = stack_.back();
                 top.wire_len = decimal_wrapping(p->strval);
                 TRACE("vu_do_call:  on wire seq len=%d", static_cast<int>(top.wire_len));
@@ -394,6 +430,13 @@ void ReplyReader::read(ScriptParm *parms, bool opaque) {
             return;
         }
         if (area_live) drop_area(p, place_);
+        if (length_read) {
+            p = read_elements(p);
+            if (env_.has_exception()) {
+                _dmsg_x(env_, "do_call, get reply parameter");
+                return;
+            }
+        }
     }
     TRACE("vu_do_call:  exiting");
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -127,6 +128,53 @@ TEST_F(Reply, SequencesAreFollowedByNameWhateverTheLengthsSay) {
             for (const std::string &line : c.not_traced) EXPECT_FALSE(traced(line)) << c.what;
         }
     }
+}
+
+// Untraced, the elements that follow a length record are read in a run of
+// their own; whatever the names, the run must end where the traced way would
+// read differently, so both ways leave the same texts and the same outcome.
+TEST_F(Reply, ElementRunsReadWhatTheTracedWayReads) {
+    struct Case {
+        const char *records;
+        std::vector<uint32_t> wire;
+    } cases[] = {
+        {"s^length=3 s[0] s[0] s[1] s[2] after", {3, 1, 2, 3, 4, 5}},
+        {"s^length=4 s[0] s[1]x s[] s[b] s[2 s[3] after", {4, 1, 2, 3, 4, 5, 6, 7}},
+        {"s^length=2 s[0] s[1] s[2] s[3] after", {2, 1, 2, 3}},
+        {"s^length=3 s[0] t[1] s[2] after", {3, 1, 2, 3, 4}},
+        {"s^length=5 s[0] s[1] s[2]", {5, 1}},  // the Reply runs out inside the run
+        {"s^length=2 s[1] s[0] s[10] s[01] after", {2, 1, 2, 3, 4, 5}},
+        {"s^length=4294967295 s[0] s[1] after", {0xffffffffu, 1, 2, 3}},
+        {"x^length=2 x[0].y^length=2 x[0].y[0] x[0].y[1] x[1].y^length=1 x[1].y[0] after",
+         {2, 2, 1, 2, 1, 3, 4}},
+        {"s^length=2 s[0]^length=1 s[0][0] s[1]^length=2 s[1][0] s[1][1] after",
+         {2, 1, 1, 2, 2, 3, 4}},
+        {"s^length=2 s[0]^length=0 s[0][0] s[1] after", {2, 0, 5, 6, 7}},
+    };
+    for (const Case &c : cases) {
+        V seen[2];
+        int32_t status[2];
+        for (int level : {1, 0}) {
+            set_debug_level(level);
+            Parms p;
+            fill(p, c.records);
+            // An in record inside the run stays as the script wrote it.
+            for (ScriptParm *q = p.head; q != nullptr; q = q->next)
+                if (std::strcmp(q->name, "s[3]") == 0) q->flags = PARM_IN;
+            peer::ScriptedPeer peer;
+            std::vector<uint32_t> wire = c.wire;
+            peer.accept().read_message().send_for(road::answer([wire](peer::Writer &w) {
+                for (uint32_t v : wire) w.ulong(v);
+            }));
+            peer.start();
+            status[level] = invoke(request(bind(peer.port()), IIOP_TWOWAY, "op", p));
+            ASSERT_TRUE(peer.wait());
+            seen[level] = values(p);
+        }
+        EXPECT_EQ(seen[0], seen[1]) << c.records;
+        EXPECT_EQ(status[0], status[1]) << c.records;
+    }
+    set_debug_level(0);
 }
 
 TEST_F(Reply, InRecordsMissingLengthsAndNamelessRecordsDoNotDisturbTheReading) {
