@@ -10,6 +10,7 @@
 #include "data/environment.h"
 #include "data/stdtypes.h"
 #include "giop/invocation.h"
+#include "orbelle/limits.h"
 #include "repository/flatname.h"
 #include "script/asciify.h"
 #include "script/decimal.h"
@@ -454,7 +455,7 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
         _dmsg_x(env, "do_call, start request message");
         return;
     }
-    for (;;) {
+    for (uint32_t restarts = 0;; ++restarts) {
         for (ScriptParm *p = req->parms; p != nullptr; p = p->next) {
             if (!marshal_record(p, call.stream, env, opaque)) return;
             if (env.has_exception()) {
@@ -477,6 +478,14 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
         }
         // A forward has moved the reference, or the peer closed the
         // connection: the Request is built again from the texts.
+        if (restarts == limits::max_call_restarts) {
+            TRACE("vu_do_call:  sent %u times without a reply, giving up", restarts + 1);
+            set_error_text("request '%s' sent %u times without a reply", call.operation,
+                           restarts + 1);
+            raise_system(env, exid::COMM_FAILURE);
+            _dmsg_x(env, "do_call, invoke");
+            return;
+        }
         call.start(&profile_in_force(*target).object_key, env, 0, req->principal);
         if (env.has_exception()) {
             _dmsg_x(env, "do_call, start request message");

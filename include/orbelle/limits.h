@@ -44,6 +44,15 @@ constexpr uint64_t value_memory_ratio = 16;
 // enough that the size plus the header never overflows 32 bits.
 constexpr uint32_t max_body_size = 256u << 20;
 
+// -- Calls (COMM_FAILURE beyond) --
+
+// Times one call is built and sent again after its first Request: for a
+// location forward, a CloseConnection, or an idle connection found closed.
+// A server that forwards to itself or closes every connection would
+// otherwise keep a virtual user sending for ever; real forwarding chains are
+// one or two links long.
+constexpr uint32_t max_call_restarts = 32;
+
 // -- Interface descriptions ("invalid csv record" beyond) --
 
 // Longest token a description may hold. The format's token buffer holds 255
