@@ -107,6 +107,20 @@ char *get_counted_text(CDR &in) {
     return text;
 }
 
+unsigned char *CDR::put_run(uint32_t width, uint32_t n) {
+    uint32_t pad = padding_for(cursor, width);
+    if (n > (UINT32_MAX - pad) / width) return nullptr;
+    uint32_t need = pad + width * n;
+    // base is 16-aligned in a grown block, so the padding stays the same.
+    while (need > space_left)
+        if (!grow(0)) return nullptr;
+    if (pad != 0) std::memset(cursor, 0, pad);
+    unsigned char *first = cursor + pad;
+    cursor += need;
+    space_left -= need;
+    return first;
+}
+
 int CDR::grow(uint32_t size) {
     uint32_t old_swap = swap;
     unsigned char *old_base = base;

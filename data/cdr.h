@@ -36,6 +36,12 @@ public:
     int put_longlong(const void *eight_bytes) { return put_aligned(eight_bytes, 8); }
     int put_longdouble(const void *sixteen_bytes) { return put_aligned(sixteen_bytes, 16); }
 
+    // Room for n values of width bytes (1, 2, 4, 8 or 16), aligned as
+    // width, grown in the steps that n single writes would take: where the
+    // first value goes, the caller then writing all n in the machine's byte
+    // order. Null when the stream could not be enlarged (stream unchanged).
+    unsigned char *put_run(uint32_t width, uint32_t n);
+
     // Reads into dest (any address), byte-reversed when swap is set.
     // 1 on success; 0 when the value and its padding don't fit in
     // space_left, with the stream unchanged.

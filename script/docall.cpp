@@ -82,6 +82,35 @@ void marshal_plain(ScriptParm *p, CDR &stream, Environment &env) {
     }
 }
 
+// A record marshal_plain would send as a 4-byte number read from its text.
+bool sends_word(const ScriptParm *p) {
+    return (p->type == tk_long || p->type == tk_ulong || p->type == tk_enum) &&
+           (p->flags == PARM_IN || (p->flags == PARM_INOUT && p->valuesize == 0)) && !is_opaque(p);
+}
+
+// Tracing off, in records of 4-byte numbers that follow each other (the
+// elements of a sequence of long, say) go to the stream as one block, each
+// record left as marshal_plain leaves it. Returns the last record written,
+// or null when fewer than two follow each other or the stream could not
+// grow: the record-by-record way takes those.
+ScriptParm *marshal_words(ScriptParm *first, CDR &stream) {
+    uint32_t n = 0;
+    ScriptParm *last = first;
+    for (ScriptParm *p = first; p != nullptr && sends_word(p) && n < UINT32_MAX; p = p->next) {
+        last = p;
+        ++n;
+    }
+    unsigned char *at = n >= 2 ? stream.put_run(4, n) : nullptr;
+    if (at == nullptr) return nullptr;
+    for (ScriptParm *p = first;; p = p->next, at += 4) {
+        p->ptr = nullptr;
+        if (p->strval != nullptr) p->valuesize = 0;
+        auto value = static_cast<uint32_t>(decimal_wrapping(p->strval));
+        std::memcpy(at, &value, 4);
+        if (p == last) return last;
+    }
+}
+
 // Marshals one record. False when the call must end at once (a type that
 // can't be converted); other failures stay in env for the caller.
 bool marshal_record(ScriptParm *p, CDR &stream, Environment &env, bool &opaque) {
@@ -457,6 +486,13 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
     }
     for (uint32_t restarts = 0;; ++restarts) {
         for (ScriptParm *p = req->parms; p != nullptr; p = p->next) {
+            if (debug_level == 0 && sends_word(p)) {
+                ScriptParm *last = marshal_words(p, call.stream);
+                if (last != nullptr) {
+                    p = last;
+                    continue;
+                }
+            }
             if (!marshal_record(p, call.stream, env, opaque)) return;
             if (env.has_exception()) {
                 _dmsg_x(env, "do_call, put request parameter");

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "gateway/report.h"
 #include "giop/message.h"
@@ -86,6 +87,63 @@ TEST_F(Invoke, EveryTypeGoesOutAndComesBackAsText) {
         EXPECT_STREQ(p.value("a"), "5");
         for (ScriptParm *q = p.head; q != nullptr; q = q->next) EXPECT_EQ(q->ptr, nullptr);
     }
+}
+
+// Untraced, in records of 4-byte numbers that follow each other go out as one
+// block: the bytes, the records and the outcome must be those of the traced,
+// record-by-record way, wherever a run begins and ends.
+TEST_F(Invoke, RunsOfNumbersGoOutAsRecordByRecord) {
+    std::string sent[2];
+    size_t offset = 0;
+    std::vector<int32_t> sizes[2];
+    for (int level : {1, 0}) {
+        set_debug_level(level);
+        peer::ScriptedPeer peer;
+        peer.accept().read_message().send_for(answer(
+            [](peer::Writer &w) { w.ulong(30).ulong(40).ulong(3).ulong(61).ulong(62).ulong(63); }));
+        peer.start();
+        Parms p;
+        p.add(PARM_IN, 2, "s", "7");
+        p.add(PARM_IN, 3, "a", "1");
+        p.add(PARM_IN, 3, "v", "5")->valuesize = 4;  // sent all the same
+        p.add(PARM_IN, 5, "b", " -2");
+        p.add(PARM_INOUT, 17, "c", "+3");
+        p.add(PARM_IN, 3, "d", nullptr);
+        p.add(PARM_OUT, 3, "o", "old");
+        p.add(PARM_IN, 3, "e", "4294967297");
+        p.add(PARM_IN, 3, "f", "x9");
+        p.add(PARM_IN, 8, "g", "1");  // a boolean ends the run
+        p.sequence(PARM_INOUT, "q", 3, "12");
+        p.add(PARM_IN, 3, "z", "-1");
+        void *obj = bind(peer.port());
+        ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
+        EXPECT_STREQ(p.value("c"), "30");
+        EXPECT_STREQ(p.value("o"), "40");
+        EXPECT_STREQ(p.value("q[2]"), "63");
+        for (ScriptParm *q = p.head; q != nullptr; q = q->next) {
+            EXPECT_EQ(q->ptr, nullptr) << q->name;
+            sizes[level].push_back(q->valuesize);
+        }
+        // An in-out record whose value lies in a block of its own is
+        // refused, inside a run as anywhere.
+        Parms refused;
+        refused.add(PARM_IN, 3, "a", "1");
+        refused.add(PARM_INOUT, 3, "b", "2")->valuesize = 4;
+        refused.add(PARM_IN, 3, "c", "3");
+        EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", refused)), 1);
+        EXPECT_EQ(text, "IDL:omg.org/CORBA/MARSHAL:1.0");
+        ASSERT_TRUE(peer.wait());
+        ASSERT_EQ(peer.messages().size(), 1u);
+        sent[level] = args_of(peer.messages()[0]);
+        offset = peer::parse_request(peer.messages()[0]).args_offset;
+    }
+    set_debug_level(0);
+    EXPECT_EQ(sent[0], sent[1]);
+    EXPECT_EQ(sizes[0], sizes[1]);
+    peer::Writer w(true, offset);
+    w.ushort(7).ulong(1).ulong(5).ulong(0xfffffffe).ulong(3).ulong(0).ulong(1).ulong(0).octet(1);
+    w.ulong(3).ulong(12).ulong(12).ulong(12).ulong(0xffffffff);
+    EXPECT_EQ(sent[1], w.bytes());
 }
 
 TEST_F(Invoke, EmptyAndOutOnlyListsSendNoBodyAndUnknownTypesSendNothing) {
