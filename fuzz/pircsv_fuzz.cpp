@@ -8,12 +8,14 @@
 #include "repository/pirinstance.h"
 
 namespace {
-// Positions one input may report before the walk is cut off: arrays may
-// legitimately multiply to a million elements, which is too slow per input.
-constexpr uint32_t max_positions = 20000;
+// Positions one input may report, over all its operations, before the walks
+// are cut off: arrays may legitimately multiply to a million elements, and a
+// description of many such parameters would take a second per input.
+constexpr uint32_t max_positions = 2000;
 
 class BoundedCallback : public PirPrimitiveCallback {
 public:
+    explicit BoundedCallback(uint32_t &positions) : positions_(positions) {}
     void NewPrimitive(PirPrimitive &pri) override { count(pri); }
     uint32_t NewSequenceLength(PirPrimitive &pri) override {
         count(pri);
@@ -28,12 +30,12 @@ private:
     void count(const PirPrimitive &) {
         if (++positions_ > max_positions) throw PirException("enough");
     }
-    uint32_t positions_ = 0;
+    uint32_t &positions_;
 };
 
-void walk(PirTypNod *typ) {
+void walk(PirTypNod *typ, uint32_t &positions) {
     if (typ == nullptr) return;
-    BoundedCallback callback;
+    BoundedCallback callback(positions);
     try {
         PirFreeInstance(PirCreateInstance(typ, &callback));
     } catch (PirException) {
@@ -50,15 +52,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     } catch (PirException) {
         return 0;
     }
+    uint32_t positions = 0;
     for (PirNod *node : ifc.children) {
         if (node->kind != pirOprKind) continue;
         auto *opr = static_cast<PirOprNod *>(node);
         try {
-            walk(PirGetResultType(PirGetResult(opr)));
+            walk(PirGetResultType(PirGetResult(opr)), positions);
         } catch (PirException) {
         }
         for (PirParNod *par = PirGetFirstParameter(opr); par; par = PirGetNextParameter(par))
-            walk(PirGetParameterType(par));
+            walk(PirGetParameterType(par), positions);
     }
     return 0;
 }
