@@ -33,6 +33,7 @@ void CDR::attach_buffer(void *array, uint32_t size) {
     space_left = capacity;
     swap = 0;
     origin = base;
+    allow_value_memory(capacity);
 }
 
 void CDR::open_encapsulation(const void *bytes, uint32_t length) {
@@ -47,6 +48,7 @@ void CDR::open_encapsulation(const void *bytes, uint32_t length) {
     capacity = 0;
     owns_allocation = 0;
     origin = start;
+    allow_value_memory(length);
 }
 
 int CDR::put_bytes(const void *bytes, uint32_t n) {
@@ -94,6 +96,7 @@ void CDR::read_in_place(const unsigned char *at, uint32_t length) {
     // Reading never writes through cursor.
     cursor = const_cast<unsigned char *>(at);
     space_left = length;
+    allow_value_memory(length);
 }
 
 char *get_counted_text(CDR &in) {

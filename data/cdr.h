@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "orbelle/limits.h"
+
 class CDR {
 public:
     // An empty stream: no memory, nothing left to read or write. A write on
@@ -82,6 +84,19 @@ public:
     void rewind() {
         cursor = base;
         space_left = capacity;
+        allow_value_memory(capacity);
+    }
+
+    // Value memory for the values read from the message or encapsulation
+    // the stream now holds, length bytes long (value_memory_allowance).
+    // Whatever points the stream at new bytes sets it again.
+    void allow_value_memory(uint64_t length) { value_allowance = value_memory_allowance(length); }
+    // Takes bytes of that allowance for a value block: 1, or 0 (nothing
+    // taken) when less is left.
+    int take_value_memory(uint64_t bytes) {
+        if (bytes > value_allowance) return 0;
+        value_allowance -= bytes;
+        return 1;
     }
 
     // The fields are open for reading. Only the stream and the message
@@ -97,6 +112,8 @@ public:
     // Lowest address a TypeCode indirection read from this stream may point
     // at: base of a written stream, the first byte of an encapsulation.
     const unsigned char *origin = nullptr;
+    // What is left of the value memory allowance.
+    uint64_t value_allowance = limits::value_memory_floor;
 
 private:
     static uint32_t padding_for(const unsigned char *at, uint32_t width) {

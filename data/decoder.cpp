@@ -34,7 +34,8 @@ int get_any(void *data, CDR &s, Environment &env) {
     TypeCodeRef type(read);
     uint32_t size = type->valueSize(env);
     if (env.has_exception()) return 0;
-    if (!value_block_allowed(size, s.space_left)) return marshal_error(env);
+    if (!value_block_allowed(size, s.space_left) || !s.take_value_memory(size))
+        return marshal_error(env);
     void *block = std::calloc(size != 0 ? size : 1, 1);
     if (block == nullptr) return marshal_error(env);
     TRACE("decoder:  new value " PTR_FMT, ptrv(block));
@@ -123,7 +124,8 @@ int get_sequence(TypeCode *tc, void *data, CDR &s, Environment &env) {
     }
     // Every element with a size takes at least one byte on the wire.
     uint64_t total = uint64_t{count} * size;
-    if (count > s.space_left || !value_block_allowed(total, s.space_left))
+    if (count > s.space_left || !value_block_allowed(total, s.space_left) ||
+        !s.take_value_memory(total))
         return marshal_error(env);
     record.buffer = std::calloc(count, size);
     if (record.buffer == nullptr) return marshal_error(env);

@@ -178,6 +178,7 @@ void body_failed(Fill &f, Arrival how, uint32_t size) {
 int start_message(uint8_t type, CDR &stream) {
     stream.cursor = stream.base;
     stream.space_left = stream.capacity;
+    stream.allow_value_memory(stream.capacity);
     if (stream.capacity < kHeaderSize) return 0;
     const unsigned char head[8] = {'G', 'I', 'O', 'P', 1, 0, 1, type};
     std::memcpy(stream.base, head, sizeof head);
@@ -287,6 +288,7 @@ int GIOP::read_message(client_endpoint &conn, CDR &stream, Environment &env, boo
     stream.swap = swap;
     stream.cursor = stream.base + kHeaderSize;
     stream.space_left = size;
+    stream.allow_value_memory(total);
     if (ok && !keep_surplus(f, total)) {
         drop_connection(conn, "no memory for bytes read ahead");
         ok = false;

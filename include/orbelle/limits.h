@@ -80,4 +80,13 @@ inline bool value_block_allowed(uint64_t bytes, uint32_t stream_left) {
     return bytes <= limits::value_memory_floor || bytes / limits::value_memory_ratio <= stream_left;
 }
 
+// Value memory that all the values read from one message of this many bytes
+// may take together: the floor, or the ratio times the message. Without it,
+// a sequence of anys could repeat a small claim until the claims add up to
+// gigabytes.
+inline uint64_t value_memory_allowance(uint64_t message_length) {
+    uint64_t by_ratio = limits::value_memory_ratio * message_length;
+    return by_ratio > limits::value_memory_floor ? by_ratio : limits::value_memory_floor;
+}
+
 #endif

@@ -73,6 +73,36 @@ bool decodes_nested_anys(uint64_t n) {
     return ok == 1;
 }
 
+// A union whose value block holds a 1 MiB array, sent as its octet arm.
+Bytes roomy_union() {
+    return le.union_of(le.simple(tk_boolean), tk_boolean, -1,
+                       {{1, le.simple(tk_octet)}, {0, le.array(le.simple(tk_octet), 1u << 20)}});
+}
+
+// Bytes of value memory one any holding roomy_union takes, its record in
+// the sequence included.
+uint64_t roomy_any_memory() {
+    Held u(roomy_union());
+    Environment env;
+    return uint64_t{u->valueSize(env)} + tc_any()->valueSize(env);
+}
+
+// A short message holding a sequence of n anys, each a roomy_union: every
+// block is allowed alone, so only their sum can refuse them.
+bool decodes_roomy_anys(uint64_t n) {
+    Enc wire(false, false);
+    wire.ulong(static_cast<uint32_t>(n));
+    for (uint64_t i = 0; i < n; ++i) wire.tc(roomy_union()).octet(1).octet(7);
+    Input in(wire.bytes());
+    Held seq(le.sequence(le.simple(tk_any)));
+    Environment env;
+    alignas(16) unsigned char value[64] = {0};
+    int ok = decoder(seq.get(), value, nullptr, &in.cdr, env);
+    Environment local;
+    freeValue(seq.get(), value, nullptr, nullptr, local);
+    return ok == 1;
+}
+
 // A list file whose only line, n characters long, names the instance.
 bool list_line_read(uint64_t n) {
     testsupport::TempDir dir;
@@ -148,6 +178,8 @@ TEST(Limits, EachLimitAcceptsItsValueAndRefusesOneMore) {
         {"value_memory_ratio (bytes per byte left)",
          limits::value_memory_ratio * left + limits::value_memory_ratio - 1,
          [left](uint64_t n) { return value_block_allowed(n, left); }},
+        {"value_memory_allowance (a message's values together)", floor / roomy_any_memory(),
+         decodes_roomy_anys},
         {"max_csv_token_length", limits::max_csv_token_length,
          [](uint64_t n) {
              return csv_accepted("att i " + std::string(n, 'n') + " normal . long");
