@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <sstream>
 #include <thread>
 
@@ -38,15 +39,24 @@ std::string read_all(int fd) {
 }  // namespace
 
 uint16_t free_port() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a);
-    getsockname(fd, reinterpret_cast<sockaddr *>(&a), &len);
-    close(fd);
-    return ntohs(a.sin_port);
+    // Below the kernel's ephemeral range (32768 up), so that no outgoing
+    // connection of a test running beside this one can take the port between
+    // this look and the server's bind; a port that is bound now is passed over.
+    static std::mt19937 pick(std::random_device{}() ^ static_cast<unsigned>(getpid()));
+    std::uniform_int_distribution<int> in_range(20000, 32767);
+    uint16_t port = 0;
+    for (int attempt = 0; attempt < 100 && port == 0; ++attempt) {
+        int fd = socket(AF_INET, SOCK_STREAM, 0);
+        int on = 1;
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        a.sin_port = htons(static_cast<uint16_t>(in_range(pick)));
+        if (bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0) port = ntohs(a.sin_port);
+        close(fd);
+    }
+    return port;
 }
 
 std::string find_program(const std::string &name) {
