@@ -33,8 +33,23 @@ private:
     uint32_t &positions_;
 };
 
+// Positions a walk of typ makes at least, up to limit: arrays multiply, and
+// an array of empty structs makes a position per element without a single
+// callback. Sequences count as their longest length above.
+uint64_t expansion(const PirTypNod *typ, uint64_t limit) {
+    uint64_t inner = 0;
+    for (const PirNod *child : typ->children) {
+        if (child->kind != pirTypKind) continue;
+        inner += expansion(static_cast<const PirTypNod *>(child), limit);
+        if (inner >= limit) return limit;
+    }
+    uint64_t times = typ->typKind == tk_array ? typ->typCnt : typ->typKind == tk_sequence ? 2 : 1;
+    uint64_t total = (inner + 1) * times;
+    return total < limit ? total : limit;
+}
+
 void walk(PirTypNod *typ, uint32_t &positions) {
-    if (typ == nullptr) return;
+    if (typ == nullptr || expansion(typ, max_positions) >= max_positions) return;
     BoundedCallback callback(positions);
     try {
         PirFreeInstance(PirCreateInstance(typ, &callback));
