@@ -19,7 +19,19 @@ inline int32_t decimal_wrapping(const char *text) {
     bool negative = false;
     if (*p == '+' || *p == '-') negative = *p++ == '-';
     uint32_t value = 0;
-    for (; *p >= '0' && *p <= '9'; ++p) value = value * 10u + static_cast<uint32_t>(*p - '0');
+    // Two digits a step; one unsigned comparison tells a digit, and the
+    // second is looked at only behind a first.
+    for (;;) {
+        uint32_t d0 = static_cast<unsigned char>(p[0]) - uint32_t{'0'};
+        if (d0 >= 10) break;
+        uint32_t d1 = static_cast<unsigned char>(p[1]) - uint32_t{'0'};
+        if (d1 >= 10) {
+            value = value * 10u + d0;
+            break;
+        }
+        value = value * 100u + d0 * 10u + d1;
+        p += 2;
+    }
     if (negative) value = 0u - value;
     return static_cast<int32_t>(value);
 }

@@ -15,6 +15,7 @@
 #include "script/asciify.h"
 #include "script/decimal.h"
 #include "script/plain.h"
+#include "script/runs.h"
 #include "script/values.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
@@ -79,35 +80,6 @@ void marshal_plain(ScriptParm *p, CDR &stream, Environment &env) {
         if (!put_plain(stream, p->type, p->strval)) raise_system(env, exid::MARSHAL);
     } else {
         refuse_outside_block(env);
-    }
-}
-
-// A record marshal_plain would send as a 4-byte number read from its text.
-bool sends_word(const ScriptParm *p) {
-    return (p->type == tk_long || p->type == tk_ulong || p->type == tk_enum) &&
-           (p->flags == PARM_IN || (p->flags == PARM_INOUT && p->valuesize == 0)) && !is_opaque(p);
-}
-
-// Tracing off, in records of 4-byte numbers that follow each other (the
-// elements of a sequence of long, say) go to the stream as one block, each
-// record left as marshal_plain leaves it. Returns the last record written,
-// or null when fewer than two follow each other or the stream could not
-// grow: the record-by-record way takes those.
-ScriptParm *marshal_words(ScriptParm *first, CDR &stream) {
-    uint32_t n = 0;
-    ScriptParm *last = first;
-    for (ScriptParm *p = first; p != nullptr && sends_word(p) && n < UINT32_MAX; p = p->next) {
-        last = p;
-        ++n;
-    }
-    unsigned char *at = n >= 2 ? stream.put_run(4, n) : nullptr;
-    if (at == nullptr) return nullptr;
-    for (ScriptParm *p = first;; p = p->next, at += 4) {
-        p->ptr = nullptr;
-        if (p->strval != nullptr) p->valuesize = 0;
-        auto value = static_cast<uint32_t>(decimal_wrapping(p->strval));
-        std::memcpy(at, &value, 4);
-        if (p == last) return last;
     }
 }
 
@@ -213,6 +185,17 @@ bool begins_with(const NamePart &part, const NamePart &prefix) {
     return part.length >= prefix.length && same_chars(part.text, prefix.text, prefix.length);
 }
 
+// Where the index of name ends (at its closing bracket) when name is
+// exactly base "[" digits "]"; 0 for any other name.
+size_t element_index_end(const char *name, const NamePart &base) {
+    if (std::strncmp(name, base.text, base.length) != 0 || name[base.length] != flat_index_open)
+        return 0;
+    size_t end = base.length + 1;
+    while (static_cast<unsigned char>(name[end] - '0') < 10) ++end;
+    if (end == base.length + 1 || name[end] != flat_index_close || name[end + 1] != '\0') return 0;
+    return end;
+}
+
 // The frames of one reading. Replies seldom nest sequences deeply, so the
 // first frames live in place and a reading takes no heap block for them.
 class FrameStack {
@@ -284,15 +267,9 @@ void ReplyReader::read_opaque(ScriptParm *p) {
 }
 
 bool ReplyReader::read_plain(ScriptParm *p) {
-    char text[plain_text_size];
-    size_t length = 0;
-    const char *value = get_plain(stream_, p->type, text, &length);
-    if (value == nullptr) {
-        raise_system(env_, exid::MARSHAL);
-        return false;
-    }
-    replace_strval(p, value, length);
-    return true;
+    if (get_plain_text(stream_, p)) return true;
+    raise_system(env_, exid::MARSHAL);
+    return false;
 }
 
 void ReplyReader::open_sequence(ScriptParm *p, const char *mark) {
@@ -365,23 +342,40 @@ ScriptParm *ReplyReader::read_elements(ScriptParm *length_record) {
     ScriptParm *last = length_record;
     if (debug_level != 0 || top.skip != 0) return last;
     const NamePart base = top.basename;
+    // The frame's count and current element live in locals for the run.
+    NamePart current = top.current_member_name;
+    int32_t processed = top.members_processed;
+    const int32_t wire_len = top.wire_len;
+    ElementName expected(base.text, base.length, processed);
+    // Whether the record before was the expected one.
+    bool chained = false;
     for (ScriptParm *q = last->next; q != nullptr; q = q->next) {
         const char *name = q->name;
-        if (!receives_value(q) || !is_plain_type(q->type) || q->valuesize != 0 || name == nullptr ||
-            std::strncmp(name, base.text, base.length) != 0 || name[base.length] != flat_index_open)
+        if (!receives_value(q) || !is_plain_type(q->type) || q->valuesize != 0 || name == nullptr)
             break;
-        size_t end = base.length + 1;
-        while (name[end] >= '0' && name[end] <= '9') ++end;
-        if (end == base.length + 1 || name[end] != flat_index_close || name[end + 1] != '\0') break;
+        bool was_expected = expected.matches(name);
+        size_t end = was_expected ? expected.index_end() : element_index_end(name, base);
+        if (end == 0) break;
         NamePart part{name, end};
-        if (same_name(part, top.current_member_name) || top.members_processed >= top.wire_len)
+        // Two expected names in a row differ in their index.
+        if ((!(chained && was_expected) && same_name(part, current)) || processed >= wire_len)
             break;
-        top.current_member_name = part;
-        ++top.members_processed;
+        chained = was_expected;
+        current = part;
+        ++processed;
+        expected.advance();
         q->ptr = nullptr;
-        if (!read_plain(q)) break;
+        uint32_t word = 0;
+        if (is_word_type(q->type) && stream_.get_long(&word) != 0) {
+            set_word_text(q, word);
+        } else if (!get_plain_text(stream_, q)) {
+            raise_system(env_, exid::MARSHAL);
+            break;
+        }
         last = q;
     }
+    top.current_member_name = current;
+    top.members_processed = processed;
     return last;
 }
 
@@ -486,6 +480,11 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
     }
     for (uint32_t restarts = 0;; ++restarts) {
         for (ScriptParm *p = req->parms; p != nullptr; p = p->next) {
+            // Untraced, a plain out record only loses its data area.
+            if (debug_level == 0 && p->flags == PARM_OUT && is_plain_type(p->type)) {
+                p->ptr = nullptr;
+                continue;
+            }
             if (debug_level == 0 && sends_word(p)) {
                 ScriptParm *last = marshal_words(p, call.stream);
                 if (last != nullptr) {

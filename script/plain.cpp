@@ -7,23 +7,12 @@
 
 #include "data/cdr.h"
 #include "data/typecode.h"
+#include "orbelle/host.h"
 #include "script/decimal.h"
 #include "script/values.h"
+#include "trace/host_slots.h"
 
 namespace {
-// The two digits of every number below 100, so that numbers are written
-// two digits per division.
-struct DigitPairs {
-    char text[200];
-    constexpr DigitPairs() : text() {
-        for (int i = 0; i < 100; ++i) {
-            text[2 * i] = static_cast<char>('0' + i / 10);
-            text[2 * i + 1] = static_cast<char>('0' + i % 10);
-        }
-    }
-};
-constexpr DigitPairs digit_pairs;
-
 // The digits "%f" writes behind the point.
 constexpr int fixed_decimals = 6;
 
@@ -128,22 +117,20 @@ const char *get_plain(CDR &s, int32_t type, char (&text)[plain_text_size], size_
     return first;
 }
 
-char *format_decimal(char *end, int64_t value) {
-    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
-    char *first = end;
-    while (magnitude >= 100) {
-        first -= 2;
-        std::memcpy(first, digit_pairs.text + 2 * (magnitude % 100), 2);
-        magnitude /= 100;
+bool get_plain_text(CDR &s, ScriptParm *p) {
+    int32_t type = p->type;
+    if (is_word_type(type)) {
+        uint32_t word = 0;
+        if (s.get_long(&word) == 0) return false;
+        set_word_text(p, word);
+        return true;
     }
-    if (magnitude >= 10) {
-        first -= 2;
-        std::memcpy(first, digit_pairs.text + 2 * magnitude, 2);
-    } else {
-        *--first = static_cast<char>('0' + magnitude);
-    }
-    if (value < 0) *--first = '-';
-    return first;
+    char text[plain_text_size];
+    size_t length = 0;
+    const char *value = get_plain(s, type, text, &length);
+    if (value == nullptr) return false;
+    replace_strval(p, value, length);
+    return true;
 }
 
 size_t format_fixed(char (&text)[plain_text_size], double value) {

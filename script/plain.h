@@ -8,8 +8,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "data/typecode.h"
+#include "orbelle/host.h"
+#include "trace/host_slots.h"
 
 class CDR;
 
@@ -34,9 +37,76 @@ int put_plain(CDR &s, int32_t type, const char *text);
 // *length; null when the stream holds too few bytes.
 const char *get_plain(CDR &s, int32_t type, char (&text)[plain_text_size], size_t *length);
 
+// Reads a value of p's plain type as read_plain's callers do and makes its
+// text p's strval: the former one goes back through vufree, the new one
+// comes from vumalloc (null when the host has no memory). False when the
+// stream holds too few bytes.
+bool get_plain_text(CDR &s, ScriptParm *p);
+
+// Whether records of this type are read as a 4-byte number.
+inline bool is_word_type(int32_t type) {
+    return type == tk_long || type == tk_enum || type == tk_ulong;
+}
+
+// The two digits of every number below 100, so that numbers are written
+// two digits per division.
+struct DigitPairs {
+    char text[200];
+    constexpr DigitPairs() : text() {
+        for (int i = 0; i < 100; ++i) {
+            text[2 * i] = static_cast<char>('0' + i / 10);
+            text[2 * i + 1] = static_cast<char>('0' + i % 10);
+        }
+    }
+};
+inline constexpr DigitPairs digit_pairs;
+
 // Writes value in decimal as "%d" would, ending just before end (no
-// terminator); the start. The magnitude must fit 32 bits.
-char *format_decimal(char *end, int64_t value);
+// terminator); the start. The magnitude must fit 32 bits. Inline, as what
+// follows: a record of a long sequence costs one of each.
+inline char *format_decimal(char *end, int64_t value) {
+    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
+    char *first = end;
+    while (magnitude >= 100) {
+        first -= 2;
+        std::memcpy(first, digit_pairs.text + 2 * (magnitude % 100), 2);
+        magnitude /= 100;
+    }
+    if (magnitude >= 10) {
+        first -= 2;
+        std::memcpy(first, digit_pairs.text + 2 * magnitude, 2);
+    } else {
+        *--first = static_cast<char>('0' + magnitude);
+    }
+    if (value < 0) *--first = '-';
+    return first;
+}
+
+// The digits of m in decimal, without a loop: the bit length gives the
+// count within one, and one comparison settles it.
+inline unsigned decimal_digits(uint32_t m) {
+    constexpr uint32_t powers[] = {1,      10,      100,      1000,      10000,
+                                   100000, 1000000, 10000000, 100000000, 1000000000};
+    auto bits = static_cast<unsigned>(32 - __builtin_clz(m | 1u));
+    unsigned t = bits * 1233u >> 12;  // 1233 / 4096 is just above log10(2)
+    // m | 1 makes 0 one digit; it changes no comparison with an even power.
+    return t + ((m | 1u) >= powers[t] ? 1u : 0u);
+}
+
+// Makes the decimal text of a number just read for p (of a word type) its
+// strval, as get_plain_text does, formatted straight into the host's block.
+inline void set_word_text(ScriptParm *p, uint32_t word) {
+    int64_t value = p->type == tk_ulong ? int64_t{word} : int64_t{static_cast<int32_t>(word)};
+    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
+    size_t n = decimal_digits(magnitude) + (value < 0 ? 1 : 0);
+    if (p->strval != nullptr) vufree(p->strval);
+    auto *text = static_cast<char *>(vumalloc(n + 1));
+    if (text != nullptr) {
+        text[n] = '\0';
+        format_decimal(text + n, value);
+    }
+    p->strval = text;
+}
 
 // Writes value as "%f" would into text, terminated; the length.
 size_t format_fixed(char (&text)[plain_text_size], double value);

@@ -14,18 +14,15 @@ void default_print(const char *line) {
     std::fflush(stdout);
 }
 
-iiop_init_args slots = {default_malloc, default_realloc, default_free, default_print};
 }  // namespace
 
-void set_host_slots(const iiop_init_args &given) { slots = given; }
+iiop_init_args host_slots = {default_malloc, default_realloc, default_free, default_print};
 
-void *vumalloc(size_t size) { return slots.vumalloc(size); }
+void set_host_slots(const iiop_init_args &given) { host_slots = given; }
 
-void vufree(void *block) { slots.vufree(block); }
+void vuprint(const char *line) { host_slots.vuprint(line); }
 
-void vuprint(const char *line) { slots.vuprint(line); }
-
-vuprint_fn vuprint_slot() { return slots.vuprint; }
+vuprint_fn vuprint_slot() { return host_slots.vuprint; }
 
 char *vustrdup(const char *text) {
     if (text == nullptr) return nullptr;

@@ -11,10 +11,15 @@
 // Stores the four slots exactly as given, with no test of any kind.
 void set_host_slots(const iiop_init_args &slots);
 
+// The slots in force; set_host_slots is the one writer.
+extern iiop_init_args host_slots;
+
 // Allocates a block that goes to the host, which owns it from then on.
-void *vumalloc(size_t size);
+// Inline, as the next: a reply of a long sequence costs one of each per
+// element.
+inline void *vumalloc(size_t size) { return host_slots.vumalloc(size); }
 // Gives back a block that the host owns, such as a value text being replaced.
-void vufree(void *block);
+inline void vufree(void *block) { host_slots.vufree(block); }
 // Prints one line through the host.
 void vuprint(const char *line);
 // The print slot itself, to hand to a side library that prints through it.

@@ -146,6 +146,51 @@ TEST_F(Invoke, RunsOfNumbersGoOutAsRecordByRecord) {
     EXPECT_EQ(sent[1], w.bytes());
 }
 
+// A run longer than the block the words gather in, starting off the word
+// boundary, with out records and an in-out record among its records and the
+// stream growing under it: bytes and records as record by record.
+TEST_F(Invoke, ALongRunGoesOutInBlocksAsRecordByRecord) {
+    const char *texts[] = {"0", " -2", "+3", "x9", nullptr, "4294967297", "-2147483648", "77"};
+    std::string sent[2];
+    std::vector<std::string> records[2];
+    for (int level : {1, 0}) {
+        set_debug_level(level);
+        peer::ScriptedPeer peer;
+        // v[399], v[700] (in-out), v[799] and v[1199] receive.
+        peer.accept().read_message().send_for(
+            answer([](peer::Writer &w) { w.ulong(4).ulong(5).ulong(6).ulong(7); }));
+        peer.start();
+        Parms p;
+        p.add(PARM_IN, 9, "c", "z");
+        for (int i = 0; i < 1300; ++i) {
+            std::string name = "v[" + std::to_string(i) + "]";
+            int32_t flags = i == 700 ? PARM_INOUT : i % 400 == 399 ? PARM_OUT : PARM_IN;
+            ScriptParm *r = p.add(flags, i % 3 == 0 ? 5 : 3, name.c_str(), texts[i % 8]);
+            r->valuesize = i % 5 == 0 && flags == PARM_IN ? 4 : 0;
+            r->ptr = r;
+        }
+        ASSERT_EQ(invoke(request(bind(peer.port()), IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
+        ASSERT_TRUE(peer.wait());
+        sent[level] = args_of(peer.messages()[0]);
+        EXPECT_STREQ(p.value("v[700]"), "5");
+        EXPECT_STREQ(p.value("v[1199]"), "7");
+        for (ScriptParm *q = p.head; q != nullptr; q = q->next) {
+            EXPECT_EQ(q->ptr, nullptr) << q->name;
+            records[level].push_back(std::to_string(q->valuesize));
+        }
+    }
+    set_debug_level(0);
+    EXPECT_EQ(sent[0], sent[1]);
+    EXPECT_EQ(records[0], records[1]);
+    // 1 char, 3 bytes of padding and the 1297 words of the in records.
+    ASSERT_EQ(sent[1].size(), 4u + 4u * 1297);
+    uint32_t second, eighth;
+    std::memcpy(&second, &sent[1][4 + 4], 4);
+    std::memcpy(&eighth, &sent[1][4 + 4 * 7], 4);
+    EXPECT_EQ(second, 0xfffffffeu);  // " -2"
+    EXPECT_EQ(eighth, 77u);
+}
+
 TEST_F(Invoke, EmptyAndOutOnlyListsSendNoBodyAndUnknownTypesSendNothing) {
     Parms empty, out_only, bad;
     out_only.add(PARM_OUT, 3, "r", nullptr);

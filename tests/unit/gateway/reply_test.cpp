@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -150,6 +151,9 @@ TEST_F(Reply, ElementRunsReadWhatTheTracedWayReads) {
         {"s^length=2 s[0]^length=1 s[0][0] s[1]^length=2 s[1][0] s[1][1] after",
          {2, 1, 1, 2, 2, 3, 4}},
         {"s^length=2 s[0]^length=0 s[0][0] s[1] after", {2, 0, 5, 6, 7}},
+        // An expected name repeated, and expected names around one that is not.
+        {"s^length=3 s[0] s[1] s[1] s[2] after", {3, 1, 2, 3, 4}},
+        {"s^length=4 s[0] s[01] s[2] s[3] after", {4, 1, 2, 3, 4, 5}},
     };
     for (const Case &c : cases) {
         V seen[2];
@@ -173,6 +177,48 @@ TEST_F(Reply, ElementRunsReadWhatTheTracedWayReads) {
         }
         EXPECT_EQ(seen[0], seen[1]) << c.records;
         EXPECT_EQ(status[0], status[1]) << c.records;
+    }
+    set_debug_level(0);
+}
+
+// Untraced, a run knows the name it expects next and writes numbers straight
+// into the host's block: across every width of index and of number, for each
+// type read as four bytes, and for a basename too long to be expected, the
+// texts must be those the traced way writes.
+TEST_F(Reply, ElementRunsWriteEveryWidthOfIndexAndNumber) {
+    const uint32_t numbers[] = {0,          1,          9,          10,         99,
+                                100,        999999999,  1000000000, 0x7fffffff, 0x80000000,
+                                0xffffffff, 0xfffffff6, 0xffffff9c, 4294967286u};
+    struct Layout {
+        std::string base;
+        int32_t type;
+        int n;
+    } layouts[] = {{"s", 3, 1005}, {"u", 5, 120}, {"e", 17, 12}, {std::string(200, 'b'), 3, 12}};
+    for (const Layout &l : layouts) {
+        std::vector<uint32_t> wire{static_cast<uint32_t>(l.n)};
+        for (int i = 0; i < l.n; ++i) wire.push_back(numbers[i % std::size(numbers)]);
+        wire.push_back(77);
+        V seen[2];
+        for (int level : {1, 0}) {
+            set_debug_level(level);
+            Parms p;
+            p.add(PARM_OUT, 3, (l.base + "^length").c_str(), std::to_string(l.n).c_str(), 19);
+            for (int i = 0; i < l.n; ++i)
+                p.add(PARM_OUT, l.type, (l.base + "[" + std::to_string(i) + "]").c_str(),
+                      i % 2 == 0 ? "old" : nullptr, 19);
+            p.add(PARM_OUT, 3, "after", "old");
+            run(p, wire);
+            seen[level] = values(p);
+        }
+        EXPECT_EQ(seen[0], seen[1]) << l.base << " " << l.type;
+        ASSERT_EQ(seen[0].size(), static_cast<size_t>(l.n) + 2);
+        for (int i = 0; i < l.n; ++i) {
+            uint32_t w = numbers[i % std::size(numbers)];
+            std::string want =
+                l.type == 5 ? std::to_string(w) : std::to_string(static_cast<int32_t>(w));
+            ASSERT_EQ(seen[0][i + 1], want) << l.base << "[" << i << "]";
+        }
+        EXPECT_EQ(seen[0].back(), "77");
     }
     set_debug_level(0);
 }

@@ -13,6 +13,13 @@ TEST(Decimal, WrappingAndSaturatingReadersDifferOnlyPastThe32BitRange) {
     };
     const Row rows[] = {
         {"", 0, 0},
+        // Digits are read two at a time: odd and even counts, and the
+        // characters just below '0' and just above '9' as ends.
+        {"1", 1, 1},
+        {"12", 12, 12},
+        {"123:", 123, 123},
+        {"1234/", 1234, 1234},
+        {"0009", 9, 9},
         {"  +12x", 12, 12},
         {"-7 8", -7, -7},
         {"--1", 0, 0},
