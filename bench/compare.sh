@@ -82,7 +82,18 @@ row() {  # label, case, omniORB mode, length, calls
     done
     o=$(best "${ours[@]}"); t=$(best "${theirs[@]}"); r=$(best "${raw[@]}")
     python3 -c "print('%-22s %12d %12d %12d %9.2f %9.2f' % ('$1', $o, $t, $r, $o / $t, $o / $r))"
+    last_theirs=$t last_raw=$r
 }
 row "add(long, long)" add add 0 $((seconds * 60000))
 row "echo 5,000 chars" string string 5000 $((seconds * 30000))
 row "1000 longs in and out" longs seq 1000 $((seconds * 20000))
+# The floor of the text model for the bulk call: the host's own work on the
+# same list (read 1000 texts, give back and take 1000 texts), timed alone,
+# added to the raw replay's round trip. No client of this host can pass it.
+floors=()
+for _ in $(seq "$rounds"); do floors+=("$(orbelle floor longs)"); done
+f=$(best "${floors[@]}")
+python3 -c "
+bound = 1 / (1 / $f + 1 / $last_raw)
+print('%-22s %12d %12s %12s %9.2f %9.2f' % ('  its text floor', bound, '', '', bound / $last_theirs, bound / $last_raw))
+print('(the text floor: %.1f us a call of text work by the host, plus the raw round trip)' % (1e6 / $f))"

@@ -13,11 +13,13 @@
 inline int32_t decimal_wrapping(const char *text) {
     if (text == nullptr) return 0;
     const char *p = text;
-    // A digit is never white space, and most texts begin with one.
-    if (*p < '0' || *p > '9')
-        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
     bool negative = false;
-    if (*p == '+' || *p == '-') negative = *p++ == '-';
+    // Most texts begin with a digit: only the others are looked at for
+    // white space and a sign.
+    if (static_cast<unsigned char>(*p) - uint32_t{'0'} >= 10) {
+        while (std::isspace(static_cast<unsigned char>(*p))) ++p;
+        if (*p == '+' || *p == '-') negative = *p++ == '-';
+    }
     uint32_t value = 0;
     // Two digits a step; one unsigned comparison tells a digit, and the
     // second is looked at only behind a first.
@@ -32,8 +34,7 @@ inline int32_t decimal_wrapping(const char *text) {
         value = value * 100u + d0 * 10u + d1;
         p += 2;
     }
-    if (negative) value = 0u - value;
-    return static_cast<int32_t>(value);
+    return static_cast<int32_t>(negative ? 0u - value : value);
 }
 
 // Saturates at the 32-bit range, as the sequence lengths of a script's plist

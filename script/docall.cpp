@@ -351,7 +351,8 @@ ScriptParm *ReplyReader::read_elements(ScriptParm *length_record) {
     bool chained = false;
     for (ScriptParm *q = last->next; q != nullptr; q = q->next) {
         const char *name = q->name;
-        if (!receives_value(q) || !is_plain_type(q->type) || q->valuesize != 0 || name == nullptr)
+        const int32_t type = q->type;
+        if (!receives_value(q) || !is_plain_type(type) || q->valuesize != 0 || name == nullptr)
             break;
         bool was_expected = expected.matches(name);
         size_t end = was_expected ? expected.index_end() : element_index_end(name, base);
@@ -366,8 +367,8 @@ ScriptParm *ReplyReader::read_elements(ScriptParm *length_record) {
         expected.advance();
         q->ptr = nullptr;
         uint32_t word = 0;
-        if (is_word_type(q->type) && stream_.get_long(&word) != 0) {
-            set_word_text(q, word);
+        if (is_word_type(type) && stream_.get_long(&word) != 0) {
+            set_word_text(q, type, word);
         } else if (!get_plain_text(stream_, q)) {
             raise_system(env_, exid::MARSHAL);
             break;
@@ -480,8 +481,13 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
     }
     for (uint32_t restarts = 0;; ++restarts) {
         for (ScriptParm *p = req->parms; p != nullptr; p = p->next) {
-            // Untraced, a plain out record only loses its data area.
+            // Untraced, plain out records only lose their data area.
             if (debug_level == 0 && p->flags == PARM_OUT && is_plain_type(p->type)) {
+                while (p->next != nullptr && p->next->flags == PARM_OUT &&
+                       is_plain_type(p->next->type)) {
+                    p->ptr = nullptr;
+                    p = p->next;
+                }
                 p->ptr = nullptr;
                 continue;
             }

@@ -122,7 +122,7 @@ bool get_plain_text(CDR &s, ScriptParm *p) {
     if (is_word_type(type)) {
         uint32_t word = 0;
         if (s.get_long(&word) == 0) return false;
-        set_word_text(p, word);
+        set_word_text(p, type, word);
         return true;
     }
     char text[plain_text_size];

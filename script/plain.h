@@ -61,11 +61,8 @@ struct DigitPairs {
 };
 inline constexpr DigitPairs digit_pairs;
 
-// Writes value in decimal as "%d" would, ending just before end (no
-// terminator); the start. The magnitude must fit 32 bits. Inline, as what
-// follows: a record of a long sequence costs one of each.
-inline char *format_decimal(char *end, int64_t value) {
-    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
+// Writes the digits of magnitude, ending just before end; the first.
+inline char *write_digits(char *end, uint32_t magnitude) {
     char *first = end;
     while (magnitude >= 100) {
         first -= 2;
@@ -78,6 +75,14 @@ inline char *format_decimal(char *end, int64_t value) {
     } else {
         *--first = static_cast<char>('0' + magnitude);
     }
+    return first;
+}
+
+// Writes value in decimal as "%d" would, ending just before end (no
+// terminator); the start. The magnitude must fit 32 bits. Inline, as what
+// follows: a record of a long sequence costs one of each.
+inline char *format_decimal(char *end, int64_t value) {
+    char *first = write_digits(end, static_cast<uint32_t>(value < 0 ? -value : value));
     if (value < 0) *--first = '-';
     return first;
 }
@@ -85,25 +90,27 @@ inline char *format_decimal(char *end, int64_t value) {
 // The digits of m in decimal, without a loop: the bit length gives the
 // count within one, and one comparison settles it.
 inline unsigned decimal_digits(uint32_t m) {
-    constexpr uint32_t powers[] = {1,      10,      100,      1000,      10000,
-                                   100000, 1000000, 10000000, 100000000, 1000000000};
+    static constexpr uint32_t powers[] = {1,      10,      100,      1000,      10000,
+                                          100000, 1000000, 10000000, 100000000, 1000000000};
     auto bits = static_cast<unsigned>(32 - __builtin_clz(m | 1u));
     unsigned t = bits * 1233u >> 12;  // 1233 / 4096 is just above log10(2)
     // m | 1 makes 0 one digit; it changes no comparison with an even power.
     return t + ((m | 1u) >= powers[t] ? 1u : 0u);
 }
 
-// Makes the decimal text of a number just read for p (of a word type) its
-// strval, as get_plain_text does, formatted straight into the host's block.
-inline void set_word_text(ScriptParm *p, uint32_t word) {
-    int64_t value = p->type == tk_ulong ? int64_t{word} : int64_t{static_cast<int32_t>(word)};
-    auto magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
-    size_t n = decimal_digits(magnitude) + (value < 0 ? 1 : 0);
+// Makes the decimal text of a number of type (long, enum or unsigned long)
+// just read for p its strval, as get_plain_text does, formatted straight
+// into the host's block.
+inline void set_word_text(ScriptParm *p, int32_t type, uint32_t word) {
+    bool negative = type != tk_ulong && static_cast<int32_t>(word) < 0;
+    uint32_t magnitude = negative ? 0u - word : word;
+    size_t n = decimal_digits(magnitude) + (negative ? 1 : 0);
     if (p->strval != nullptr) vufree(p->strval);
     auto *text = static_cast<char *>(vumalloc(n + 1));
     if (text != nullptr) {
         text[n] = '\0';
-        format_decimal(text + n, value);
+        char *first = write_digits(text + n, magnitude);
+        if (negative) first[-1] = '-';
     }
     p->strval = text;
 }

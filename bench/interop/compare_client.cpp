@@ -3,8 +3,11 @@
 // replays the bytes of one such call over a plain TCP socket: the floor any
 // client of the same Request and Reply can reach on this machine.
 //
-//   compare_client orbelle|raw LIBRARY IOR add|string|longs SECONDS|Nx
+//   compare_client orbelle|raw|floor LIBRARY IOR add|string|longs SECONDS|Nx
 //
+// "floor" times, after one real call, only the text work that any client of
+// the host must do with the same list (see floor_rate): with the raw
+// replay's round trip it bounds what a client of the text model can reach.
 // "Nx" makes exactly N timed calls (for callgrind: instructions per call).
 // Runs in a folder whose idl/ describes the echo interface; prints calls per
 // second. The library's send and recv are this program's (it exports them),
@@ -14,11 +17,13 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "host/kit/hostkit.h"
 
@@ -142,6 +147,37 @@ double raw_rate(const Span &span) {
     return r;
 }
 
+// The floor of the text model: what any client of this host must do per
+// call with the same list, with no wire and no names. Before sending, each
+// in text is read as a number; after the reply, each out record gives its
+// text back to the host and takes a new one with a number written in it.
+double floor_rate(const Span &span, ScriptParm *parms) {
+    std::vector<uint32_t> numbers;
+    return rate(span, [&] {
+        numbers.clear();
+        for (ScriptParm *p = parms; p != nullptr; p = p->next) {
+            if (p->flags != PARM_IN) continue;
+            uint32_t v = 0;
+            for (const char *c = p->strval; *c >= '0' && *c <= '9'; ++c)
+                v = v * 10 + static_cast<uint32_t>(*c - '0');
+            numbers.push_back(v);
+        }
+        size_t i = 0;
+        for (ScriptParm *p = parms; p != nullptr; p = p->next) {
+            if (p->flags != PARM_OUT) continue;
+            char text[16];
+            auto r = std::to_chars(text, text + sizeof text, i < numbers.size() ? numbers[i++] : 0);
+            auto n = static_cast<size_t>(r.ptr - text);
+            plain_free(p->strval);
+            auto *copy = static_cast<char *>(plain_malloc(n + 1));
+            std::memcpy(copy, text, n);
+            copy[n] = '\0';
+            p->strval = copy;
+        }
+        return true;
+    });
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) ssize_t send(int fd, const void *bytes, size_t n,
@@ -164,8 +200,9 @@ extern "C" __attribute__((visibility("default"))) ssize_t recv(int fd, void *byt
 
 int main(int argc, char **argv) {
     if (argc != 6) {
-        std::fprintf(stderr,
-                     "usage: compare_client orbelle|raw LIBRARY IOR add|string|longs SECONDS|Nx\n");
+        std::fprintf(
+            stderr,
+            "usage: compare_client orbelle|raw|floor LIBRARY IOR add|string|longs SECONDS|Nx\n");
         return 2;
     }
     std::string mode = argv[1];
@@ -219,6 +256,8 @@ int main(int argc, char **argv) {
         recording = false;
         if (!ok || recorded_fd < 0) return 1;
         calls_per_second = raw_rate(span);
+    } else if (mode == "floor") {
+        calls_per_second = floor_rate(span, req.parms);
     } else {
         calls_per_second = rate(span, one);
         const char *got = hostkit::value(req.parms, call.result);
