@@ -224,7 +224,8 @@ private:
 class ReplyReader {
 public:
     ReplyReader(CDR &stream, Environment &env) : stream_(stream), env_(env) {}
-    void read(ScriptParm *parms, bool opaque);
+    // Passes over the runs of in records noted while the Request was built.
+    void read(ScriptParm *parms, bool opaque, const InRuns &in_runs);
 
 private:
     void read_opaque(ScriptParm *p);
@@ -380,8 +381,14 @@ ScriptParm *ReplyReader::read_elements(ScriptParm *length_record) {
     return last;
 }
 
-void ReplyReader::read(ScriptParm *parms, bool opaque) {
+void ReplyReader::read(ScriptParm *parms, bool opaque, const InRuns &in_runs) {
     for (ScriptParm *p = parms; p != nullptr; p = p->next) {
+        // In records have nothing in the Reply, opaque or not.
+        if (p->flags == PARM_IN) {
+            ScriptParm *last = in_runs.run_from(p);
+            if (last != nullptr) p = last;
+            continue;
+        }
         if (opaque) {
             read_opaque(p);
             if (env_.has_exception()) {
@@ -479,7 +486,9 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
         _dmsg_x(env, "do_call, start request message");
         return;
     }
+    InRuns in_runs;
     for (uint32_t restarts = 0;; ++restarts) {
+        in_runs.clear();
         for (ScriptParm *p = req->parms; p != nullptr; p = p->next) {
             // Untraced, plain out records only lose their data area.
             if (debug_level == 0 && p->flags == PARM_OUT && is_plain_type(p->type)) {
@@ -492,7 +501,7 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
                 continue;
             }
             if (debug_level == 0 && sends_word(p)) {
-                ScriptParm *last = marshal_words(p, call.stream);
+                ScriptParm *last = marshal_words(p, call.stream, in_runs);
                 if (last != nullptr) {
                     p = last;
                     continue;
@@ -514,7 +523,7 @@ void vu_do_call(objrefdata *target, iiop_req *req, Environment &env, int32_t def
             return;
         TRACE("vu_do_call:  roundtrip=%d", static_cast<int>(req->roundtrip));
         if (status == NO_EXCEPTION) {
-            ReplyReader(call.stream, env).read(req->parms, opaque);
+            ReplyReader(call.stream, env).read(req->parms, opaque, in_runs);
             return;
         }
         // A forward has moved the reference, or the peer closed the

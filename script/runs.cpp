@@ -14,16 +14,18 @@ namespace {
 constexpr uint32_t block_words = 256;
 }  // namespace
 
-ScriptParm *marshal_words(ScriptParm *first, CDR &stream) {
+ScriptParm *marshal_words(ScriptParm *first, CDR &stream, InRuns &runs) {
     ScriptParm *written = nullptr;
+    // The flags of all records written, or-ed: in (1) alone, or in-out (3).
+    int32_t flags = 0;
     ScriptParm *p = first;
     while (p != nullptr && sends_word(p)) {
         // Aligns the cursor; the words then go where it points.
         auto *at = reinterpret_cast<uint32_t *>(stream.put_run(4, 0));
-        if (at == nullptr) return written;
+        if (at == nullptr) break;
         uint32_t fit = std::min(stream.space_left / 4, block_words);
         if (fit == 0) {
-            if (stream.grow(0) == 0) return written;
+            if (stream.grow(0) == 0) break;
             continue;
         }
         uint32_t n = 0;
@@ -32,11 +34,13 @@ ScriptParm *marshal_words(ScriptParm *first, CDR &stream) {
             std::memcpy(at + n++, &word, 4);
             p->ptr = nullptr;
             if (p->strval != nullptr) p->valuesize = 0;
+            flags |= p->flags;
             written = p;
         }
         // Within the room: this only moves the cursor past the words.
         stream.put_run(4, n);
     }
+    if (written != nullptr && flags == PARM_IN) runs.add(first, written);
     return written;
 }
 

@@ -25,11 +25,39 @@ inline bool sends_word(const ScriptParm *p) {
     return name == nullptr || name[0] != '*' || name[1] != '\0';
 }
 
+// Runs of records that only go out (flags in), noted while the Request is
+// built: the Reply has nothing for them, so its reading passes over each run
+// without a look at its records. A few runs are noted, the longest lists
+// rarely have more; the others are read past one by one.
+class InRuns {
+public:
+    void clear() { count_ = 0; }
+    void add(ScriptParm *first, ScriptParm *last) {
+        if (count_ == room) return;
+        first_[count_] = first;
+        last_[count_] = last;
+        ++count_;
+    }
+    // The last record of the run that p begins, or null when p begins none.
+    ScriptParm *run_from(const ScriptParm *p) const {
+        for (int i = 0; i < count_; ++i)
+            if (first_[i] == p) return last_[i];
+        return nullptr;
+    }
+
+private:
+    static constexpr int room = 8;
+    ScriptParm *first_[room];
+    ScriptParm *last_[room];
+    int count_ = 0;
+};
+
 // Writes first and the records behind it that send words, as long as they
 // follow each other, to the stream, each record left as a single write
 // leaves it. Returns the last record written, or null when the stream could
-// not grow for the first: the record-by-record way goes on from there.
-ScriptParm *marshal_words(ScriptParm *first, CDR &stream);
+// not grow for the first: the record-by-record way goes on from there. The
+// records written are noted in runs when all of them are in records.
+ScriptParm *marshal_words(ScriptParm *first, CDR &stream, InRuns &runs);
 
 // The name the next element of a sequence has when the list was made by
 // iiop_get_parms: base "[" k "]", with k counting from the element the
