@@ -70,9 +70,17 @@ fi
 
 printf '%-22s %12s %12s %12s %9s %9s\n' call Orbelle omniORB "raw TCP" "/omniORB" "/raw"
 # Each figure is the best of ROUNDS runs (default 3), the three clients in
-# turn: other work on the machine only ever makes a run slower.
+# turn: other work on the machine only ever makes a run slower. The machine's
+# speed also drifts between rounds, so each ratio is the median of the
+# rounds' own ratios, whose clients ran back to back.
 rounds=${ROUNDS:-3}
 best() { python3 -c "import sys; print(max(int(x) for x in sys.argv[1:]))" "$@"; }
+median_ratio() {  # "a1 a2 ..." "b1 b2 ...": the median of a_i / b_i
+    python3 -c "
+import statistics, sys
+a, b = (list(map(float, x.split())) for x in sys.argv[1:])
+print(statistics.median(x / y for x, y in zip(a, b)))" "$1" "$2"
+}
 row() {  # label, case, omniORB mode, length, calls
     local ours=() theirs=() raw=() o t r
     for _ in $(seq "$rounds"); do
@@ -81,7 +89,8 @@ row() {  # label, case, omniORB mode, length, calls
         raw+=("$(orbelle raw "$2")")
     done
     o=$(best "${ours[@]}"); t=$(best "${theirs[@]}"); r=$(best "${raw[@]}")
-    python3 -c "print('%-22s %12d %12d %12d %9.2f %9.2f' % ('$1', $o, $t, $r, $o / $t, $o / $r))"
+    python3 -c "print('%-22s %12d %12d %12d %9.2f %9.2f' % ('$1', $o, $t, $r,
+        $(median_ratio "${ours[*]}" "${theirs[*]}"), $(median_ratio "${ours[*]}" "${raw[*]}")))"
     last_theirs=$t last_raw=$r
 }
 row "add(long, long)" add add 0 $((seconds * 60000))
