@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Runs every Orbelle test: installs what is missing (Debian 12, as root),
-# then builds and tests three configurations — the normal 64-bit build, the
+# then builds and tests the configurations — the normal 64-bit build, the
 # 64-bit build under AddressSanitizer and UBSan, the 32-bit build of the
-# library and its unit tests, and the Windows builds (mingw-w64: the 64-bit
+# library and its unit tests (natively, or under qemu-i386 where the kernel
+# starts no 32-bit programs), and the Windows builds (mingw-w64: the 64-bit
 # unit tests and the demo's runner under wine, the 32-bit DLL built) — and
 # runs each fuzz target for a short while.
 #
 #   bash test.sh            everything
 #   ORBELLE_CONFIGS="normal" bash test.sh   only the named configurations
 #   FUZZ_SECONDS=0 bash test.sh             skip the fuzz runs
+#   ORBELLE_M32_RUN=native|qemu bash test.sh
+#                           run the 32-bit tests that way, whatever the machine
 set -uo pipefail
 cd "$(dirname "$0")"
 root=$(pwd)
@@ -16,7 +19,7 @@ root=$(pwd)
 packages=(cmake make g++ pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev
           gcc-multilib g++-multilib clang libclang-rt-14-dev
           libomniorb4-dev omniidl omniorb omniorb-nameserver tshark tcl-combat
-          mingw-w64 wine64 chromium python3-locust)
+          mingw-w64 wine64 chromium python3-locust qemu-user)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -89,8 +92,7 @@ run_windows() {
   # The wine prefix is made once, before anything runs in it.
   ORBELLE_WINEPREFIX="$root/build/windows/wineprefix" ORBELLE_WINE="$(command -v wine64 ||
     echo /usr/lib/wine/wine64)" "$root/cmake/wine-run.sh" cmd /c exit >/dev/null 2>&1 || true
-  retry_once=1 run_config windows -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw64.cmake" -DORBELLE_BENCH=OFF \
-    -DORBELLE_INTEROP=OFF
+  retry_once=1 run_config windows -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw64.cmake" -DORBELLE_BENCH=OFF
   local dir="$root/build/windows"
   if [ -x "$dir/bin/orbelle-run.exe" ]; then
     echo "== windows: the demo with orbelle-run.exe under wine"
@@ -108,11 +110,56 @@ run_windows() {
   echo "== windows32: configure and build the DLLs"
   if ! { cmake -S "$root" -B "$dir32" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
            -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw32.cmake" -DORBELLE_TESTS=OFF \
-           -DORBELLE_BENCH=OFF -DORBELLE_INTEROP=OFF >"$dir32.configure.log" 2>&1 &&
+           -DORBELLE_BENCH=OFF >"$dir32.configure.log" 2>&1 &&
          cmake --build "$dir32" -j"$jobs" --target orbelle harnix tellcat >"$dir32.build.log" 2>&1; }; then
     tail -30 "$dir32.configure.log" "$dir32.build.log"; broken+=("windows32 (build)")
   else
     passed=$((passed + 1))
+  fi
+}
+
+# 32-bit: the tests run natively where the kernel starts i386 programs and
+# under qemu-i386 where it does not. The build's first program, start_probe,
+# decides; with the emulator, ctest starts every test through it and the
+# tests start the 32-bit orbelle-run through it too (no binfmt handler is
+# needed). Never skipped: a machine that can do neither fails the run.
+run_m32() {
+  local dir="$root/build/m32" how=${ORBELLE_M32_RUN:-auto} why native_error
+  local toolchain=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/m32.cmake" -DORBELLE_BENCH=OFF)
+  echo "== m32: configure and build the start probe"
+  if ! { cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "${toolchain[@]}" \
+           -DCMAKE_CROSSCOMPILING_EMULATOR= >"$dir.configure.log" 2>&1 &&
+         cmake --build "$dir" --target start_probe >>"$dir.configure.log" 2>&1; }; then
+    tail -30 "$dir.configure.log"; broken+=("m32 (configure)"); return
+  fi
+  local probe="$dir/bin/start_probe" qemu
+  qemu=$(command -v qemu-i386 || true)
+  native_error=$( ("$probe") 2>&1 >/dev/null) && native_error=""
+  case $how in
+    auto)
+      if [ -z "$native_error" ]; then
+        how=native; why="this machine starts 32-bit programs"
+      else
+        how=qemu; why="this machine starts no 32-bit programs (${native_error##*: })"
+      fi ;;
+    native|qemu) why="ORBELLE_M32_RUN=$how" ;;
+    *) echo "== m32: ORBELLE_M32_RUN is native or qemu, not '$how'"; broken+=("m32 (ORBELLE_M32_RUN)")
+       return ;;
+  esac
+  if [ "$how" = native ] && [ -n "$native_error" ]; then
+    echo "== m32: cannot run the 32-bit tests natively: $native_error"
+    broken+=("m32 (32-bit programs do not start here)"); return
+  fi
+  if [ "$how" = qemu ] && { [ -z "$qemu" ] || ! "$qemu" "$probe" >/dev/null 2>&1; }; then
+    echo "== m32: cannot run the 32-bit tests: ${native_error:-natively not tried}," \
+         "and qemu-i386 ${qemu:+cannot start them either}${qemu:-is not installed (Debian qemu-user)}"
+    broken+=("m32 (32-bit programs start neither natively nor under qemu-i386)"); return
+  fi
+  echo "== m32: the 32-bit tests run ${how/qemu/under $qemu}: $why"
+  if [ "$how" = qemu ]; then
+    run_config m32 "${toolchain[@]}" -DCMAKE_CROSSCOMPILING_EMULATOR="$qemu"
+  else
+    run_config m32 "${toolchain[@]}" -DCMAKE_CROSSCOMPILING_EMULATOR=
   fi
 }
 
@@ -121,7 +168,7 @@ for c in $configs; do
   case $c in
     normal)   run_config normal ;;
     sanitize) ASAN_OPTIONS=detect_leaks=1 run_config sanitize -DORBELLE_SANITIZE=ON -DORBELLE_BENCH=OFF ;;
-    m32)      run_config m32 -DCMAKE_TOOLCHAIN_FILE="$root/cmake/m32.cmake" -DORBELLE_BENCH=OFF ;;
+    m32)      run_m32 ;;
     windows)  run_windows ;;
     *) echo "unknown configuration $c" >&2; broken+=("$c") ;;
   esac
