@@ -1,8 +1,5 @@
 #include "script/plain.h"
 
-#include <algorithm>
-#include <charconv>
-#include <cstdio>
 #include <cstring>
 
 #include "data/cdr.h"
@@ -13,9 +10,6 @@
 #include "trace/host_slots.h"
 
 namespace {
-// The digits "%f" writes behind the point.
-constexpr int fixed_decimals = 6;
-
 // Reads a value of T's width into a T.
 template <typename T>
 bool get_value(CDR &s, T *value) {
@@ -131,17 +125,4 @@ bool get_plain_text(CDR &s, ScriptParm *p) {
     if (value == nullptr) return false;
     replace_strval(p, value, length);
     return true;
-}
-
-size_t format_fixed(char (&text)[plain_text_size], double value) {
-    // to_chars gives the exact, correctly rounded digits that "%f" gives in
-    // the C locale; printf stays the answer should it ever refuse.
-    auto r = std::to_chars(text, text + plain_text_size - 1, value, std::chars_format::fixed,
-                           fixed_decimals);
-    if (r.ec != std::errc()) {
-        int n = std::snprintf(text, sizeof text, "%f", value);
-        return n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof text - 1);
-    }
-    *r.ptr = '\0';
-    return static_cast<size_t>(r.ptr - text);
 }

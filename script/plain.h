@@ -8,17 +8,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "data/typecode.h"
 #include "orbelle/host.h"
+#include "script/decimal.h"
 #include "trace/host_slots.h"
 
 class CDR;
-
-// Room for the text of any plain value: "%f" of the largest double is 309
-// digits, a sign, a point and six decimals.
-constexpr size_t plain_text_size = 320;
 
 // Whether records of this type are plain. Inline: every record asks.
 inline bool is_plain_type(int32_t type) {
@@ -48,56 +44,6 @@ inline bool is_word_type(int32_t type) {
     return type == tk_long || type == tk_enum || type == tk_ulong;
 }
 
-// The two digits of every number below 100, so that numbers are written
-// two digits per division.
-struct DigitPairs {
-    char text[200];
-    constexpr DigitPairs() : text() {
-        for (int i = 0; i < 100; ++i) {
-            text[2 * i] = static_cast<char>('0' + i / 10);
-            text[2 * i + 1] = static_cast<char>('0' + i % 10);
-        }
-    }
-};
-inline constexpr DigitPairs digit_pairs;
-
-// Writes the digits of magnitude, ending just before end; the first.
-inline char *write_digits(char *end, uint32_t magnitude) {
-    char *first = end;
-    while (magnitude >= 100) {
-        first -= 2;
-        std::memcpy(first, digit_pairs.text + 2 * (magnitude % 100), 2);
-        magnitude /= 100;
-    }
-    if (magnitude >= 10) {
-        first -= 2;
-        std::memcpy(first, digit_pairs.text + 2 * magnitude, 2);
-    } else {
-        *--first = static_cast<char>('0' + magnitude);
-    }
-    return first;
-}
-
-// Writes value in decimal as "%d" would, ending just before end (no
-// terminator); the start. The magnitude must fit 32 bits. Inline, as what
-// follows: a record of a long sequence costs one of each.
-inline char *format_decimal(char *end, int64_t value) {
-    char *first = write_digits(end, static_cast<uint32_t>(value < 0 ? -value : value));
-    if (value < 0) *--first = '-';
-    return first;
-}
-
-// The digits of m in decimal, without a loop: the bit length gives the
-// count within one, and one comparison settles it.
-inline unsigned decimal_digits(uint32_t m) {
-    static constexpr uint32_t powers[] = {1,      10,      100,      1000,      10000,
-                                          100000, 1000000, 10000000, 100000000, 1000000000};
-    auto bits = static_cast<unsigned>(32 - __builtin_clz(m | 1u));
-    unsigned t = bits * 1233u >> 12;  // 1233 / 4096 is just above log10(2)
-    // m | 1 makes 0 one digit; it changes no comparison with an even power.
-    return t + ((m | 1u) >= powers[t] ? 1u : 0u);
-}
-
 // Makes the decimal text of a number of type (long, enum or unsigned long)
 // just read for p its strval, as get_plain_text does, formatted straight
 // into the host's block.
@@ -114,8 +60,5 @@ inline void set_word_text(ScriptParm *p, int32_t type, uint32_t word) {
     }
     p->strval = text;
 }
-
-// Writes value as "%f" would into text, terminated; the length.
-size_t format_fixed(char (&text)[plain_text_size], double value);
 
 #endif

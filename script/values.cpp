@@ -16,7 +16,6 @@
 #include "host/tellcat/tellcat.h"
 #include "script/asciify.h"
 #include "script/decimal.h"
-#include "script/plain.h"
 #include "trace/host_slots.h"
 #include "trace/trace.h"
 
@@ -232,42 +231,6 @@ void release_held(const ScriptParm *parm, void *area) {
     }
 }
 }  // namespace
-
-double float_reading(const char *text) {
-    if (text == nullptr) return 0;
-    const char *p = text;
-    while (std::isspace(static_cast<unsigned char>(*p))) ++p;
-    // Only the decimal form is taken: strtod alone would also read
-    // hexadecimal, "inf" and "nan".
-    const char *start = p;
-    bool negative = false;
-    if (*p == '+' || *p == '-') negative = *p++ == '-';
-    const char *digits = p;
-    while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
-    bool any = p != digits;
-    if (*p == '.') {
-        const char *fraction = ++p;
-        while (std::isdigit(static_cast<unsigned char>(*p))) ++p;
-        any = any || p != fraction;
-    }
-    if (!any) return 0;
-    if (*p == 'e' || *p == 'E') {
-        const char *q = p + 1;
-        if (*q == '+' || *q == '-') ++q;
-        if (std::isdigit(static_cast<unsigned char>(*q))) {
-            while (std::isdigit(static_cast<unsigned char>(*q))) ++q;
-            p = q;
-        }
-    }
-    // from_chars reads the same digits with the same rounding, without a
-    // copy; beyond the range of a double strtod says what it becomes.
-    double value = 0;
-    if (std::from_chars(digits, p, value).ec != std::errc()) {
-        std::string number(start, static_cast<size_t>(p - start));
-        return std::strtod(number.c_str(), nullptr);
-    }
-    return negative ? -value : value;
-}
 
 void *newdataptr(const ScriptParm *parm) {
     size_t size = area_size(parm->type);

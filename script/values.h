@@ -13,10 +13,6 @@
 class Environment;
 class TypeCode;
 
-// Reads a floating-point number in decimal notation with optional exponent
-// after leading white space; the rest is ignored, no number reads as 0.
-double float_reading(const char *text);
-
 // A new data area (std::malloc) for the record's type, or null for a type
 // that scripts can't convert; error_text then holds the catalogue message.
 // The areas of strings and object references start out null.
