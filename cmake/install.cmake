@@ -96,14 +96,14 @@ endif()
 # pkg-config and find_package(Orbelle): Orbelle::orbelle links the library;
 # a host that loads it with dlopen takes its path from the pkg-config
 # variable "library" or from $<TARGET_FILE:Orbelle::orbelle>.
-if(WIN32)
-  set(ORBELLE_LIBRARY_FILE ${CMAKE_INSTALL_FULL_BINDIR}/orbelle.dll)
-else()
+# orbelle.pc holds absolute paths (the configured prefix); a zip unpacked
+# anywhere has none, so Windows gets only the relocatable CMake package.
+if(NOT WIN32)
   set(ORBELLE_LIBRARY_FILE ${CMAKE_INSTALL_FULL_LIBDIR}/liborbelle.so.0)
+  set(ORBELLE_FULL_ZANTH_DIR ${CMAKE_INSTALL_PREFIX}/${ORBELLE_ZANTH_DIR})
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/package/orbelle.pc.in ${CMAKE_BINARY_DIR}/orbelle.pc @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/orbelle.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
-set(ORBELLE_FULL_ZANTH_DIR ${CMAKE_INSTALL_PREFIX}/${ORBELLE_ZANTH_DIR})
-configure_file(${CMAKE_CURRENT_LIST_DIR}/package/orbelle.pc.in ${CMAKE_BINARY_DIR}/orbelle.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/orbelle.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 set(_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Orbelle)
 install(EXPORT OrbelleTargets NAMESPACE Orbelle:: DESTINATION ${_cmake_dir})
@@ -138,9 +138,6 @@ set(CPACK_RESOURCE_FILE_README ${CMAKE_SOURCE_DIR}/README.md)
 # No debugging information in the packages (a RelWithDebInfo build keeps it
 # in the build tree).
 set(CPACK_STRIP_FILES ON)
-# The package holds what `cmake --install` puts under the configured prefix;
-# build the Debian package with -DCMAKE_INSTALL_PREFIX=/usr.
-set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
@@ -151,6 +148,10 @@ if(WIN32)
   endif()
 else()
   set(CPACK_GENERATOR DEB)
+  # The package holds what `cmake --install` puts under the configured
+  # prefix; build it with -DCMAKE_INSTALL_PREFIX=/usr. (The zip holds the
+  # install's folders at its top.)
+  set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SECTION devel)
   set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
