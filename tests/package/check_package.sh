@@ -51,19 +51,25 @@ finish() {
 
 pids=()
 installed_by_us=""
-cleanup() {
-  local rc=$?
+cleaned=""
+# Stops the servers, purges the package if it is still installed, removes
+# the work folder; once, whichever way the script ends. A signal's trap runs
+# inside whatever check was going on, output redirected: what it says goes to
+# the script's own output (descriptor 3).
+exec 3>&1
+clean_up() {
+  [ -n "$cleaned" ] && return
+  cleaned=1
   for p in "${pids[@]}"; do kill "$p" 2>/dev/null; done
   wait 2>/dev/null
   if [ -n "$installed_by_us" ] && dpkg -s orbelle >/dev/null 2>&1; then
-    echo "== removing the package left installed by an early exit"
+    echo "== removing the package left installed by an early exit" >&3
     apt-get purge -y -qq -o DPkg::Lock::Timeout=300 orbelle >/dev/null 2>&1 || dpkg --purge orbelle >/dev/null 2>&1
   fi
   rm -rf "$work"
-  exit $rc
 }
-trap cleanup EXIT
-trap 'exit 130' INT TERM
+trap 'rc=$?; clean_up; exit $rc' EXIT
+trap 'clean_up; echo "package: interrupted" >&3; exit 130' INT TERM
 
 if [ "$(id -u)" != 0 ]; then echo "package: needs root (apt-get install)"; failed=1; finish; fi
 if dpkg -s orbelle >/dev/null 2>&1; then
