@@ -7,13 +7,15 @@
 #                                        private: they are no system library
 #   LIBDIR/orbelle/zanth/shlib/iiop/     the agent stand-ins (ZANTH_HOME=LIBDIR/orbelle/zanth)
 #   include/orbelle/                     the host's headers
-#   LIBDIR/pkgconfig/orbelle.pc, LIBDIR/cmake/Orbelle/
+#   LIBDIR/pkgconfig/orbelle.pc          (not on Windows: its paths are absolute)
+#   LIBDIR/cmake/Orbelle/                find_package(Orbelle)
 #   lib/python3/dist-packages/orbelle_locust.py
 #   lib/omniidl/omniidl_be/idl2csv.py    where omniidl looks for back-ends
 #   share/doc/orbelle/                   README, copyright and licences
 #
-# On Windows everything a host loads sits in bin/, beside orbelle-run.exe,
-# where LoadLibrary looks first.
+# On Windows the DLLs a host loads sit in bin/, beside orbelle-run.exe, where
+# LoadLibrary looks first; the agent stand-ins in zanth/shlib/iiop/; no
+# Python tools.
 
 include(CMakePackageConfigHelpers)
 
