@@ -12,6 +12,7 @@
 #   lib/python3/dist-packages/orbelle_locust.py
 #   lib/omniidl/omniidl_be/idl2csv.py    where omniidl looks for back-ends
 #   share/doc/orbelle/                   README, copyright and licences
+#   share/man/man1/orbelle-run.1.gz
 #
 # On Windows the DLLs a host loads sit in bin/, beside orbelle-run.exe, where
 # LoadLibrary looks first; the agent stand-ins in zanth/shlib/iiop/; no
@@ -123,8 +124,8 @@ install(FILES ${CMAKE_BINARY_DIR}/OrbelleConfig.cmake ${CMAKE_BINARY_DIR}/Orbell
 install(FILES README.md ${CMAKE_CURRENT_LIST_DIR}/package/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES third_party/uplot/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR}/uplot)
 
-# Debian wants its changelog, compressed without a name or time stamp in the
-# gzip header. It is made here, for every Linux install, so that the
+# Debian wants its changelog and manual pages compressed, without a name or
+# time stamp in the gzip header. It is made here, for every Linux install, so that the
 # package's content is the install's content.
 find_program(ORBELLE_GZIP gzip)
 if(NOT WIN32 AND ORBELLE_GZIP)
@@ -132,6 +133,11 @@ if(NOT WIN32 AND ORBELLE_GZIP)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/package/changelog.in ${CMAKE_BINARY_DIR}/changelog @ONLY)
   execute_process(COMMAND ${ORBELLE_GZIP} -9nf ${CMAKE_BINARY_DIR}/changelog)
   install(FILES ${CMAKE_BINARY_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  # The manual page, compressed the same way.
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/orbelle-run.1)
+  file(COPY ${CMAKE_SOURCE_DIR}/docs/orbelle-run.1 DESTINATION ${CMAKE_BINARY_DIR})
+  execute_process(COMMAND ${ORBELLE_GZIP} -9nf ${CMAKE_BINARY_DIR}/orbelle-run.1)
+  install(FILES ${CMAKE_BINARY_DIR}/orbelle-run.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
 
 # -- Packages --------------------------------------------------------------
