@@ -19,7 +19,7 @@ root=$(pwd)
 packages=(cmake make g++ pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev
           gcc-multilib g++-multilib clang libclang-rt-14-dev
           libomniorb4-dev omniidl omniorb omniorb-nameserver tshark tcl-combat
-          mingw-w64 wine64 chromium python3-locust qemu-user)
+          mingw-w64 wine64 chromium python3-locust qemu-user lintian dpkg-dev file)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -36,7 +36,7 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 jobs=$(nproc 2>/dev/null || echo 2)
-configs=${ORBELLE_CONFIGS:-"normal sanitize m32 windows"}
+configs=${ORBELLE_CONFIGS:-"normal sanitize m32 windows package"}
 fuzz_seconds=${FUZZ_SECONDS:-12}
 passed=0
 failed=0
@@ -163,6 +163,20 @@ run_m32() {
   fi
 }
 
+# The Debian package from end to end (tests/package/check_package.sh, as
+# root: it installs the package machine-wide and removes it again): its
+# checks count like tests; a run without its closing count line is broken.
+run_package() {
+  local dir="$root/build/package"
+  echo "== package: build, lintian, install, use, remove"
+  bash "$root/tests/package/check_package.sh" "$dir" 2>&1 | tee "$dir.log" | grep -v '^    lintian: N:'
+  local line
+  line=$(grep -E '^package: [0-9]+ passed, [0-9]+ failed$' "$dir.log" | tail -1)
+  if [ -z "$line" ]; then broken+=("package (no result line)"); return; fi
+  passed=$((passed + $(sed -E 's/^package: ([0-9]+) passed.*/\1/' <<<"$line")))
+  failed=$((failed + $(sed -E 's/.* ([0-9]+) failed$/\1/' <<<"$line")))
+}
+
 mkdir -p "$root/build"
 for c in $configs; do
   case $c in
@@ -170,6 +184,7 @@ for c in $configs; do
     sanitize) ASAN_OPTIONS=detect_leaks=1 run_config sanitize -DORBELLE_SANITIZE=ON -DORBELLE_BENCH=OFF ;;
     m32)      run_m32 ;;
     windows)  run_windows ;;
+    package)  run_package ;;
     *) echo "unknown configuration $c" >&2; broken+=("$c") ;;
   esac
 done

@@ -11,6 +11,8 @@ import os
 import sys
 
 here = os.path.dirname(os.path.abspath(__file__))
+# In the checkout, the module beside the build tree; in a folder of its own
+# on a worker machine, the one the package installed on Python's path.
 sys.path.insert(0, os.path.join(here, "..", "tools", "locust"))
 
 from locust import constant_pacing  # noqa: E402
