@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "tools/runner/script/values.h"
 #include "tools/runner/state.h"
 
 namespace runner {
@@ -247,15 +248,25 @@ Step Session::State::call_step(const Command &cmd) {
                                              "' in the list of " + current->operation);
             const char *have = p->strval ? p->strval : "";
             Result outcome{Kind::Check, "check " + cmd.args[0]};
-            if (cmd.args[1] != have) {
+            CheckSpec spec = check_spec(cmd.args);
+            std::string why;
+            if (p->strval == nullptr) {
+                // Only an empty text expects no value.
+                outcome.ok = spec.how == Compare::Equal && spec.expected.empty();
+                if (!outcome.ok)
+                    outcome.error = "expected " + readable(p->type, spec.expected) +
+                                    ", got no value (" + type_name(p->type) + ")";
+            } else if (!compare_values(p->type, spec.how, have, spec.expected, why)) {
                 outcome.ok = false;
-                outcome.error = "expected '" + cmd.args[1] + "', got '" +
-                                (p->strval ? p->strval : "(no value)") + "'";
+                outcome.error = why;
+            }
+            if (!outcome.ok) {
                 std::fprintf(out, "%-24s check %s FAILED: %s\n", where(cmd).c_str(),
                              cmd.args[0].c_str(), outcome.error.c_str());
             } else if (!options.quiet) {
-                std::fprintf(out, "%-24s check %s = '%s' ok\n", where(cmd).c_str(),
-                             cmd.args[0].c_str(), have);
+                std::fprintf(out, "%-24s check %s %s '%s' ok\n", where(cmd).c_str(),
+                             cmd.args[0].c_str(),
+                             spec.how == Compare::Equal ? "=" : compare_symbol(spec.how), have);
             }
             tally(&cmd, outcome);
             return Step::Next;
