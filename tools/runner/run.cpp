@@ -264,9 +264,14 @@ Step Session::State::call_step(const Command &cmd) {
                 std::fprintf(out, "%-24s check %s FAILED: %s\n", where(cmd).c_str(),
                              cmd.args[0].c_str(), outcome.error.c_str());
             } else if (!options.quiet) {
-                std::fprintf(out, "%-24s check %s %s '%s' ok\n", where(cmd).c_str(),
-                             cmd.args[0].c_str(),
-                             spec.how == Compare::Equal ? "=" : compare_symbol(spec.how), have);
+                // "= 'value'", or "'value' >= 1000" for the other comparisons.
+                std::string shown = readable(p->type, have);
+                if (spec.how == Compare::Equal)
+                    shown = "= " + shown;
+                else
+                    shown += std::string(" ") + compare_symbol(spec.how) + " " + spec.expected;
+                std::fprintf(out, "%-24s check %s %s ok\n", where(cmd).c_str(), cmd.args[0].c_str(),
+                             shown.c_str());
             }
             tally(&cmd, outcome);
             return Step::Next;

@@ -48,12 +48,12 @@ std::string decode_notation(const std::string &text, std::string *problem) {
 
 std::string quoted(const std::string &bytes) {
     static const char digits[] = "0123456789abcdef";
-    std::string out = "\"";
+    std::string out = "'";
     for (char c : bytes) {
         auto u = static_cast<unsigned char>(c);
         switch (c) {
-            case '"':
-                out += "\\\"";
+            case '\'':
+                out += "\\'";
                 break;
             case '\\':
                 out += "\\\\";
@@ -77,7 +77,7 @@ std::string quoted(const std::string &bytes) {
                 }
         }
     }
-    return out + "\"";
+    return out + "'";
 }
 
 }  // namespace runner

@@ -13,7 +13,7 @@ namespace runner {
 // text all the same, and means something else by it).
 std::string decode_notation(const std::string &text, std::string *problem = nullptr);
 
-// bytes in double quotes, with \" \\ \n \r \t and \xNN for what does not
+// bytes in single quotes, with \' \\ \n \r \t and \xNN for what does not
 // print.
 std::string quoted(const std::string &bytes);
 

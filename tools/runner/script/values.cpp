@@ -290,16 +290,18 @@ bool compare_values(int32_t type, Compare how, const std::string &actual,
     else
         order = subject(type, actual) == subject(type, expected) ? 0 : 1;
     if (ordered(how, order)) return true;
-    why = "expected " + std::string(how == Compare::Equal ? "" : compare_symbol(how)) +
-          (how == Compare::Equal ? "" : " ") + readable(type, expected) + got;
+    why = "expected " +
+          (how == Compare::Equal ? std::string()
+                                 : "a value " + std::string(compare_symbol(how)) + " ") +
+          readable(type, expected) + got;
     return false;
 }
 
 std::string readable(int32_t type, const std::string &text) {
     if (is_bytes_type(type) || type == tk_char) return quoted(subject(type, text));
     if (type == tk_objref && text.size() > 60)
-        return text.substr(0, 40) + "..." + text.substr(text.size() - 12);
-    return text;
+        return "'" + text.substr(0, 40) + "..." + text.substr(text.size() - 12) + "'";
+    return "'" + text + "'";
 }
 
 std::string placeholder(int32_t type) {

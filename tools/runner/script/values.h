@@ -46,8 +46,8 @@ std::string compare_problem(int32_t type, Compare how, const std::string &expect
 bool compare_values(int32_t type, Compare how, const std::string &actual,
                     const std::string &expected, std::string &why);
 
-// A value of type as a person reads it: strings and octets decoded and
-// quoted, with escapes for what does not print; numbers as written.
+// A value of type as a person reads it, in single quotes: strings and
+// octets decoded, with escapes for what does not print; numbers as written.
 std::string readable(int32_t type, const std::string &text);
 
 // A placeholder that a value of type can take, for a script to start from.
