@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -225,6 +226,19 @@ TEST_F(ScriptMistakes, AllAreListedUpToTheLimit) {
     EXPECT_NE(past.find("s.orb:52:16: 'x'"), std::string::npos) << past;
     EXPECT_EQ(past.find("'y'"), std::string::npos);
     EXPECT_EQ(past.substr(past.rfind('\n') + 1), "2 more mistakes not shown (the first 50 are)");
+}
+
+TEST(ScriptSuggestions, LookAtTheFirstCandidatesOnly) {
+    // Names of a long sequence's elements, and the meant one at the last
+    // place looked at, then one past it.
+    std::vector<std::string> names;
+    for (size_t i = 0; i + 1 < limits::max_suggestion_candidates; ++i)
+        names.push_back("entries[" + std::to_string(i) + "].amount");
+    names.push_back("max_entries");
+    EXPECT_EQ(runner::did_you_mean("max_entrys", names), " (did you mean `max_entries`?)");
+    names.insert(names.begin(), "entries^length");
+    EXPECT_EQ(runner::did_you_mean("max_entrys", names), "");
+    EXPECT_EQ(runner::did_you_mean("zzzzzzzz", {"max_entries"}), "");
 }
 
 TEST_F(ScriptMistakes, DataRowsAreCheckedAgainstTheValuesTheyFill) {

@@ -113,14 +113,14 @@ private:
     }
 
     void bind(const Command &cmd) {
-        BoundAt &at = bound_[cmd.args[0]];
-        at = BoundAt{
-            cmd.has_variables && cmd.args[1].find("${") != std::string::npos ? "" : cmd.args[1],
-            cmd.line, cmd.columns[1]};
+        const std::string &id = cmd.args[1];
+        bound_[cmd.args[0]] =
+            BoundAt{id.find("${") == std::string::npos ? id : "", cmd.line, cmd.columns[1]};
     }
 
     void params(const Command &cmd) {
         current_ = Current{nullptr, cmd.args[1]};
+        oneway_ = false;
         auto found = bound_.find(cmd.args[0]);
         if (found == bound_.end()) {
             add(cmd, 0, "object '" + cmd.args[0] + "' is not bound here: bind it first");
@@ -149,8 +149,6 @@ private:
                 return;
             }
             oneway_ = op->oneway;
-        } else {
-            oneway_ = false;
         }
         current_.list = &descriptions_->parameters(at.repoid, operation, cmd.lengths);
         for (size_t i = 0; i < cmd.lengths.size(); ++i) {

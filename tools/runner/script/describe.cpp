@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "orbelle/kinds.h"
+#include "orbelle/limits.h"
 
 namespace runner {
 namespace {
@@ -50,8 +51,8 @@ const ParmInfo *ParmList::find(const std::string &name) const {
 
 std::vector<std::string> ParmList::names() const {
     std::vector<std::string> out;
-    out.reserve(parms.size());
-    for (const ParmInfo &p : parms) out.push_back(p.name);
+    for (size_t i = 0; i < parms.size() && i < limits::max_suggestion_candidates; ++i)
+        out.push_back(parms[i].name);
     return out;
 }
 
@@ -129,12 +130,12 @@ const ParmList &Descriptions::parameters(
     iiop_target target{};
     host_.get_parms(req, target, repoid.c_str(), operation.c_str(), &plist);
     auto list = std::make_unique<ParmList>();
-    for (const ScriptParm *p = req.parms; p != nullptr; p = p->next) {
-        if (p->name == nullptr) continue;
-        list->index.emplace(p->name, list->parms.size());
-        list->parms.push_back(ParmInfo{p->name, p->flags, p->type, p->supertype});
-    }
+    for (const ScriptParm *p = req.parms; p != nullptr; p = p->next)
+        if (p->name != nullptr)
+            list->parms.push_back(ParmInfo{p->name, p->flags, p->type, p->supertype});
     hostkit::free_list(req.parms);
+    list->index.reserve(list->parms.size());
+    for (size_t i = 0; i < list->parms.size(); ++i) list->index.emplace(list->parms[i].name, i);
     return *lists_.emplace(key, std::move(list)).first->second;
 }
 

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -42,8 +43,11 @@ struct ParmInfo {
 
 struct ParmList {
     std::vector<ParmInfo> parms;
-    std::unordered_map<std::string, size_t> index;
+    // By name; the keys are the names held in parms, which never changes
+    // once the list is made.
+    std::unordered_map<std::string_view, size_t> index;
     const ParmInfo *find(const std::string &name) const;
+    // The first names, as many as a suggestion looks at.
     std::vector<std::string> names() const;
 };
 
