@@ -133,7 +133,7 @@ private:
             return;
         if (!is_well_known(operation)) {
             std::string why;
-            const Interface *ifc = descriptions_->interface(at.repoid, why);
+            const Interface *ifc = descriptions_->find_interface(at.repoid, why);
             if (ifc == nullptr) {
                 // Said once, where the id is written.
                 if (reported_ids_.insert(at.repoid).second)

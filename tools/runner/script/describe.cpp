@@ -82,7 +82,7 @@ std::vector<std::string> Descriptions::known_ids() const {
     return ids;
 }
 
-const Interface *Descriptions::interface(const std::string &repoid, std::string &why) {
+const Interface *Descriptions::find_interface(const std::string &repoid, std::string &why) {
     auto found = interfaces_.find(repoid);
     if (found != interfaces_.end()) return found->second.get();
     auto failed = failures_.find(repoid);

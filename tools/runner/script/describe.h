@@ -62,7 +62,7 @@ public:
 
     // The interface of repoid, read once; null with the reason in why when
     // there is no readable description of it.
-    const Interface *interface(const std::string &repoid, std::string &why);
+    const Interface *find_interface(const std::string &repoid, std::string &why);
 
     // The records of operation on repoid with the given sequence lengths
     // (name^length, N), as the library lists them; asked once per

@@ -108,7 +108,7 @@ void write_operation(Descriptions &descriptions, const std::string &repoid,
 bool write_skeleton(Descriptions &descriptions, const std::string &repoid,
                     const std::vector<std::string> &operations, std::string &out,
                     std::string &why) {
-    const Interface *ifc = descriptions.interface(repoid, why);
+    const Interface *ifc = descriptions.find_interface(repoid, why);
     if (ifc == nullptr) {
         why += did_you_mean(repoid, descriptions.known_ids());
         return false;
