@@ -82,8 +82,9 @@ constexpr size_t max_list_line = 999;
 constexpr size_t max_script_mistakes = 50;
 // Names a misspelled name is compared with when the nearest are looked for.
 // Lists of long sequences hold millions of names that differ only in their
-// indexes; the first ones already hold every spelling a script can mean.
-constexpr size_t max_suggestion_candidates = 20000;
+// indexes; the first ones already hold every spelling a script can mean,
+// and fifty mistakes against this many names cost well under a second.
+constexpr size_t max_suggestion_candidates = 5000;
 // Longest pattern of "check NAME ~ REGEX", and longest text it is matched
 // against. The standard regular expressions recurse once per character of
 // the text, so a longer text could exhaust the stack.

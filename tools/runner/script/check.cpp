@@ -5,6 +5,7 @@
 
 #include "orbelle/host.h"
 #include "orbelle/kinds.h"
+#include "orbelle/limits.h"
 #include "tools/runner/script/values.h"
 #include "tools/runner/vars.h"
 
@@ -52,6 +53,11 @@ private:
         mistakes_.add(script_.file, cmd.line, column, message);
     }
 
+    // The nearest names, unless the mistake will only be counted.
+    std::string hint(const std::string &name, const std::vector<std::string> &candidates) const {
+        return mistakes_.full() ? "" : did_you_mean(name, candidates);
+    }
+
     void variables_used(const Command &cmd) {
         for (size_t a = 0; a < cmd.args.size(); ++a)
             for (const std::string &name : variable_names(cmd.args[a])) {
@@ -63,8 +69,8 @@ private:
                         "variable " + name +
                             " is used before it is set (neither the environment, let, save "
                             "nor a data line above sets it)" +
-                            did_you_mean(name, std::vector<std::string>(variables_.begin(),
-                                                                        variables_.end())));
+                            hint(name,
+                                 std::vector<std::string>(variables_.begin(), variables_.end())));
             }
     }
 
@@ -84,11 +90,11 @@ private:
         if (current_.list == nullptr || name.find("${") != std::string::npos) return nullptr;
         const ParmInfo *p = current_.list->find(name);
         if (p == nullptr) {
-            std::string hint = did_you_mean(name, current_.list->names());
-            if (hint.empty() && name.find("[") != std::string::npos)
-                hint = " (a sequence has the elements its ^length in the params line gives)";
+            std::string nearest = hint(name, current_.list->names());
+            if (nearest.empty() && name.find('[') != std::string::npos)
+                nearest = " (a sequence has the elements its ^length in the params line gives)";
             add(cmd, arg,
-                "no parameter named '" + name + "' in the list of " + current_.operation + hint);
+                "no parameter named '" + name + "' in the list of " + current_.operation + nearest);
         }
         return p;
     }
@@ -138,14 +144,14 @@ private:
                 // Said once, where the id is written.
                 if (reported_ids_.insert(at.repoid).second)
                     mistakes_.add(script_.file, at.line, at.column,
-                                  why + did_you_mean(at.repoid, descriptions_->known_ids()));
+                                  why + hint(at.repoid, descriptions_->known_ids()));
                 return;
             }
             const Operation *op = ifc->find(operation);
             if (op == nullptr) {
                 add(cmd, 1,
                     "operation '" + operation + "' is not one of " + at.repoid +
-                        did_you_mean(operation, ifc->operation_names()));
+                        hint(operation, ifc->operation_names()));
                 return;
             }
             oneway_ = op->oneway;
@@ -156,10 +162,11 @@ private:
             if (p != nullptr && p->is_length()) continue;
             std::vector<std::string> lengths;
             for (const ParmInfo &each : current_.list->parms)
-                if (each.is_length()) lengths.push_back(each.name);
+                if (each.is_length() && lengths.size() < limits::max_suggestion_candidates)
+                    lengths.push_back(each.name);
             mistakes_.add(script_.file, cmd.line, cmd.length_columns[i],
                           "'" + cmd.lengths[i].first + "' is not a sequence of " + operation +
-                              did_you_mean(cmd.lengths[i].first, lengths));
+                              hint(cmd.lengths[i].first, lengths));
         }
     }
 

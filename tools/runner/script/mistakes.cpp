@@ -10,7 +10,7 @@ namespace {
 
 // Names longer than this are not spelled by hand; comparing them costs the
 // product of two lengths, so they are left out of suggestions.
-constexpr size_t longest_suggested = 200;
+constexpr size_t longest_suggested = 64;
 
 // The edit distance of a and b (insertions, deletions, replacements, and
 // swaps of two neighbours), or more than most when it exceeds most.
@@ -47,6 +47,8 @@ void Mistakes::add(const std::string &file, int line, int column, const std::str
 void Mistakes::add(const std::string &placed) {
     if (count_++ < limits::max_script_mistakes) list_.push_back(placed);
 }
+
+bool Mistakes::full() const { return count_ >= limits::max_script_mistakes; }
 
 std::string Mistakes::text() const {
     std::string out;

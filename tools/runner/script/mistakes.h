@@ -19,6 +19,8 @@ public:
     void add(const std::string &placed);
 
     bool empty() const { return count_ == 0; }
+    // Whether no more are kept: what is added now is only counted.
+    bool full() const;
     size_t count() const { return count_; }
     // Every mistake kept, one a line, and a closing line when some were
     // left out.
