@@ -248,15 +248,15 @@ Step Session::State::call_step(const Command &cmd) {
                                              "' in the list of " + current->operation);
             const char *have = p->strval ? p->strval : "";
             Result outcome{Kind::Check, "check " + cmd.args[0]};
-            CheckSpec spec = check_spec(cmd.args);
+            Expectation want = expectation_of(cmd.args);
             std::string why;
             if (p->strval == nullptr) {
                 // Only an empty text expects no value.
-                outcome.ok = spec.how == Compare::Equal && spec.expected.empty();
+                outcome.ok = want.how == Compare::Equal && want.expected.empty();
                 if (!outcome.ok)
-                    outcome.error = "expected " + readable(p->type, spec.expected) +
+                    outcome.error = "expected " + readable(p->type, want.expected) +
                                     ", got no value (" + type_name(p->type) + ")";
-            } else if (!compare_values(p->type, spec.how, have, spec.expected, why)) {
+            } else if (!compare_values(p->type, want.how, have, want.expected, why)) {
                 outcome.ok = false;
                 outcome.error = why;
             }
@@ -266,10 +266,10 @@ Step Session::State::call_step(const Command &cmd) {
             } else if (!options.quiet) {
                 // "= 'value'", or "'value' >= 1000" for the other comparisons.
                 std::string shown = readable(p->type, have);
-                if (spec.how == Compare::Equal)
+                if (want.how == Compare::Equal)
                     shown = "= " + shown;
                 else
-                    shown += std::string(" ") + compare_symbol(spec.how) + " " + spec.expected;
+                    shown += std::string(" ") + compare_symbol(want.how) + " " + want.expected;
                 std::fprintf(out, "%-24s check %s %s ok\n", where(cmd).c_str(), cmd.args[0].c_str(),
                              shown.c_str());
             }

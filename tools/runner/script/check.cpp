@@ -194,12 +194,12 @@ private:
     void check(const Command &cmd) {
         const ParmInfo *p = parameter(cmd, 0);
         if (p == nullptr) return;
-        CheckSpec spec = check_spec(cmd.args);
+        Expectation want = expectation_of(cmd.args);
         size_t value_arg = cmd.args.size() - 1;
         if (cmd.args[value_arg].find("${") == std::string::npos) {
-            std::string problem = compare_problem(p->type, spec.how, spec.expected);
+            std::string problem = compare_problem(p->type, want.how, want.expected);
             if (!problem.empty()) add(cmd, value_arg, problem + " (" + p->name + ")");
-        } else if (spec.how != Compare::Matches) {
+        } else if (want.how != Compare::Matches) {
             data_values(cmd, value_arg, *p);
         }
     }

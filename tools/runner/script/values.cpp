@@ -173,22 +173,22 @@ bool is_check_operator(const std::string &word) {
            word == ">=" || word == "~";
 }
 
-CheckSpec check_spec(const std::vector<std::string> &args) {
-    CheckSpec spec;
+Expectation expectation_of(const std::vector<std::string> &args) {
+    Expectation want;
     if (args.size() < 3) {
-        spec.expected = args.size() > 1 ? args[1] : "";
-        return spec;
+        want.expected = args.size() > 1 ? args[1] : "";
+        return want;
     }
     const std::string &op = args[1];
-    spec.how = op == "!="   ? Compare::NotEqual
+    want.how = op == "!="   ? Compare::NotEqual
                : op == "<"  ? Compare::Less
                : op == "<=" ? Compare::LessEqual
                : op == ">"  ? Compare::Greater
                : op == ">=" ? Compare::GreaterEqual
                : op == "~"  ? Compare::Matches
                             : Compare::Equal;
-    spec.expected = args[2];
-    return spec;
+    want.expected = args[2];
+    return want;
 }
 
 const char *compare_symbol(Compare how) {

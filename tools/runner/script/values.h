@@ -17,11 +17,11 @@ bool is_check_operator(const std::string &word);
 
 // The comparison and the expected text of "check NAME [OP] VALUE", from the
 // words after the command (2 or 3 of them, the operator checked).
-struct CheckSpec {
+struct Expectation {
     Compare how = Compare::Equal;
     std::string expected;
 };
-CheckSpec check_spec(const std::vector<std::string> &args);
+Expectation expectation_of(const std::vector<std::string> &args);
 const char *compare_symbol(Compare how);
 
 // The IDL name of a TypeCode kind as the descriptions write it ("double",
