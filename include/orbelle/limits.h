@@ -85,12 +85,14 @@ constexpr size_t max_script_mistakes = 50;
 // indexes; the first ones already hold every spelling a script can mean,
 // and fifty mistakes against this many names cost well under a second.
 constexpr size_t max_suggestion_candidates = 5000;
-// Longest pattern of "check NAME ~ REGEX", and longest text it is matched
-// against. The standard regular expressions recurse once per character of
-// the text, so a longer text could exhaust the stack.
+// Longest pattern of "check NAME ~ REGEX", the most its counted
+// repetitions ({n}, {n,m}) may multiply to, and the longest text it is
+// matched against. A pattern is run as an automaton whose states it counts
+// (repetitions copy theirs), in time of states times text, so that no
+// pattern can make a check take more than a few milliseconds.
 constexpr size_t max_check_pattern = 1000;
-constexpr size_t max_check_subject = 16384;
-
+constexpr size_t max_check_repetition = 1000;
+constexpr size_t max_check_subject = 4096;
 }  // namespace limits
 
 inline bool value_block_allowed(uint64_t bytes, uint32_t stream_left) {

@@ -99,7 +99,15 @@ TEST(CheckByValue, ComparesByTypeOperatorAndNotation) {
         // the text a pattern is matched against, on both sides of its limit
         {tk_string, Compare::Matches, long_text.c_str(), "^a+$", ""},
         {tk_string, Compare::Matches, too_long.c_str(), "^a+$",
-         "the value has 16385 bytes, more than the 16384 a pattern is matched against"},
+         "the value has 4097 bytes, more than the 4096 a pattern is matched against"},
+        // a pattern that a backtracking search would take for ever on
+        {tk_string, Compare::Matches, long_text.c_str(), "(a*)*b",
+         "expected a value matching /(a*)*b/"},
+        {tk_string, Compare::Matches, "xa)|(b", "a\\)\\|\\(b", ""},
+        {tk_string, Compare::Matches, "ab", "^b", "expected a value matching /^b/"},
+        {tk_string, Compare::Matches, "ab", "a$", "expected a value matching /a$/"},
+        {tk_string, Compare::Matches, "ab", "^a|c$", ""},
+        {tk_string, Compare::Matches, "a", "a)|(b", "the pattern does not compile: "},
     };
     for (const CheckCase &c : cases) {
         std::string why;
@@ -113,11 +121,18 @@ TEST(CheckByValue, ComparesByTypeOperatorAndNotation) {
     }
 }
 
-TEST(CheckByValue, PatternLengthIsLimited) {
+TEST(CheckByValue, PatternsAreLimitedInLengthAndRepetition) {
     const std::string longest(limits::max_check_pattern, 'a');
     EXPECT_EQ(runner::compare_problem(tk_string, Compare::Matches, longest), "");
     EXPECT_EQ(runner::compare_problem(tk_string, Compare::Matches, longest + "a"),
               "the pattern has 1001 characters, more than 1000");
+    for (const char *most : {"(a{10}){100}", "a{2,1000}", "x{1000,}"})
+        EXPECT_EQ(runner::compare_problem(tk_string, Compare::Matches, most), "") << most;
+    for (const char *more : {"(a{10}){101}", "a{2,1001}", "(a{2}b{2}){251}"})
+        EXPECT_EQ(runner::compare_problem(tk_string, Compare::Matches, more),
+                  "the pattern's counted repetitions multiply to more than 1000")
+            << more;
+    EXPECT_EQ(runner::compare_problem(tk_string, Compare::Matches, "\\{5000}"), "");
 }
 
 class ScriptMistakes : public ::testing::Test {

@@ -1,5 +1,7 @@
 #include "tools/runner/script/values.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cfloat>
 #include <charconv>
@@ -135,7 +137,38 @@ int order_of(T a, T b) {
     return a < b ? -1 : b < a ? 1 : 0;
 }
 
-// The pattern compiled, or null with the reason in why.
+// The product of the counted repetitions of pattern ({n}, {n,m}, {n,}: the
+// larger number), at most limit + 1: a bound on how often it copies states.
+size_t repetition_weight(const std::string &pattern, size_t limit) {
+    size_t weight = 1;
+    for (size_t i = 0; i < pattern.size(); ++i) {
+        if (pattern[i] == '\\') {
+            ++i;
+            continue;
+        }
+        if (pattern[i] != '{') continue;
+        size_t largest = 0, number = 0;
+        size_t j = i + 1;
+        bool digits = false;
+        for (; j < pattern.size() &&
+               (std::isdigit(static_cast<unsigned char>(pattern[j])) || pattern[j] == ',');
+             ++j) {
+            if (pattern[j] == ',') {
+                number = 0;
+                continue;
+            }
+            digits = true;
+            number = std::min(number * 10 + static_cast<size_t>(pattern[j] - '0'), limit + 1);
+            largest = std::max(largest, number);
+        }
+        if (!digits || j == pattern.size() || pattern[j] != '}') continue;
+        weight = std::min(weight * std::max<size_t>(largest, 1), limit + 1);
+    }
+    return weight;
+}
+
+// The pattern compiled to find a match anywhere in a text, or null with
+// the reason in why.
 const std::regex *compiled(const std::string &pattern, std::string &why) {
     static std::map<std::string, std::unique_ptr<std::regex>> kept;
     auto found = kept.find(pattern);
@@ -145,14 +178,25 @@ const std::regex *compiled(const std::string &pattern, std::string &why) {
               std::to_string(limits::max_check_pattern);
         return nullptr;
     }
+    if (repetition_weight(pattern, limits::max_check_repetition) > limits::max_check_repetition) {
+        why = "the pattern's counted repetitions multiply to more than " +
+              std::to_string(limits::max_check_repetition);
+        return nullptr;
+    }
     auto flags = std::regex::ECMAScript;
 #ifdef __GLIBCXX__
-    // Matching then takes time in proportion to the text, whatever the pattern.
+    // An automaton of states instead of backtracking: no recursion per
+    // character of the text, and time in proportion to the text.
     flags |= std::regex_constants::__polynomial;
 #endif
     std::unique_ptr<std::regex> re;
     try {
-        re = std::make_unique<std::regex>(pattern, flags);
+        // The pattern alone first, so that it is whole (no stray bracket)
+        // before it is wrapped. A whole-text match with the pattern anywhere
+        // in it costs one pass, where a search would start again at every
+        // character; ^ and $ still mean the ends of the text.
+        std::regex alone(pattern, flags);
+        re = std::make_unique<std::regex>("[\\s\\S]*?(?:" + pattern + ")[\\s\\S]*", flags);
     } catch (const std::regex_error &e) {
         why = std::string("the pattern does not compile: ") + e.what();
         return nullptr;
@@ -267,7 +311,7 @@ bool compare_values(int32_t type, Compare how, const std::string &actual,
         }
         bool ok = false;
         try {
-            ok = std::regex_search(text, *re);
+            ok = std::regex_match(text, *re);
         } catch (const std::regex_error &e) {
             why = std::string("the pattern could not be matched: ") + e.what();
             return false;
