@@ -264,7 +264,9 @@ TEST_F(ScriptMistakes, DataRowsAreCheckedAgainstTheValuesTheyFill) {
     runner::Mistakes found;
     runner::parse_script("s.orb",
                          "data d.csv as row\nbind till IDL:Shop/Till:1.0 t IOR IOR:00\n"
-                         "params till sell\nset item.count ${row.n}\nset item.weight ${row.w}\n",
+                         "params till sell\nset item.count ${row.n}\nset item.weight ${row.w}\n"
+                         // a column's variable set anew holds the data no longer
+                         "let row.w 2\nset item.weight ${row.w}\n",
                          script, found);
     runner::Descriptions descriptions(host_);
     runner::check_script(script, {{1, {"d.csv", &table}}}, &descriptions, found);

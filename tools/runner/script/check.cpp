@@ -74,6 +74,12 @@ private:
             }
     }
 
+    // A variable that let or save sets no longer holds a data column.
+    void set_variable(const std::string &name) {
+        variables_.insert(name);
+        data_variables_.erase(name);
+    }
+
     // Whether name may be a column of a data file that could not be read
     // (that file's mistake is reported already).
     bool from_unread_data(const std::string &name) const {
@@ -248,7 +254,7 @@ private:
                 if (cmd.verb == Verb::Check) check(cmd);
                 if ((cmd.verb == Verb::Print && !cmd.args.empty()) || cmd.verb == Verb::Save)
                     parameter(cmd, 0);
-                if (cmd.verb == Verb::Save) variables_.insert(cmd.args[1]);
+                if (cmd.verb == Verb::Save) set_variable(cmd.args[1]);
                 if (cmd.verb == Verb::Invoke && cmd.kind == CallKind::Deferred)
                     deferred_[current_.operation] = current_;
                 if (cmd.verb == Verb::Invoke && cmd.kind != CallKind::OneWay && oneway_ &&
@@ -267,7 +273,7 @@ private:
                 break;
             }
             case Verb::Let:
-                variables_.insert(cmd.args[0]);
+                set_variable(cmd.args[0]);
                 break;
             case Verb::Data: {
                 auto it = data_.find(cmd.line);
