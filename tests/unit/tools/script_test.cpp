@@ -20,8 +20,8 @@ namespace {
 using runner::Compare;
 using testsupport::run_runner;
 
-// A till: an attribute, a struct, a sequence, an out value and a one-way
-// operation, with a value of every kind a script gives.
+// A till: an attribute, a struct, sequences (one bounded), an out value
+// and a one-way operation, with a value of every kind a script gives.
 const char till_description[] = R"(# Shop::Till, IDL:Shop/Till:1.0
 att IDL:Shop/Till/open:1.0 open normal . boolean
 opr IDL:Shop/Till/open:1.0 _get_open normal
@@ -36,6 +36,9 @@ opr IDL:Shop/Till/sell:1.0 sell normal
     par in size . char
     par in kind . enum
     par out receipt . long
+opr IDL:Shop/Till/stack:1.0 stack normal
+    res . void
+    par in codes . sequence 2 . short
 opr IDL:Shop/Till/ring:1.0 ring oneway
     res . void
     par in times . short
@@ -164,6 +167,11 @@ TEST_F(ScriptMistakes, EachIsPlacedAndSaysWhatIsWrong) {
          "`_get_open`, `_set_open`?)"},
         {"params till sell tag^length=2\n",
          "s.orb:2:18: 'tag^length' is not a sequence of sell (did you mean `tags^length`?)"},
+        // a bounded sequence, at its bound and one past it
+        {"params till stack codes^length=2\nset codes[1] 1\n", ""},
+        {"params till stack codes^length=3\nset codes[2] 1\n",
+         "s.orb:2:19: codes^length=3 is more elements than the description bounds the "
+         "sequence to; the parameter list ends there"},
         {sell + "set item.nme x\n",
          "s.orb:3:5: no parameter named 'item.nme' in the list of sell (did you mean "
          "`item.name`?)"},

@@ -1,5 +1,6 @@
 #include "tools/runner/script/check.h"
 
+#include <cstring>
 #include <set>
 #include <unordered_map>
 
@@ -130,6 +131,23 @@ private:
             BoundAt{id.find("${") == std::string::npos ? id : "", cmd.line, cmd.columns[1]};
     }
 
+    // Whether the list holds the last element that length (base^length, N)
+    // asks for: the library ends the list at a sequence given more elements
+    // than its bound.
+    static bool has_last_element(const ParmList &list,
+                                 const std::pair<std::string, std::string> &length) {
+        if (length.second == "0") return true;
+        const std::string &name = length.first;
+        std::string last = name.substr(0, name.size() - std::strlen("^length")) + "[" +
+                           std::to_string(std::stol(length.second) - 1) + "]";
+        for (const ParmInfo &p : list.parms)
+            if (p.name.compare(0, last.size(), last) == 0 &&
+                (p.name.size() == last.size() ||
+                 std::strchr(".:[^", p.name[last.size()]) != nullptr))
+                return true;
+        return false;
+    }
+
     void params(const Command &cmd) {
         current_ = Current{nullptr, cmd.args[1]};
         oneway_ = false;
@@ -165,7 +183,17 @@ private:
         current_.list = &descriptions_->parameters(at.repoid, operation, cmd.lengths);
         for (size_t i = 0; i < cmd.lengths.size(); ++i) {
             const ParmInfo *p = current_.list->find(cmd.lengths[i].first);
-            if (p != nullptr && p->is_length()) continue;
+            if (p != nullptr && p->is_length()) {
+                if (!has_last_element(*current_.list, cmd.lengths[i])) {
+                    mistakes_.add(script_.file, cmd.line, cmd.length_columns[i],
+                                  cmd.lengths[i].first + "=" + cmd.lengths[i].second +
+                                      " is more elements than the description bounds the "
+                                      "sequence to; the parameter list ends there");
+                    current_.list = nullptr;  // the names behind it are not known
+                    return;
+                }
+                continue;
+            }
             std::vector<std::string> lengths;
             for (const ParmInfo &each : current_.list->parms)
                 if (each.is_length() && lengths.size() < limits::max_suggestion_candidates)
