@@ -39,6 +39,9 @@ opr IDL:Shop/Till/sell:1.0 sell normal
 opr IDL:Shop/Till/stack:1.0 stack normal
     res . void
     par in codes . sequence 2 . short
+opr IDL:Shop/Till/note:1.0 note normal
+    res . void
+    par in what . any
 opr IDL:Shop/Till/ring:1.0 ring oneway
     res . void
     par in times . short
@@ -167,6 +170,9 @@ TEST_F(ScriptMistakes, EachIsPlacedAndSaysWhatIsWrong) {
          "`_get_open`, `_set_open`?)"},
         {"params till sell tag^length=2\n",
          "s.orb:2:18: 'tag^length' is not a sequence of sell (did you mean `tags^length`?)"},
+        {"params till note\nset what x\n",
+         "s.orb:3:5: what is of type any, which a script cannot give (the call would fail "
+         "with MARSHAL)"},
         // a bounded sequence, at its bound and one past it
         {"params till stack codes^length=2\nset codes[1] 1\n", ""},
         {"params till stack codes^length=3\nset codes[2] 1\n",
@@ -292,7 +298,7 @@ TEST_F(ScriptMistakes, SkeletonsRunTheCheckCleanly) {
     for (const char *line :
          {"\nparams till sell tags^length=1 ", "\nset item.count 0 ", "# ushort\n",
           "\nset tags[0] text ", "\ninvoke oneway\n", "\n# check ^sell.total 0.0 ",
-          "\n# save receipt receipt\n", "\nset open 0 "})
+          "\n# save receipt receipt\n", "\nset open 0 ", "\n# set what "})
         EXPECT_NE(out.find(line), std::string::npos) << line << "\n" << out;
     runner::Script script;
     runner::Mistakes found;

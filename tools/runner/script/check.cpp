@@ -211,6 +211,12 @@ private:
             add(cmd, 0, p->name + " is an out value: the reply sets it, a script cannot");
             return;
         }
+        if (!script_can_give(p->type)) {
+            add(cmd, 0,
+                p->name + " is of type " + type_name(p->type) +
+                    ", which a script cannot give (the call would fail with MARSHAL)");
+            return;
+        }
         if (p->is_length()) {
             add(cmd, 0,
                 p->name + " is a sequence's length: give it in the params line as " + p->name +

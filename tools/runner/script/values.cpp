@@ -173,6 +173,26 @@ std::string type_name(int32_t type) {
     return "kind " + std::to_string(type);
 }
 
+bool script_can_give(int32_t type) {
+    switch (type) {
+        case tk_short:
+        case tk_long:
+        case tk_ushort:
+        case tk_ulong:
+        case tk_float:
+        case tk_double:
+        case tk_boolean:
+        case tk_char:
+        case tk_octet:
+        case tk_objref:
+        case tk_enum:
+        case tk_string:
+            return true;
+        default:
+            return false;
+    }
+}
+
 std::string value_problem(int32_t type, const std::string &text) {
     const std::string shown = "'" + text + "'";
     if (is_integer_type(type)) {
@@ -268,6 +288,7 @@ std::string readable(int32_t type, const std::string &text) {
 }
 
 std::string placeholder(int32_t type) {
+    if (!script_can_give(type)) return "";
     if (is_float_type(type)) return "0.0";
     if (is_number_type(type) || type == tk_boolean) return "0";
     switch (type) {

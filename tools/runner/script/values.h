@@ -28,6 +28,10 @@ const char *compare_symbol(Compare how);
 // "objref"), or "kind N".
 std::string type_name(int32_t type);
 
+// Whether the library converts a script's text into a value of type (any,
+// long long and the wide types it does not).
+bool script_can_give(int32_t type);
+
 // What is wrong with text as a value of type, as the library would read
 // it; empty when nothing is. Texts the library would read as something
 // other than what they say ("abc" as a number, "true" as a boolean, two
