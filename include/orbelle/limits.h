@@ -74,6 +74,25 @@ constexpr uint64_t max_csv_array_elements = uint64_t{1} << 20;
 // ends the search as the end of the file does.
 constexpr size_t max_list_line = 999;
 
+// -- Scripts of orbelle-run (the runner's checks; nothing of the library) --
+
+// Mistakes listed for one run before the list stops. A script that is wrong
+// in more places was most likely written for another interface; the first
+// fifty show that, and a screenful more would only bury them.
+constexpr size_t max_script_mistakes = 50;
+// Names a misspelled name is compared with when the nearest are looked for.
+// Lists of long sequences hold millions of names that differ only in their
+// indexes; the first ones already hold every spelling a script can mean,
+// and fifty mistakes against this many names cost well under a second.
+constexpr size_t max_suggestion_candidates = 5000;
+// Longest pattern of "check NAME ~ REGEX", the most its counted
+// repetitions ({n}, {n,m}) may multiply to, and the longest text it is
+// matched against. A pattern is run as an automaton whose states it counts
+// (repetitions copy theirs), in time of states times text, so that no
+// pattern can make a check take more than a few milliseconds.
+constexpr size_t max_check_pattern = 1000;
+constexpr size_t max_check_repetition = 1000;
+constexpr size_t max_check_subject = 4096;
 }  // namespace limits
 
 inline bool value_block_allowed(uint64_t bytes, uint32_t stream_left) {

@@ -28,6 +28,7 @@
 #include "tools/runner/load.h"
 #include "tools/runner/run.h"
 #include "tools/runner/script.h"
+#include "tools/runner/script/offline.h"
 #include "tools/runner/serve.h"
 
 namespace {
@@ -47,6 +48,12 @@ const char usage[] =
     "  --users-total N    users sharing unique data rows (default $ORBELLE_USERS_TOTAL or 1)\n"
     "  --library PATH     the library to load (default: liborbelle.so beside this program)\n"
     "  -C DIR             change to DIR first (descriptions are read from DIR/idl)\n"
+    "  --check            check the scripts and their data files against the\n"
+    "                     descriptions, send nothing: prints OK or every mistake\n"
+    "                     as FILE:LINE:COLUMN: message (exit status 2)\n"
+    "  --skeleton REPOID [OP...]\n"
+    "                     print a script that calls the operations of REPOID\n"
+    "                     (all when none is named), with placeholders to fill\n"
     "  --serve            serve one user to a driving program (the Locust User\n"
     "                     class): one iteration for each line run on standard\n"
     "                     input, its events to --events (needed); ends at end\n"
@@ -146,6 +153,8 @@ int main(int argc, char **argv) {
     std::vector<std::string> load_only;  // options that need --users
     std::string library = default_library();
     std::vector<std::string> files;
+    bool check_only = false;
+    const char *skeleton = nullptr;  // the interface id of --skeleton
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         auto value = [&](const char *what) -> const char * {
@@ -192,6 +201,10 @@ int main(int argc, char **argv) {
         } else if (arg == "--csv") {
             load.csv_prefix = value("a prefix");
             load_only.push_back(arg);
+        } else if (arg == "--check") {
+            check_only = true;
+        } else if (arg == "--skeleton") {
+            skeleton = value("an interface id");
         } else if (arg == "--serve") {
             serve = true;
         } else if (arg == "--quiet") {
@@ -230,6 +243,7 @@ int main(int argc, char **argv) {
             files.push_back(arg);
         }
     }
+    if (skeleton != nullptr) return runner::print_skeleton(library, skeleton, files);
     if (files.empty()) {
         std::fputs(usage, stderr);
         return 2;
@@ -279,8 +293,10 @@ int main(int argc, char **argv) {
         events_path.clear();
     }
 
-    // Every script is read and checked before anything is sent.
+    // Every script is read and checked before anything is sent; every
+    // mistake of every script is listed.
     std::vector<runner::Script> scripts(files.size());
+    runner::Mistakes mistakes;
     for (size_t i = 0; i < files.size(); ++i) {
         std::ifstream in(files[i], std::ios::binary);
         if (!in) {
@@ -289,11 +305,12 @@ int main(int argc, char **argv) {
         }
         std::stringstream text;
         text << in.rdbuf();
-        std::string error;
-        if (!runner::parse_script(files[i], text.str(), scripts[i], error)) {
-            std::fprintf(stderr, "%s\n", error.c_str());
-            return 2;
-        }
+        runner::parse_script(files[i], text.str(), scripts[i], mistakes);
+    }
+    if (check_only || !mistakes.empty()) {
+        runner::Options check = options;
+        if (load_mode) check.users_total = load.users;
+        return runner::check_scripts(library, scripts, check, mistakes, check_only);
     }
     runner::EventWriter events;
     if (!events_path.empty()) {
@@ -336,10 +353,11 @@ int main(int argc, char **argv) {
     for (const runner::Script &script : scripts) {
         sessions.push_back(std::make_unique<runner::Session>(
             host, std::vector<const runner::Script *>{&script}, options, stdout, &events));
-        if (!sessions.back()->prepare(error)) {
-            std::fprintf(stderr, "%s\n", error.c_str());
-            return 2;
-        }
+        if (!sessions.back()->prepare(error)) mistakes.add(error);
+    }
+    if (!mistakes.empty()) {
+        std::fprintf(stderr, "%s\n", mistakes.text().c_str());
+        return 2;
     }
 
     hostkit::set_echo(true);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "tools/runner/script/values.h"
 #include "tools/runner/state.h"
 
 namespace runner {
@@ -247,15 +248,30 @@ Step Session::State::call_step(const Command &cmd) {
                                              "' in the list of " + current->operation);
             const char *have = p->strval ? p->strval : "";
             Result outcome{Kind::Check, "check " + cmd.args[0]};
-            if (cmd.args[1] != have) {
+            Expectation want = expectation_of(cmd.args);
+            std::string why;
+            if (p->strval == nullptr) {
+                // Only an empty text expects no value.
+                outcome.ok = want.how == Compare::Equal && want.expected.empty();
+                if (!outcome.ok)
+                    outcome.error = "expected " + readable(p->type, want.expected) +
+                                    ", got no value (" + type_name(p->type) + ")";
+            } else if (!compare_values(p->type, want.how, have, want.expected, why)) {
                 outcome.ok = false;
-                outcome.error = "expected '" + cmd.args[1] + "', got '" +
-                                (p->strval ? p->strval : "(no value)") + "'";
+                outcome.error = why;
+            }
+            if (!outcome.ok) {
                 std::fprintf(out, "%-24s check %s FAILED: %s\n", where(cmd).c_str(),
                              cmd.args[0].c_str(), outcome.error.c_str());
             } else if (!options.quiet) {
-                std::fprintf(out, "%-24s check %s = '%s' ok\n", where(cmd).c_str(),
-                             cmd.args[0].c_str(), have);
+                // "= 'value'", or "'value' >= 1000" for the other comparisons.
+                std::string shown = readable(p->type, have);
+                if (want.how == Compare::Equal)
+                    shown = "= " + shown;
+                else
+                    shown += std::string(" ") + compare_symbol(want.how) + " " + want.expected;
+                std::fprintf(out, "%-24s check %s %s ok\n", where(cmd).c_str(), cmd.args[0].c_str(),
+                             shown.c_str());
             }
             tally(&cmd, outcome);
             return Step::Next;

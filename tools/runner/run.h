@@ -12,6 +12,7 @@
 #include "host/kit/hostkit.h"
 #include "tools/runner/events.h"
 #include "tools/runner/script.h"
+#include "tools/runner/script/check.h"
 
 namespace runner {
 
@@ -28,17 +29,6 @@ struct Options {
     int users_total = 1;         // how many users share unique data rows
 };
 
-// The columns of each data line of a script, by line number.
-using DataColumns = std::map<int, std::vector<std::string>>;
-
-// Checks what can be known before anything runs: objects used before they
-// are bound, values set before any parameter list, waits for calls never
-// deferred, variables used before a line sets them (data lines set their
-// columns as columns gives them), transactions that end without a begin or
-// never end. False with "file:line: message".
-bool check_script(const Script &script, const DataColumns &columns, std::string &error);
-bool check_script(const Script &script, std::string &error);
-
 // One virtual user running scripts: its bound objects, variables, data
 // rows, open transactions and the timings of its summary. Drivers of a load
 // run call prepare once, then run_iteration as often as they like.
@@ -52,8 +42,9 @@ public:
     Session &operator=(const Session &) = delete;
 
     // Reads the data files the scripts name (paths relative to the script's
-    // folder) and checks each script with their columns, before anything is
-    // sent. False with "file:line: message".
+    // folder) and checks each script with their columns and against the
+    // descriptions, before anything is sent. False with every mistake, one
+    // "file:line:column: message" a line.
     bool prepare(std::string &error);
 
     enum class Outcome {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "tools/runner/script/values.h"
 #include "tools/runner/vars.h"
 
 namespace runner {
@@ -25,7 +26,7 @@ const std::map<std::string, VerbInfo> verbs = {
       "invoke [twoway|oneway|deferred] [timeout=MILLISECONDS] [expect=ok|system|user]"}},
     {"poll", {Verb::Poll, 1, 1, "poll OPERATION"}},
     {"wait", {Verb::Wait, 1, 1, "wait OPERATION [timeout=MILLISECONDS] [expect=ok|system|user]"}},
-    {"check", {Verb::Check, 2, 2, "check NAME EXPECTED-TEXT"}},
+    {"check", {Verb::Check, 2, 3, "check NAME [==|!=|<|<=|>|>=|~] VALUE"}},
     {"print", {Verb::Print, 0, 1, "print [NAME]"}},
     {"release", {Verb::Release, 1, 1, "release OBJECT"}},
     {"sleep", {Verb::Sleep, 1, 1, "sleep MILLISECONDS"}},
@@ -56,6 +57,12 @@ constexpr long max_pause_ms = 3600000L;
 // Largest sequence length a script may ask for.
 constexpr long max_sequence_length = 10000000L;
 
+std::vector<std::string> verb_names() {
+    std::vector<std::string> names;
+    for (const auto &entry : verbs) names.push_back(entry.first);
+    return names;
+}
+
 }  // namespace
 
 bool read_pause(Command &cmd, std::string &error) {
@@ -71,8 +78,10 @@ bool read_pause(Command &cmd, std::string &error) {
     return ok;
 }
 
-bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error) {
+bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error,
+                 std::vector<int> *columns) {
     words.clear();
+    if (columns) columns->clear();
     size_t i = 0, n = line.size();
     while (i < n) {
         char c = line[i];
@@ -81,6 +90,7 @@ bool split_words(const std::string &line, std::vector<std::string> &words, std::
             continue;
         }
         if (c == '#') break;
+        const size_t start = i;
         std::string word;
         bool quoted_word = false;
         while (i < n) {
@@ -108,7 +118,10 @@ bool split_words(const std::string &line, std::vector<std::string> &words, std::
             word += c;
             ++i;
         }
-        if (!word.empty() || quoted_word) words.push_back(word);
+        if (!word.empty() || quoted_word) {
+            words.push_back(word);
+            if (columns) columns->push_back(static_cast<int>(start) + 1);
+        }
     }
     return true;
 }
@@ -126,44 +139,62 @@ bool expand_environment(std::string &text, std::string &error) {
 }
 
 bool parse_script(const std::string &file, const std::string &text, Script &script,
-                  std::string &error) {
+                  Mistakes &mistakes) {
     script.file = file;
     script.commands.clear();
+    const size_t mistakes_before = mistakes.count();
     int line_no = 0;
     size_t pos = 0;
     std::vector<std::string> words;
-    auto fail = [&](const std::string &message) {
-        error = file + ":" + std::to_string(line_no) + ": " + message;
-        return false;
-    };
+    std::vector<int> columns;
     while (pos <= text.size()) {
         size_t end = text.find('\n', pos);
         if (end == std::string::npos) end = text.size();
         std::string line = text.substr(pos, end - pos);
         pos = end + 1;
         ++line_no;
+        // Columns are counted in the line as written; a line that the
+        // environment changed is counted as it reads after the change.
+        int column = 1;
+        auto fail = [&](const std::string &message) {
+            mistakes.add(file, line_no, column, message);
+        };
         std::string why;
-        if (!expand_environment(line, why) || !split_words(line, words, why)) return fail(why);
+        if (!expand_environment(line, why) || !split_words(line, words, why, &columns)) {
+            fail(why);
+            continue;
+        }
         if (words.empty()) continue;
         auto it = verbs.find(words[0]);
-        if (it == verbs.end()) return fail("unknown command '" + words[0] + "'");
+        if (it == verbs.end()) {
+            fail("unknown command '" + words[0] + "'" + did_you_mean(words[0], verb_names()));
+            continue;
+        }
         const VerbInfo &info = it->second;
         Command cmd;
         cmd.verb = info.verb;
         cmd.line = line_no;
-        for (size_t w = 1; w < words.size(); ++w) {
+        cmd.column = columns[0];
+        bool bad = false;
+        for (size_t w = 1; w < words.size() && !bad; ++w) {
             const std::string &word = words[w];
+            column = columns[w];
             if (info.verb == Verb::Params && cmd.args.size() == 2) {
                 size_t eq = word.find('=');
                 size_t caret = word.find("^length");
-                if (eq == std::string::npos || caret == std::string::npos || caret > eq)
-                    return fail("expected NAME^length=N, got '" + word + "'");
                 long n = 0;
-                if (!read_number(word.substr(eq + 1), 0, max_sequence_length, n))
-                    return fail("sequence length '" + word.substr(eq + 1) +
-                                "' is not a number from 0 to " +
-                                std::to_string(max_sequence_length));
-                cmd.lengths.emplace_back(word.substr(0, eq), std::to_string(n));
+                if (eq == std::string::npos || caret == std::string::npos || caret > eq) {
+                    fail("expected NAME^length=N, got '" + word + "'");
+                    bad = true;
+                } else if (!read_number(word.substr(eq + 1), 0, max_sequence_length, n)) {
+                    column += static_cast<int>(eq) + 1;
+                    fail("sequence length '" + word.substr(eq + 1) +
+                         "' is not a number from 0 to " + std::to_string(max_sequence_length));
+                    bad = true;
+                } else {
+                    cmd.lengths.emplace_back(word.substr(0, eq), std::to_string(n));
+                    cmd.length_columns.push_back(column);
+                }
                 continue;
             }
             if (info.verb == Verb::Invoke && cmd.args.empty() &&
@@ -175,9 +206,11 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
             }
             if ((info.verb == Verb::Invoke || info.verb == Verb::Wait) &&
                 word.rfind("timeout=", 0) == 0) {
-                if (!read_number(word.substr(8), 1, max_timeout_ms, cmd.timeout_ms))
-                    return fail("time-out '" + word.substr(8) +
-                                "' is not a number of milliseconds above 0");
+                if (!read_number(word.substr(8), 1, max_timeout_ms, cmd.timeout_ms)) {
+                    fail("time-out '" + word.substr(8) +
+                         "' is not a number of milliseconds above 0");
+                    bad = true;
+                }
                 cmd.has_timeout = true;
                 continue;
             }
@@ -190,8 +223,10 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
                     cmd.expect_status = 1;
                 else if (what == "user")
                     cmd.expect_status = 2;
-                else
-                    return fail("expect= takes ok, system or user, not '" + what + "'");
+                else {
+                    fail("expect= takes ok, system or user, not '" + what + "'");
+                    bad = true;
+                }
                 continue;
             }
             if (info.verb == Verb::Data && !cmd.args.empty()) {
@@ -209,16 +244,41 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
             }
             if (word.find("${") != std::string::npos) cmd.has_variables = true;
             cmd.args.push_back(word);
+            cmd.columns.push_back(column);
         }
-        if (cmd.args.size() < info.min_args)
-            return fail("missing argument; usage: " + std::string(info.usage));
-        if (cmd.args.size() > info.max_args)
-            return fail("too many arguments ('" + cmd.args[info.max_args] +
-                        "'); usage: " + info.usage);
-        if (!cmd.has_variables && !read_pause(cmd, why)) return fail(why);
+        if (!bad && cmd.args.size() < info.min_args) {
+            column = static_cast<int>(line.find_last_not_of(" \t\r")) + 2;
+            fail("missing argument; usage: " + std::string(info.usage));
+            bad = true;
+        } else if (!bad && cmd.args.size() > info.max_args) {
+            column = cmd.columns[info.max_args];
+            fail("too many arguments ('" + cmd.args[info.max_args] + "'); usage: " + info.usage);
+            bad = true;
+        } else if (!bad && info.verb == Verb::Check && cmd.args.size() == 3 &&
+                   !is_check_operator(cmd.args[1])) {
+            column = cmd.columns[1];
+            fail("'" + cmd.args[1] +
+                 "' is not a comparison: ==, !=, <, <=, >, >= or ~ (quote a value with blanks)");
+            bad = true;
+        } else if (!bad && !cmd.has_variables) {
+            if (!cmd.columns.empty()) column = cmd.columns[0];
+            if (!read_pause(cmd, why)) {
+                fail(why);
+                bad = true;
+            }
+        }
+        cmd.broken = bad;
         script.commands.push_back(std::move(cmd));
     }
-    return true;
+    return mistakes.count() == mistakes_before;
+}
+
+bool parse_script(const std::string &file, const std::string &text, Script &script,
+                  std::string &error) {
+    Mistakes mistakes;
+    if (parse_script(file, text, script, mistakes)) return true;
+    error = mistakes.list().front();
+    return false;
 }
 
 }  // namespace runner

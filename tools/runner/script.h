@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/runner/csv.h"
+#include "tools/runner/script/mistakes.h"
 
 namespace runner {
 
@@ -36,7 +37,11 @@ enum class CallKind { TwoWay, OneWay, Deferred };
 struct Command {
     Verb verb;
     int line = 0;
+    int column = 1;                 // where the command's name starts
     std::vector<std::string> args;  // positional words after the verb
+    std::vector<int> columns;       // where each of args starts, from 1
+    // params: the column of each of lengths
+    std::vector<int> length_columns;
     // params: the sequence lengths, as name^length and value
     std::vector<std::pair<std::string, std::string>> lengths;
     CallKind kind = CallKind::TwoWay;  // invoke
@@ -47,6 +52,9 @@ struct Command {
     RowMode row_mode = RowMode::Sequential;  // data
     std::string alias;                       // data: NAME of "as NAME"
     bool has_variables = false;              // some word holds ${NAME}
+    // A line with a mistake, kept so that the check knows what it meant
+    // (an object bound, a variable set); a script with one never runs.
+    bool broken = false;
     // invoke, wait: the outcome the script expects; a call that ends so
     // counts as a success (0 none, 1 system exception, 2 user exception)
     int expect_status = 0;
@@ -59,8 +67,10 @@ struct Script {
 
 // Splits a line into words: blanks separate, "double quotes" keep blanks
 // (with \" and \\ inside), '#' outside quotes starts a comment. False with
-// a message on an unterminated quote.
-bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error);
+// a message on an unterminated quote. columns (when given) gets the column,
+// from 1, at which each word starts.
+bool split_words(const std::string &line, std::vector<std::string> &words, std::string &error,
+                 std::vector<int> *columns = nullptr);
 
 // Replaces every ${NAME} in text by the environment variable NAME when it
 // is set; other names stay for the script's own variables. False with a
@@ -71,9 +81,13 @@ bool expand_environment(std::string &text, std::string &error);
 // a message when they are not a number (or range) up to an hour.
 bool read_pause(Command &cmd, std::string &error);
 
-// Parses a whole script text. On the first error returns false with
-// "file:line: message" in error. Numbers written with ${NAME} are read
+// Parses a whole script text. A line with a mistake is left out and the
+// parse goes on, so that every mistake is in mistakes ("file:line:column:
+// message"); false when there was one. Numbers written with ${NAME} are read
 // when the line runs.
+bool parse_script(const std::string &file, const std::string &text, Script &script,
+                  Mistakes &mistakes);
+// The same, with the first mistake's text in error.
 bool parse_script(const std::string &file, const std::string &text, Script &script,
                   std::string &error);
 

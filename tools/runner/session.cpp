@@ -191,35 +191,48 @@ Session::~Session() = default;
 
 bool Session::prepare(std::string &error) {
     State &s = *state_;
+    Mistakes mistakes;
+    Descriptions descriptions(s.host);
     for (const Script *script : s.scripts) {
-        DataColumns columns;
+        DataFiles files;
         for (const Command &cmd : script->commands) {
             if (cmd.verb != Verb::Data) continue;
             auto fail = [&](const std::string &message) {
-                error = script->file + ":" + std::to_string(cmd.line) + ": " + message;
-                return false;
+                mistakes.add(script->file, cmd.line, cmd.columns[0], message);
             };
-            if (cmd.has_variables) return fail("a data file's name cannot hold variables");
+            if (cmd.has_variables) {
+                fail("a data file's name cannot hold variables");
+                continue;
+            }
             if (cmd.row_mode == RowMode::Unique &&
                 (s.options.vu < 1 || s.options.vu > s.options.users_total))
-                return fail("user " + std::to_string(s.options.vu) + " is not one of the " +
-                            std::to_string(s.options.users_total) +
-                            " users that share the unique rows");
+                fail("user " + std::to_string(s.options.vu) + " is not one of the " +
+                     std::to_string(s.options.users_total) + " users that share the unique rows");
             std::string path = cmd.args[0];
             if (path[0] != '/') path = folder_of(script->file) + path;
             std::ifstream in(path, std::ios::binary);
-            if (!in) return fail("cannot read data file " + path);
+            if (!in) {
+                fail("cannot read data file " + path);
+                continue;
+            }
             std::stringstream text;
             text << in.rdbuf();
             CsvTable table;
-            if (!parse_csv(path, text.str(), table, error)) return false;
-            columns[cmd.line] = table.columns;
-            s.data.emplace(&cmd, DataSource(std::move(table), cmd.row_mode, s.options.vu,
-                                            s.options.users_total));
+            std::string why;
+            if (!parse_csv(path, text.str(), table, why)) {
+                mistakes.add(why);
+                continue;
+            }
+            auto &source = s.data
+                               .emplace(&cmd, DataSource(std::move(table), cmd.row_mode,
+                                                         s.options.vu, s.options.users_total))
+                               .first->second;
+            files[cmd.line] = DataFile{path, &source.table()};
         }
-        if (!check_script(*script, columns, error)) return false;
+        check_script(*script, files, &descriptions, mistakes);
     }
-    return true;
+    error = mistakes.text();
+    return mistakes.empty();
 }
 
 Session::Outcome Session::run_iteration(int iteration) {

@@ -165,7 +165,7 @@ class LocustUsers(unittest.TestCase):
         files = {"locustfile.py": LOCUSTFILE.format(module_dir=os.path.join(SOURCE, "tools", "locust")),
                  "teller.orb": TELLER, "rows.orb": ROWS, "rows.csv": "n\n10\n20\n30\n",
                  "count.orb": "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics \"FILE(bank.iorlist)\"\n"
-                              "params diag requests_served\ninvoke\ncheck ^requests_served -1\n"}
+                              "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"}
         for name, text in files.items():
             with open(os.path.join(cls.dir, name), "w") as f:
                 f.write(text)

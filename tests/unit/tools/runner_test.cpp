@@ -48,9 +48,9 @@ TEST(RunnerScript, EnvironmentVariablesAreExpandedWhenRead) {
               "NameService(iiop:1.0//127.0.0.1:2809/NameService) 2809 ${ORBELLE_T_NONE} ${VU}");
     unsetenv("VU");
     EXPECT_EQ(parse_error("bind a b c ${ORBELLE_T_NONE}\n"),
-              "s.orb:1: variable ORBELLE_T_NONE is used before it is set (neither the "
+              "s.orb:1:12: variable ORBELLE_T_NONE is used before it is set (neither the "
               "environment, let, save nor a data line above sets it)");
-    EXPECT_EQ(parse_error("bind a b c ${OPEN\n"), "s.orb:1: '${' without a closing '}'");
+    EXPECT_EQ(parse_error("bind a b c ${OPEN\n"), "s.orb:1:1: '${' without a closing '}'");
 }
 
 TEST(RunnerScript, ParsesEveryCommand) {
@@ -83,26 +83,28 @@ TEST(RunnerScript, ParsesEveryCommand) {
 }
 
 TEST(RunnerScript, ErrorsNameTheLineAndWhatIsWrong) {
-    EXPECT_EQ(parse_error("\n\nfrobnicate x\n"), "s.orb:3: unknown command 'frobnicate'");
+    EXPECT_EQ(parse_error("\n\nfrobnicate x\n"), "s.orb:3:1: unknown command 'frobnicate'");
     EXPECT_EQ(parse_error("bind a b c\n"),
-              "s.orb:1: missing argument; usage: bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS "
+              "s.orb:1:11: missing argument; usage: bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS "
               "[IOR-TEXT]");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=x\n"),
-              "s.orb:2: sequence length 'x' is not a number from 0 to 10000000");
+              "s.orb:2:22: sequence length 'x' is not a number from 0 to 10000000");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=-1\n"),
-              "s.orb:2: sequence length '-1' is not a number from 0 to 10000000");
+              "s.orb:2:22: sequence length '-1' is not a number from 0 to 10000000");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op s=1\n"),
-              "s.orb:2: expected NAME^length=N, got 's=1'");
+              "s.orb:2:13: expected NAME^length=N, got 's=1'");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke timeout=0\n"),
-              "s.orb:3: time-out '0' is not a number of milliseconds above 0");
+              "s.orb:3:8: time-out '0' is not a number of milliseconds above 0");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke expect=maybe\n"),
-              "s.orb:3: expect= takes ok, system or user, not 'maybe'");
-    EXPECT_EQ(parse_error("set x 1\n"), "s.orb:1: no parameter list yet: use 'params' first");
-    EXPECT_EQ(parse_error("params b op\n"), "s.orb:1: object 'b' is not bound here: bind it first");
+              "s.orb:3:8: expect= takes ok, system or user, not 'maybe'");
+    EXPECT_EQ(parse_error("set x 1\n"), "s.orb:1:5: no parameter list yet: use 'params' first");
+    EXPECT_EQ(parse_error("params b op\n"),
+              "s.orb:1:8: object 'b' is not bound here: bind it first");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke\nwait op\n"),
-              "s.orb:4: no deferred call of op before this line");
-    EXPECT_EQ(parse_error("print x y\n"), "s.orb:1: too many arguments ('y'); usage: print [NAME]");
-    EXPECT_EQ(parse_error("set x \"y\n"), "s.orb:1: unterminated quote");
+              "s.orb:4:6: no deferred call of op before this line");
+    EXPECT_EQ(parse_error("print x y\n"),
+              "s.orb:1:9: too many arguments ('y'); usage: print [NAME]");
+    EXPECT_EQ(parse_error("set x \"y\n"), "s.orb:1:1: unterminated quote");
 }
 
 using testsupport::closed_ior;
@@ -133,18 +135,20 @@ TEST(Runner, BadScriptsStopBeforeAnythingRuns) {
     dir.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
     std::string out;
     EXPECT_EQ(run_runner("--trace 5 bad.orb", out), 2);
-    EXPECT_EQ(out, "bad.orb:3: missing argument; usage: set NAME VALUE\n");
+    EXPECT_EQ(out,
+              "bad.orb:3:4: missing argument; usage: set NAME VALUE\n"
+              "bad.orb:1:10: no description of IDL:Thing:1.0: cannot read ./idl/Thing.csv\n");
 
     dir.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
     out.clear();
     EXPECT_EQ(run_runner("unknown.orb", out), 2);
-    EXPECT_EQ(out, "unknown.orb:1: object 'x' is not bound here: bind it first\n");
+    EXPECT_EQ(out, "unknown.orb:1:8: object 'x' is not bound here: bind it first\n");
 
     dir.write("noname.orb", "bind obj IDL:Thing:1.0 one IOR " + closed_ior() +
                                 "\nparams obj _is_a\nset nosuch 1\n");
     out.clear();
     EXPECT_EQ(run_runner("noname.orb", out), 2);
-    EXPECT_NE(out.find("noname.orb:3: no parameter named 'nosuch' in the list of _is_a"),
+    EXPECT_NE(out.find("noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a"),
               std::string::npos)
         << out;
 
