@@ -177,13 +177,7 @@ std::string Aggregator::tick(int64_t now_ms, int users, int users_total) {
     if (users_by_second_.size() <= second)
         users_by_second_.resize(second + 1, users_by_second_.empty() ? 0 : users_by_second_.back());
     users_by_second_[second] = users;
-    if (scheduled_) {
-        target_by_second_.resize(second + 1, target_);
-        dropped_by_second_.resize(second + 1,
-                                  dropped_by_second_.empty() ? 0 : dropped_by_second_.back());
-        target_by_second_[second] = target_;
-        dropped_by_second_[second] = dropped_;
-    }
+    record_schedule(now_ms);
     close_seconds_before((elapsed - late_ms) / 1000);
 
     double span = std::max<double>(1, static_cast<double>(now_ms - last_tick_ms_)) / 1000;
@@ -213,6 +207,7 @@ void Aggregator::finish(int64_t end_ms, RunReport &report) {
     // stays out of the history unless something ended in it.
     int64_t last = elapsed / 1000;
     if (!open_.empty()) last = std::max(last, open_.rbegin()->first + 1);
+    record_schedule(end_ms);
     close_seconds_before(last);
     report.started_ms = start_ms_;
     report.duration_s = static_cast<double>(elapsed) / 1000;
@@ -231,6 +226,18 @@ void Aggregator::finish(int64_t end_ms, RunReport &report) {
     std::stable_sort(report.failures.begin(), report.failures.end(),
                      [](const FailureRow &a, const FailureRow &b) { return a.count > b.count; });
     report.history = history_;
+}
+
+void Aggregator::record_schedule(int64_t now_ms) {
+    if (!scheduled_) return;
+    // The schedule's counts as a second ends belong to that second.
+    int64_t elapsed = std::max<int64_t>(1, now_ms - start_ms_);
+    size_t ended = static_cast<size_t>((elapsed - 1) / 1000);
+    uint64_t before = dropped_by_second_.empty() ? 0 : dropped_by_second_.back();
+    target_by_second_.resize(std::max(target_by_second_.size(), ended + 1), target_);
+    dropped_by_second_.resize(std::max(dropped_by_second_.size(), ended + 1), before);
+    target_by_second_[ended] = target_;
+    dropped_by_second_[ended] = dropped_;
 }
 
 void Aggregator::set_schedule(double target_per_s, uint64_t dropped) {

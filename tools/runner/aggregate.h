@@ -60,6 +60,7 @@ private:
     Totals &totals_of(const Event &event);
     void close_seconds_before(int64_t second);
     StatsRow row_of(const Totals &t, double seconds) const;
+    void record_schedule(int64_t now_ms);
 
     int64_t start_ms_;
     int64_t last_tick_ms_;

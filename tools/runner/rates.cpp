@@ -175,7 +175,7 @@ void admit_arrivals(ArrivalState &state, double *ring, const Profile &profile, d
                     double end) {
     for (;;) {
         double at = profile.time_of_count(state.next_count);
-        if (!(at <= now) || at >= end) return;
+        if (!(at < now) || at >= end) return;
         ++state.arrivals;
         if (state.waiting < state.capacity) {
             ring[(state.head + state.waiting) % state.capacity] = at;

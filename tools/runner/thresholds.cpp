@@ -222,28 +222,28 @@ Verdict judge(const Threshold &t, const std::vector<StatsRow> &rows, uint64_t dr
         const char *word = names[static_cast<int>(c.metric)];
         double measured = 0, limit = c.value;
         std::string part = word;
+        const char *unit = is_time(c.metric)                         ? " ms"
+                           : c.metric == Condition::Metric::Failures ? "%"
+                           : c.metric == Condition::Metric::Rate     ? "/s"
+                                                                     : "";
+        auto shown = [&](double x) {
+            return c.metric == Condition::Metric::Dropped ? std::to_string(static_cast<uint64_t>(x))
+                                                          : number(x) + unit;
+        };
         if (!measure(*row, c.metric, dropped, measured)) {
             v.passed = false;
             part += " not measured";
         } else {
             bool ok = true;
+            part += " " + shown(measured);
             if (c.baseline > 0) {
                 const StatsRow *base = find_row(baseline, t.name);
                 double was = 0;
                 ok = base != nullptr && measure(*base, c.metric, dropped, was);
                 limit = c.baseline * was;
-                if (!ok)
-                    part += " (no baseline)";
-                else
-                    part += " limit " + number(limit);
+                part += ok ? " (limit " + shown(limit) + ")" : " (no baseline)";
             }
-            ok = ok && holds(measured, c.op, limit);
-            if (!ok) v.passed = false;
-            part += " " + number(measured) +
-                    (is_time(c.metric)                         ? " ms"
-                     : c.metric == Condition::Metric::Failures ? "%"
-                     : c.metric == Condition::Metric::Rate     ? "/s"
-                                                               : "");
+            if (!(ok && holds(measured, c.op, limit))) v.passed = false;
         }
         v.detail += (v.detail.empty() ? "" : ", ") + part;
     }
