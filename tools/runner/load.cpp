@@ -21,6 +21,9 @@
 #include "tools/runner/arrivals.h"
 #include "tools/runner/baseline.h"
 #include "tools/runner/event_reader.h"
+#include "tools/runner/load_options.h"
+#include "tools/runner/metrics.h"
+#include "tools/runner/metrics_http.h"
 #include "tools/runner/user.h"
 
 namespace runner {
@@ -32,6 +35,8 @@ constexpr size_t max_event_line = 1 << 20;
 // How long events wait in their pipes at most before the runner reads them
 // (a pipe holds 64 KB, some 300 events of a user).
 constexpr auto batch_interval = std::chrono::milliseconds(20);
+// The epoll tag of the metrics socket; users are tagged by their index.
+constexpr uint64_t metrics_tag = UINT64_MAX;
 
 volatile std::sig_atomic_t stop_requests = 0;  // the parent's Ctrl-C and SIGTERM
 
@@ -56,12 +61,6 @@ struct User {
     bool stopping = false;  // sent its stop, as the stages went down
     int wait_status = 0;
 };
-
-std::string seconds_text(double s) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%g s", s);
-    return buf;
-}
 
 std::string local_time(int64_t ms) {
     std::time_t t = static_cast<std::time_t>(ms / 1000);
@@ -88,6 +87,8 @@ public:
 private:
     bool start_user(int vu);
     bool adjust_users(int64_t now);
+    bool start_metrics();
+    void hold_metrics();
     void on_tick(int64_t now);
     void read_user(User &user);
     void end_user(User &user);
@@ -115,6 +116,11 @@ private:
     int started_ = 0;              // users started in all
     bool aborted_ = false;         // a threshold was breached, with --abort-on-threshold
     int users_total_ = 1;          // the most users at once
+    Metrics metrics_;
+    MetricsHttp http_;
+    RunGauges gauges_;
+    uint64_t iterations_at_tick_ = 0;
+    int64_t last_tick_ = 0;
 };
 
 bool Parent::start_user(int vu) {
@@ -180,6 +186,7 @@ void Parent::read_user(User &user) {
         std::string_view line = std::string_view(user.pending).substr(from, nl - from);
         if (read_event(line, event)) {
             totals_.add(event);
+            if (http_.fd() >= 0) metrics_.add(event);
             if (events_) {
                 std::fwrite(line.data(), 1, line.size(), events_);
                 std::fputc('\n', events_);
@@ -252,6 +259,16 @@ void Parent::on_tick(int64_t now) {
         totals_.set_schedule(profile_.target_at(t), dropped);
     }
     std::fprintf(stderr, "%s\n", totals_.tick(now, running_, users_total_).c_str());
+    gauges_.users = running_;
+    gauges_.open = arrivals_.active();
+    gauges_.target_per_s = gauges_.open ? profile_.target_at(t) : 0;
+    gauges_.dropped = dropped;
+    double span =
+        std::max<double>(1, static_cast<double>(now - (last_tick_ ? last_tick_ : start_)));
+    gauges_.achieved_per_s =
+        static_cast<double>(totals_.iterations() - iterations_at_tick_) * 1000 / span;
+    iterations_at_tick_ = totals_.iterations();
+    last_tick_ = now;
     if (!options_.abort_on_threshold || aborted_ || t < options_.threshold_grace_s) return;
     std::vector<StatsRow> rows = totals_.rows_now(now);
     for (const Threshold &threshold : options_.thresholds) {
@@ -305,6 +322,7 @@ int Parent::run() {
             return 2;
         }
     }
+    if (!options_.metrics_address.empty() && !start_metrics()) return 2;
     const bool closed_stages = options_.rate <= 0 && !options_.stages.empty();
     int64_t next_tick = start_ + 1000;
     for (;;) {
@@ -337,6 +355,10 @@ int Parent::run() {
         epoll_event ready[64];
         int n = epoll_wait(epoll_, ready, 64, timeout);
         for (int i = 0; i < n; ++i) {
+            if (ready[i].data.u64 == metrics_tag) {
+                http_.serve([this] { return metrics_.render(gauges_); });
+                continue;
+            }
             User &user = users_[ready[i].data.u64];
             if (user.fd >= 0) read_user(user);
         }
@@ -344,7 +366,6 @@ int Parent::run() {
         // the runner does not take the CPU from its users at every event.
         if (n > 0) std::this_thread::sleep_for(batch_interval);
     }
-    close(epoll_);
     if (events_ && std::fclose(events_) != 0)
         std::fprintf(stderr, "orbelle-run: cannot write %s: %s\n", options_.events_path.c_str(),
                      std::strerror(errno));
@@ -359,34 +380,7 @@ int Parent::finish() {
     std::string files;
     for (const Script &s : scripts_) files += (files.empty() ? "" : " ") + s.file;
     report.title += ": " + files;
-    report.settings = {{"scripts", files}};
-    if (options_.rate > 0) {
-        char text[120];
-        std::snprintf(text, sizeof text, "open: %g iterations/s (%s arrivals), %d users",
-                      options_.rate, options_.poisson ? "poisson" : "even", options_.users);
-        report.settings.emplace_back("model", options_.stages.empty() ? text : "open, by stages");
-    } else {
-        report.settings.emplace_back("model", "closed");
-    }
-    report.settings.emplace_back("users", std::to_string(users_total_));
-    if (options_.stages.empty()) {
-        report.settings.emplace_back("ramp-up", seconds_text(options_.ramp_up_s));
-    } else {
-        std::string text;
-        for (const Stage &st : options_.stages) {
-            char one[64];
-            std::snprintf(one, sizeof one, "%s%gs:%g", text.empty() ? "" : ",", st.seconds,
-                          st.target);
-            text += one;
-        }
-        report.settings.emplace_back("stages", text);
-    }
-    if (options_.duration_s > 0)
-        report.settings.emplace_back("duration", seconds_text(options_.duration_s));
-    else if (options_.stages.empty())
-        report.settings.emplace_back("iterations per user",
-                                     std::to_string(options_.user.iterations));
-    report.settings.emplace_back("think time", options_.user.no_think ? "skipped" : "as scripted");
+    describe_load(options_, files, users_total_, report.settings);
     report.settings.emplace_back("started", local_time(start_));
     if (arrivals_.active()) {
         uint64_t arrivals = 0, dropped = 0;
@@ -453,7 +447,42 @@ int Parent::finish() {
         status = 2;
     }
     std::fflush(stdout);
+    hold_metrics();
+    close(epoll_);
     return status;
+}
+
+bool Parent::start_metrics() {
+    std::string error;
+    if (!http_.listen(options_.metrics_address, error)) {
+        std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
+        return false;
+    }
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.u64 = metrics_tag;
+    epoll_ctl(epoll_, EPOLL_CTL_ADD, http_.fd(), &ev);
+    std::fprintf(stderr, "orbelle-run: metrics at http://%s:%u/metrics\n",
+                 options_.metrics_address.substr(0, options_.metrics_address.rfind(':')).c_str(),
+                 static_cast<unsigned>(http_.port()));
+    return true;
+}
+
+// After the run: the final figures stay served for --metrics-hold, so that
+// a scraper's last look sees the whole run.
+void Parent::hold_metrics() {
+    if (http_.fd() < 0 || options_.metrics_hold_s <= 0) return;
+    gauges_.users = 0;
+    gauges_.achieved_per_s = 0;
+    const int64_t until = now_ms() + static_cast<int64_t>(options_.metrics_hold_s * 1000);
+    for (int64_t now; (now = now_ms()) < until && stop_requests < 2;) {
+        epoll_event ready[8];
+        int n =
+            epoll_wait(epoll_, ready, 8, static_cast<int>(std::min<int64_t>(until - now, 1000)));
+        for (int i = 0; i < n; ++i)
+            if (ready[i].data.u64 == metrics_tag)
+                http_.serve([this] { return metrics_.render(gauges_); });
+    }
 }
 
 }  // namespace

@@ -34,6 +34,7 @@ struct LoadOptions {
     double threshold_grace_s = 10;
     std::string baseline_path;    // an earlier run's PREFIX_stats.csv
     std::string metrics_address;  // HOST:PORT to serve metrics on, empty for none
+    double metrics_hold_s = 0;    // how long the final metrics stay served
     std::string report_path;
     std::string csv_prefix;
     std::string events_path;  // every user's events, one stream

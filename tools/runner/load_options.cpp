@@ -1,6 +1,7 @@
 #include "tools/runner/load_options.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 
 namespace runner {
@@ -17,6 +18,12 @@ Pending pending;
 // Most arrivals that may wait for a free user: a bound on the shared
 // ring's memory (8 bytes each).
 constexpr long max_waiting = 1000000;
+
+std::string seconds_text(double s) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%g s", s);
+    return buf;
+}
 
 }  // namespace
 
@@ -37,13 +44,16 @@ const char load_options_usage[] =
     "  --threshold-grace SECONDS  no abort before this (default 10)\n"
     "  --baseline FILE    an earlier run's PREFIX_stats.csv: changes per name, and\n"
     "                     thresholds relative to it\n"
-    "  --metrics HOST:PORT  serve live metrics in the Prometheus text format\n";
+    "  --metrics HOST:PORT  serve live metrics in the Prometheus text format at\n"
+    "                     /metrics (port 0: any free port, shown at the start)\n"
+    "  --metrics-hold SECONDS  keep serving the final figures this long after the run\n";
 
 OptionRead read_load_option(int argc, char **argv, int &i, LoadOptions &load, std::string &error) {
     std::string arg = argv[i];
-    static const char *const ours[] = {"--rate",     "--arrivals",  "--queue",
-                                       "--stages",   "--threshold", "--threshold-grace",
-                                       "--baseline", "--metrics",   "--abort-on-threshold"};
+    static const char *const ours[] = {"--rate",        "--arrivals",  "--queue",
+                                       "--stages",      "--threshold", "--threshold-grace",
+                                       "--baseline",    "--metrics",   "--abort-on-threshold",
+                                       "--metrics-hold"};
     bool known = false;
     for (const char *o : ours) known = known || arg == o;
     if (!known) return OptionRead::NotOurs;
@@ -88,6 +98,11 @@ OptionRead read_load_option(int argc, char **argv, int &i, LoadOptions &load, st
             error = "--threshold-grace takes seconds, up to a week";
             return OptionRead::Bad;
         }
+    } else if (arg == "--metrics-hold") {
+        if (!parse_span(value, load.metrics_hold_s)) {
+            error = "--metrics-hold takes seconds, up to a week";
+            return OptionRead::Bad;
+        }
     } else if (arg == "--baseline") {
         load.baseline_path = value;
     } else {
@@ -116,6 +131,8 @@ bool settle_load_options(LoadOptions &load, bool users_given, bool iterations_gi
         why = "--stages runs for their time: leave out --iterations";
     else if (load.rate <= 0 && (load.poisson || load.waiting >= 0))
         why = "--arrivals and --queue need --rate";
+    else if (load.metrics_hold_s > 0 && load.metrics_address.empty())
+        why = "--metrics-hold needs --metrics";
     else if (load.abort_on_threshold && load.thresholds.empty())
         why = "--abort-on-threshold needs --threshold";
     if (why != nullptr) {
@@ -132,6 +149,37 @@ bool settle_load_options(LoadOptions &load, bool users_given, bool iterations_gi
         load.users = most;
     }
     return true;
+}
+
+void describe_load(const LoadOptions &options, const std::string &files, int users_total,
+                   std::vector<std::pair<std::string, std::string>> &settings) {
+    settings = {{"scripts", files}};
+    if (options.rate > 0) {
+        char text[120];
+        std::snprintf(text, sizeof text, "open: %g iterations/s (%s arrivals), %d users",
+                      options.rate, options.poisson ? "poisson" : "even", options.users);
+        settings.emplace_back("model", options.stages.empty() ? text : "open, by stages");
+    } else {
+        settings.emplace_back("model", "closed");
+    }
+    settings.emplace_back("users", std::to_string(users_total));
+    if (options.stages.empty()) {
+        settings.emplace_back("ramp-up", seconds_text(options.ramp_up_s));
+    } else {
+        std::string text;
+        for (const Stage &st : options.stages) {
+            char one[64];
+            std::snprintf(one, sizeof one, "%s%gs:%g", text.empty() ? "" : ",", st.seconds,
+                          st.target);
+            text += one;
+        }
+        settings.emplace_back("stages", text);
+    }
+    if (options.duration_s > 0)
+        settings.emplace_back("duration", seconds_text(options.duration_s));
+    else if (options.stages.empty())
+        settings.emplace_back("iterations per user", std::to_string(options.user.iterations));
+    settings.emplace_back("think time", options.user.no_think ? "skipped" : "as scripted");
 }
 
 }  // namespace runner

@@ -5,6 +5,8 @@
 #define ORBELLE_RUNNER_LOAD_OPTIONS_H
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tools/runner/load.h"
 
@@ -25,6 +27,11 @@ OptionRead read_load_option(int argc, char **argv, int &i, LoadOptions &load, st
 // options was given. False with a message.
 bool settle_load_options(LoadOptions &load, bool users_given, bool iterations_given, bool &any,
                          std::string &error);
+
+// The run's settings as the summary and the report show them, from the
+// scripts (their files) to the think time.
+void describe_load(const LoadOptions &options, const std::string &files, int users_total,
+                   std::vector<std::pair<std::string, std::string>> &settings);
 
 }  // namespace runner
 
