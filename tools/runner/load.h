@@ -29,6 +29,8 @@ struct LoadOptions {
     // most of them), the rate in the open one. The run lasts as long as
     // they do unless duration_s is given.
     std::vector<Stage> stages;
+    std::string stages_text;  // as given, read once --rate is known
+    bool shaped = false;      // one of the options of load_options.h was given
     std::vector<Threshold> thresholds;
     bool abort_on_threshold = false;  // stop at the first breach, after the grace
     double threshold_grace_s = 10;

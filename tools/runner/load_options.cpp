@@ -7,14 +7,6 @@
 namespace runner {
 namespace {
 
-// What was read but can only be checked with the rest: the stages are
-// users or a rate depending on --rate.
-struct Pending {
-    std::string stages;
-    bool given = false;
-};
-Pending pending;
-
 // Most arrivals that may wait for a free user: a bound on the shared
 // ring's memory (8 bytes each).
 constexpr long max_waiting = 1000000;
@@ -57,7 +49,7 @@ OptionRead read_load_option(int argc, char **argv, int &i, LoadOptions &load, st
     bool known = false;
     for (const char *o : ours) known = known || arg == o;
     if (!known) return OptionRead::NotOurs;
-    pending.given = true;
+    load.shaped = true;
     if (arg == "--abort-on-threshold") {
         load.abort_on_threshold = true;
         return OptionRead::Taken;
@@ -84,7 +76,11 @@ OptionRead read_load_option(int argc, char **argv, int &i, LoadOptions &load, st
         }
         load.waiting = static_cast<int>(n);
     } else if (arg == "--stages") {
-        pending.stages = value;
+        if (value.empty()) {
+            error = "--stages takes SPAN:TARGET,... (30s:50,2m:50,30s:0)";
+            return OptionRead::Bad;
+        }
+        load.stages_text = value;
     } else if (arg == "--threshold") {
         if (load.thresholds.size() == max_thresholds) {
             error = "at most " + std::to_string(max_thresholds) + " thresholds";
@@ -113,9 +109,9 @@ OptionRead read_load_option(int argc, char **argv, int &i, LoadOptions &load, st
 
 bool settle_load_options(LoadOptions &load, bool users_given, bool iterations_given, bool &any,
                          std::string &error) {
-    any = pending.given;
-    if (!pending.stages.empty() &&
-        !parse_stages(pending.stages, load.rate <= 0, load.stages, error))
+    any = load.shaped;
+    if (!load.stages_text.empty() &&
+        !parse_stages(load.stages_text, load.rate <= 0, load.stages, error))
         return false;
     const bool open = load.rate > 0;
     const char *why = nullptr;
