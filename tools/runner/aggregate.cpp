@@ -232,7 +232,8 @@ void Aggregator::record_schedule(int64_t now_ms) {
     if (!scheduled_) return;
     // The schedule's counts as a second ends belong to that second.
     int64_t elapsed = std::max<int64_t>(1, now_ms - start_ms_);
-    size_t ended = static_cast<size_t>((elapsed - 1) / 1000);
+    // Ticks come a little after each whole second: the nearest one ended.
+    size_t ended = static_cast<size_t>(std::max<int64_t>(0, (elapsed + 500) / 1000 - 1));
     uint64_t before = dropped_by_second_.empty() ? 0 : dropped_by_second_.back();
     target_by_second_.resize(std::max(target_by_second_.size(), ended + 1), target_);
     dropped_by_second_.resize(std::max(dropped_by_second_.size(), ended + 1), before);
