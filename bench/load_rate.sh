@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # How closely orbelle-run --rate holds its target, and what the runner
 # costs, by hand (not in CI): one small two-way call (the demo bank's
-# Account balance) at RATE iterations a second (default 5,000) for SECONDS
-# (DURATION, default 20) against the demo server on loopback, the server pinned to
+# Account balance) at RATE iterations a second (default 5,000) for DURATION
+# seconds (default 20) against the demo server on loopback, the server pinned to
 # CPU 0 and the runner with its users to CPU 1. Prints the iterations of
 # each whole second but the first and last against the target, the drops,
 # the response time, and the CPU of the runner's parent, of its users and
