@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <set>
 #include <string_view>
 
 #include "tools/runner/report.h"
@@ -353,10 +354,14 @@ private:
         // scripts, so they stay in the page's HTML, escaped, and the data
         // refer to them by number.
         out_ += "</div>\n<p class=\"choice\"><label>Name <select id=\"name-choice\">";
-        // The first transaction, else every request together, is shown first.
+        // The first transaction with seconds to chart, else every request
+        // together, is shown first.
+        std::set<std::string_view> charted;  // names with a second to chart
+        for (const SecondRow &row : report_.history)
+            if (row.count > 0) charted.insert(row.name);
         size_t shown = named_.size();
         for (size_t i = 0; i < named_.size() && shown == named_.size(); ++i)
-            if (named_[i]->kind == "transaction") shown = i;
+            if (named_[i]->kind == "transaction" && charted.count(named_[i]->name)) shown = i;
         for (size_t i = 0; i < named_.size() && shown == named_.size(); ++i)
             if (named_[i]->name == kAllCalls) shown = i;
         for (size_t i = 0; i < named_.size(); ++i) {
