@@ -84,10 +84,12 @@ bool write_csv_report(const RunReport &report, const std::string &prefix, std::s
             history.get(), "%lld,%s,%llu,%llu,%.3f,%.3f,%.3f,%d", static_cast<long long>(r.second),
             field(r.name).c_str(), static_cast<unsigned long long>(r.count),
             static_cast<unsigned long long>(r.failures), r.p50_ms, r.p95_ms, r.p99_ms, r.users);
-        if (r.name == kAllCalls)
+        if (r.name == kAllCalls && report.open_model)
             std::fprintf(history.get(), ",%llu,%.3f,%llu\n",
                          static_cast<unsigned long long>(r.iterations), r.target,
                          static_cast<unsigned long long>(r.dropped));
+        else if (r.name == kAllCalls)  // the closed model has no target
+            std::fprintf(history.get(), ",%llu,,\n", static_cast<unsigned long long>(r.iterations));
         else
             std::fprintf(history.get(), ",,,\n");
     }

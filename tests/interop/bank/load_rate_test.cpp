@@ -127,6 +127,44 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
     EXPECT_NEAR(number(kit, "calls_per_s"), 40, 10) << kept;
 }
 
+// The history's rows of every request together: (users, target) by second.
+std::vector<std::pair<int, double>> users_and_targets(const std::string &csv) {
+    std::vector<std::pair<int, double>> out;
+    std::istringstream in(csv);
+    std::string line;
+    std::getline(in, line);
+    while (std::getline(in, line)) {
+        std::vector<std::string> cells;
+        std::istringstream s(line);
+        for (std::string cell; std::getline(s, cell, ',');) cells.push_back(cell);
+        if (cells.size() >= 10 && cells[1] == "all requests")
+            out.emplace_back(std::stoi(cells[7]), cells[9].empty() ? -1 : std::stod(cells[9]));
+    }
+    return out;
+}
+
+TEST_F(LoadRate, StagesRampTheUsersOrTheRate) {
+    // Closed: up to 3 users in a second, 3 for a second, down to none in 2 s.
+    std::string out;
+    EXPECT_EQ(run("--stages 1s:3,1s:3,2s:0 --csv closed slow.orb", out), 0) << out;
+    auto closed = users_and_targets(read_all(dir_.path() + "/closed_history.csv"));
+    ASSERT_GE(closed.size(), 3u) << out;
+    EXPECT_EQ(closed[1].first, 3) << out;        // all three during the hold
+    EXPECT_LT(closed.back().first, 3) << out;    // and going in the last stage
+    EXPECT_EQ(closed.back().second, -1) << out;  // a closed run has no target rate
+
+    // Open: the rate from 10 up to 50 a second over 2 s, then held for 1 s.
+    std::string open;
+    EXPECT_EQ(run("--users 4 --rate 10 --stages 2s:50,1s:50 --csv open slow.orb", open), 0) << open;
+    auto targets = users_and_targets(read_all(dir_.path() + "/open_history.csv"));
+    ASSERT_GE(targets.size(), 3u) << open;
+    EXPECT_NEAR(targets[0].second, 30, 1) << open;  // at the end of the first second
+    EXPECT_NEAR(targets[2].second, 50, 1) << open;
+    // 10 -> 50 over 2 s is 60 iterations, 50 more in the hold.
+    double ran = number(stats_row(stats("open"), "iterations"), "count");
+    EXPECT_NEAR(ran, 110, 12) << open;
+}
+
 TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
     std::string out;
     const std::string run_args = "--users 2 --rate 30 --duration 2 slow.orb";

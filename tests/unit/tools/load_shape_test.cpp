@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <vector>
 
+#include "tests/support.h"
 #include "tools/runner/baseline.h"
 #include "tools/runner/rates.h"
 #include "tools/runner/thresholds.h"
@@ -293,6 +295,17 @@ TEST(Baseline, RefusesWhatIsNotAStatsFile) {
     std::string error;
     EXPECT_FALSE(read_baseline("/nonexistent/b_stats.csv", rows, error));
     EXPECT_NE(error.find("cannot read the baseline"), std::string::npos) << error;
+    // A file up to the limit is read (and here refused as a table); one
+    // byte more is not read at all.
+    testsupport::TempDir dir;
+    const std::string header = "name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\n";
+    std::string text = header + std::string(max_baseline_bytes - header.size(), 'x');
+    std::ofstream("at.csv", std::ios::binary) << text;
+    std::ofstream("over.csv", std::ios::binary) << text << 'x';
+    EXPECT_FALSE(read_baseline("at.csv", rows, error));
+    EXPECT_EQ(error.find("larger than"), std::string::npos) << error.substr(0, 200);
+    EXPECT_FALSE(read_baseline("over.csv", rows, error));
+    EXPECT_NE(error.find("over.csv: larger than 4 MB"), std::string::npos) << error;
 }
 
 }  // namespace
