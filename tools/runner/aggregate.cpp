@@ -213,9 +213,10 @@ void Aggregator::finish(int64_t end_ms, RunReport &report) {
     report.duration_s = static_cast<double>(elapsed) / 1000;
     double seconds = std::max(report.duration_s, 0.001);
     report.rows.clear();
-    for (const auto &t : totals_) report.rows.push_back(row_of(*t, seconds));
-    if (iterations_row_->counts.count > 0) report.rows.push_back(row_of(*iterations_row_, seconds));
-    report.rows.push_back(row_of(*all_, seconds));
+    for (const auto &t : totals_) report.rows.push_back(row_of(*t, seconds, true));
+    if (iterations_row_->counts.count > 0)
+        report.rows.push_back(row_of(*iterations_row_, seconds, true));
+    report.rows.push_back(row_of(*all_, seconds, true));
     report.open_model = scheduled_;
     report.dropped = dropped_;
     report.failures.clear();
@@ -247,7 +248,7 @@ void Aggregator::set_schedule(double target_per_s, uint64_t dropped) {
     dropped_ = dropped;
 }
 
-StatsRow Aggregator::row_of(const Totals &t, double seconds) const {
+StatsRow Aggregator::row_of(const Totals &t, double seconds, bool spectra) const {
     StatsRow r;
     r.name = t.name;
     r.kind = t.kind;
@@ -264,7 +265,7 @@ StatsRow Aggregator::row_of(const Totals &t, double seconds) const {
     r.p99_ms = h.percentile_ms(0.99);
     r.max_ms = static_cast<double>(h.max_us_seen()) / 1000;
     r.mean_ms = h.mean_ms();
-    r.spectrum = spectrum_of(h);
+    if (spectra) r.spectrum = spectrum_of(h);
     const Histogram &w = t.response;
     if (w.count() == 0) return r;
     r.has_response = true;
@@ -274,17 +275,16 @@ StatsRow Aggregator::row_of(const Totals &t, double seconds) const {
     r.r_p99_ms = w.percentile_ms(0.99);
     r.r_max_ms = static_cast<double>(w.max_us_seen()) / 1000;
     r.r_mean_ms = w.mean_ms();
-    r.r_spectrum = spectrum_of(w);
+    if (spectra) r.r_spectrum = spectrum_of(w);
     return r;
 }
 
 std::vector<StatsRow> Aggregator::rows_now(int64_t now_ms) const {
     double seconds = std::max<double>(0.001, static_cast<double>(now_ms - start_ms_) / 1000);
     std::vector<StatsRow> rows;
-    for (const auto &t : totals_) rows.push_back(row_of(*t, seconds));
-    rows.push_back(row_of(*iterations_row_, seconds));
-    rows.push_back(row_of(*all_, seconds));
-    rows.back().failed = all_->counts.failed;
+    for (const auto &t : totals_) rows.push_back(row_of(*t, seconds, false));
+    rows.push_back(row_of(*iterations_row_, seconds, false));
+    rows.push_back(row_of(*all_, seconds, false));
     return rows;
 }
 

@@ -48,7 +48,8 @@ public:
     // Closes every second up to end_ms and fills report's rows, failures
     // and history (title and settings are the caller's).
     void finish(int64_t end_ms, RunReport &report);
-    // The rows of the table as they stand at now_ms, history left as it is.
+    // The rows of the table as they stand at now_ms, without spectra, for
+    // thresholds judged during the run; history is left as it is.
     std::vector<StatsRow> rows_now(int64_t now_ms) const;
 
     uint64_t iterations() const { return iterations_; }
@@ -59,7 +60,7 @@ private:
     struct Second;
     Totals &totals_of(const Event &event);
     void close_seconds_before(int64_t second);
-    StatsRow row_of(const Totals &t, double seconds) const;
+    StatsRow row_of(const Totals &t, double seconds, bool spectra) const;
     void record_schedule(int64_t now_ms);
 
     int64_t start_ms_;
