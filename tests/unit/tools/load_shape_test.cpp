@@ -11,6 +11,14 @@
 #include "tools/runner/baseline.h"
 #include "tools/runner/rates.h"
 #include "tools/runner/thresholds.h"
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "tools/runner/arrivals.h"
+#endif
 
 namespace runner {
 namespace {
@@ -146,6 +154,49 @@ TEST(Arrivals, PoissonGapsKeepTheMean) {
     EXPECT_NEAR(last / n, 0.001, 0.00005);                     // mean gap 1 ms
     EXPECT_NEAR(std::sqrt(sum_sq / n - 1e-6), 0.001, 0.0001);  // exponential: sd = mean
 }
+
+#ifndef _WIN32
+TEST(Arrivals, ProcessesShareTheScheduleAndEachArrivalGoesToOne) {
+    // 1000 a second for 0.2 s: 200 arrivals, taken by three processes as
+    // fast as they can; those due while the processes start wait, in a
+    // ring with room for all, so none is dropped.
+    SharedArrivals arrivals;
+    std::string error;
+    ASSERT_TRUE(arrivals.create(Profile(1000), false, 200, 0.2, error)) << error;
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    std::vector<pid_t> children;
+    for (int c = 0; c < 3; ++c) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            close(fds[0]);
+            for (double due; arrivals.next(due);) {
+                if (write(fds[1], &due, sizeof due) != sizeof due) _exit(1);
+            }
+            _exit(0);
+        }
+        children.push_back(pid);
+    }
+    close(fds[1]);
+    std::multiset<long> taken;
+    for (double due; read(fds[0], &due, sizeof due) == sizeof due;)
+        taken.insert(std::lround(due * 1000));
+    close(fds[0]);
+    for (pid_t pid : children) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    uint64_t due = 0, dropped = 0;
+    arrivals.counts(due, dropped);
+    EXPECT_EQ(dropped, 0u);
+    EXPECT_EQ(due, 200u);
+    ASSERT_EQ(taken.size(), 200u);
+    EXPECT_EQ(std::set<long>(taken.begin(), taken.end()).size(), 200u);  // each once
+    EXPECT_EQ(*taken.begin(), 0);
+    EXPECT_EQ(*taken.rbegin(), 199);
+}
+#endif
 
 StatsRow row(const char *name, double p50, double p95, double rate, uint64_t count = 100,
              uint64_t failed = 0) {
