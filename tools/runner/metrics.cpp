@@ -43,13 +43,41 @@ void Metrics::add(const Event &event) {
     if (kind != "call" && kind != "transaction" && kind != "iteration") return;
     if (kind == "call" && event.name.compare(0, 7, "invoke ") == 0)
         ++(event.ok ? requests_ok_ : requests_failed_);
-    Series &s = timed_[std::string(kind) + separator + event.name][outcome];
-    double seconds = std::max(0.0, event.ms) / 1000;
+    std::string key = std::string(kind) + separator + event.name;
+    count(timed_[key][outcome], std::max(0.0, event.ms) / 1000);
+    if (event.wait_ms >= 0)
+        count(response_[key][outcome], std::max(0.0, event.ms + event.wait_ms) / 1000);
+}
+
+void Metrics::count(Series &s, double seconds) {
     size_t at = static_cast<size_t>(std::lower_bound(bounds.begin(), bounds.end(), seconds) -
                                     bounds.begin());
     if (at < bounds.size()) ++s.buckets[at];
     ++s.count;
     s.sum_s += seconds;
+}
+
+void Metrics::render_histogram(
+    std::string &out, const char *metric,
+    const std::map<std::string, std::map<std::string, Series>> &by) const {
+    const std::string name = metric;
+    for (const auto &[key, outcomes] : by) {
+        size_t cut = key.find(separator);
+        std::string labels = "kind=\"" + key.substr(0, cut) + "\",name=\"" +
+                             prometheus_label(key.substr(cut + 1)) + "\",outcome=\"";
+        for (const auto &[outcome, s] : outcomes) {
+            std::string l = labels + outcome + "\"";
+            uint64_t below = 0;
+            for (size_t i = 0; i < bounds.size(); ++i) {
+                below += s.buckets[i];
+                out += name + "_bucket{" + l + ",le=\"" + number(bounds[i]) + "\"} " +
+                       std::to_string(below) + "\n";
+            }
+            out += name + "_bucket{" + l + ",le=\"+Inf\"} " + std::to_string(s.count) + "\n";
+            out += name + "_sum{" + l + "} " + number(s.sum_s) + "\n";
+            out += name + "_count{" + l + "} " + std::to_string(s.count) + "\n";
+        }
+    }
 }
 
 std::string Metrics::render(const RunGauges &g) const {
@@ -62,23 +90,12 @@ std::string Metrics::render(const RunGauges &g) const {
     out +=
         "# HELP orbelle_duration_seconds Time of calls, transactions and iterations, by kind, "
         "name and outcome.\n# TYPE orbelle_duration_seconds histogram\n";
-    for (const auto &[key, outcomes] : timed_) {
-        size_t cut = key.find(separator);
-        std::string labels = "kind=\"" + key.substr(0, cut) + "\",name=\"" +
-                             prometheus_label(key.substr(cut + 1)) + "\",outcome=\"";
-        for (const auto &[outcome, s] : outcomes) {
-            std::string l = labels + outcome + "\"";
-            uint64_t below = 0;
-            for (size_t i = 0; i < bounds.size(); ++i) {
-                below += s.buckets[i];
-                out += "orbelle_duration_seconds_bucket{" + l + ",le=\"" + number(bounds[i]) +
-                       "\"} " + std::to_string(below) + "\n";
-            }
-            out += "orbelle_duration_seconds_bucket{" + l + ",le=\"+Inf\"} " +
-                   std::to_string(s.count) + "\n";
-            out += "orbelle_duration_seconds_sum{" + l + "} " + number(s.sum_s) + "\n";
-            out += "orbelle_duration_seconds_count{" + l + "} " + std::to_string(s.count) + "\n";
-        }
+    render_histogram(out, "orbelle_duration_seconds", timed_);
+    if (!response_.empty()) {
+        out +=
+            "# HELP orbelle_response_seconds Under a rate: time of transactions and iterations "
+            "from when their iteration was due.\n# TYPE orbelle_response_seconds histogram\n";
+        render_histogram(out, "orbelle_response_seconds", response_);
     }
     out +=
         "# HELP orbelle_checks_total Checks, by name and outcome.\n"

@@ -43,9 +43,14 @@ private:
         uint64_t count = 0;
         double sum_s = 0;
     };
-    // By kind, name and outcome ("ok", "failed").
+    static void count(Series &s, double seconds);
+    void render_histogram(std::string &out, const char *metric,
+                          const std::map<std::string, std::map<std::string, Series>> &by) const;
+    // By kind, name and outcome ("ok", "failed"): the service time, and
+    // under a rate the response time (from when the iteration was due).
     std::map<std::string, std::map<std::string, Series>> timed_;  // key: kind \x1f name
-    std::map<std::string, uint64_t> checks_;                      // key: name \x1f outcome
+    std::map<std::string, std::map<std::string, Series>> response_;
+    std::map<std::string, uint64_t> checks_;  // key: name \x1f outcome
     uint64_t requests_ok_ = 0, requests_failed_ = 0;
 };
 

@@ -119,6 +119,12 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
     add("call", "params a", 0.01, true);           // not a request
     add("check", "check ^a", 0, false);
     add("transaction", "transaction \"q\"\\\n", 1, true);
+    Event late;  // under a rate: 2 ms of service, 8 ms after it was due
+    late.kind = "iteration";
+    late.name = "iteration";
+    late.ms = 2;
+    late.wait_ms = 6;
+    m.add(late);
     add("other", "ignored", 1, true);
     RunGauges g;
     g.users = 3;
@@ -145,6 +151,12 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
         "orbelle_duration_seconds_count{kind=\"transaction\",name=\"transaction \\\"q\\\"\\\\\\n\","
         "outcome=\"ok\"} 1\n",
         "orbelle_checks_total{name=\"check ^a\",outcome=\"failed\"} 1\n",
+        "orbelle_duration_seconds_bucket{kind=\"iteration\",name=\"iteration\",outcome=\"ok\","
+        "le=\"0.0025\"} 1\n",
+        "orbelle_response_seconds_bucket{kind=\"iteration\",name=\"iteration\",outcome=\"ok\","
+        "le=\"0.005\"} 0\n",
+        "orbelle_response_seconds_bucket{kind=\"iteration\",name=\"iteration\",outcome=\"ok\","
+        "le=\"0.01\"} 1\n",
         "orbelle_users 3\n",
         "orbelle_target_iterations_per_second 12.5\n",
         "orbelle_dropped_iterations_total 4\n",
@@ -152,6 +164,7 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
     };
     for (const char *line : lines) EXPECT_NE(text.find(line), std::string::npos) << line << text;
     EXPECT_EQ(text.find("ignored"), std::string::npos);
+    EXPECT_EQ(text.find("orbelle_response_seconds_count{kind=\"call\""), std::string::npos);
     // The closed model has no target nor drops.
     g.open = false;
     EXPECT_EQ(m.render(g).find("orbelle_target"), std::string::npos);
