@@ -165,6 +165,8 @@ void Aggregator::close_seconds_before(int64_t end) {
         if (scheduled_ && at < target_by_second_.size()) {
             all.target = target_by_second_[at];
             all.dropped = dropped_by_second_[at] - (at > 0 ? dropped_by_second_[at - 1] : 0);
+        } else if (scheduled_) {  // the part of a second in which the run ended
+            all.target = target_;
         }
         for (const auto &named : s.by_name) row(named.first, named.second);
         if (found != open_.end()) open_.erase(found);

@@ -101,7 +101,10 @@
       width: widthOf(figure),
       height: height,
       scales: {
-        x: chart.spectrum ? { time: false, distr: 3, log: 10 } : {
+        // A spectrum ends half a decade beyond its last point, so that the
+        // last tick's label fits.
+        x: chart.spectrum ? { time: false, distr: 3, log: 10,
+                              range: function (u, min, max) { return [1, Math.max(10, max * 3)]; } } : {
           time: false,
           // uPlot spans one point over 0..100; one second spans one second.
           range: function (u, min, max) { return single ? [first, first + 1] : [min, max]; }
