@@ -10,6 +10,7 @@
 #
 #   bash bench/load_rate.sh [BUILD_DIR]      (default build/normal)
 #   RATE=2000 USERS=4 DURATION=10 bash bench/load_rate.sh
+#   PIN=0 bash bench/load_rate.sh           server and users on any CPU
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=$(realpath "${1:-build/normal}")
@@ -21,7 +22,10 @@ server_pid=""
 trap '[ -n "$server_pid" ] && kill $server_pid 2>/dev/null; rm -rf "$work"' EXIT
 
 port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')
-OMNIORB_CONFIG=/dev/null taskset -c 0 "$build/bin/bank_server" \
+pin=${PIN:-1}
+# "taskset -c CPU", or nothing with PIN=0 (word-split where it is used).
+cpu() { if [ "$pin" = 1 ]; then echo "taskset -c $1"; fi; }
+OMNIORB_CONFIG=/dev/null $(cpu 0) "$build/bin/bank_server" \
   -ORBendPoint "giop:tcp:127.0.0.1:$port" -iorlist "$work/list" -quiet >"$work/server.log" 2>&1 &
 server_pid=$!
 for _ in $(seq 100); do grep -q ready "$work/server.log" && break; sleep 0.1; done
@@ -33,7 +37,7 @@ invoke
 ORB
 ticks() { awk '{print $14 + $15}' "/proc/$server_pid/stat"; }
 before=$(ticks)
-taskset -c 1 "$build/bin/orbelle-run" -C "$work" --users "$users" --rate "$rate" \
+$(cpu 1) "$build/bin/orbelle-run" -C "$work" --users "$users" --rate "$rate" \
   --duration "$seconds" --csv run balance.orb >"$work/summary.txt" 2>/dev/null
 after=$(ticks)
 python3 - "$work" "$rate" "$seconds" "$((after - before))" "$(getconf CLK_TCK)" <<'PY'
