@@ -119,12 +119,14 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
 
     // A rate the users keep up with drops nothing and holds its target.
     std::string kept;
-    EXPECT_EQ(run("--users 4 --rate 40 --arrivals poisson --duration 3 --csv kept slow.orb", kept),
+    EXPECT_EQ(run("--users 4 --rate 40 --arrivals poisson --queue 100 --duration 3 --csv kept "
+                  "slow.orb",
+                  kept),
               0)
         << kept;
     auto kit = stats_row(stats("kept"), "iterations");
     EXPECT_EQ(number(kit, "dropped"), 0) << kept;
-    EXPECT_NEAR(number(kit, "calls_per_s"), 40, 10) << kept;
+    EXPECT_NEAR(number(kit, "calls_per_s"), 40, 15) << kept;  // 4 sd of a Poisson count
 }
 
 // The history's rows of every request together: (users, target) by second.
@@ -167,7 +169,9 @@ TEST_F(LoadRate, StagesRampTheUsersOrTheRate) {
 
 TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
     std::string out;
-    const std::string run_args = "--users 2 --rate 30 --duration 2 slow.orb";
+    // A queue with room for the whole run: nothing is dropped, not even
+    // while the users start (slowly under a sanitizer).
+    const std::string run_args = "--users 2 --rate 30 --queue 100 --duration 2 slow.orb";
     // Passing: exit 0, the verdicts before the table.
     EXPECT_EQ(run("--csv base " + run_args +
                       " --threshold 'transaction wait: p95<500ms and failures<1%'"
