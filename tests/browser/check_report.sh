@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Opens a load report of orbelle-run in headless Chromium and fails when the
 # page writes anything to its console (the report itself logs nothing, so
-# that is an error or an uncaught exception) or when one of its four charts
+# that is an error or an uncaught exception) or when one of its charts
 # was not drawn. The page's script records on each chart's figure how many
 # pixels of the chart's colours its canvas holds; a report of a run without
 # a whole second says so and has no charts to check.
@@ -20,7 +20,7 @@ min_pixels=10
 time_limit=90
 # Screenshots are as tall as the page, up to this many pixels.
 max_height=12000
-charts=(throughput failures latency users)
+charts=(throughput failures latency users rate name spectrum)
 
 if [ $# -lt 1 ] || [ $# -gt 2 ]; then
   echo "usage: $0 REPORT.html [SCREENSHOT.png]" >&2

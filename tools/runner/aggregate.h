@@ -30,9 +30,14 @@ public:
     Aggregator &operator=(const Aggregator &) = delete;
 
     // Calls, checks and transactions are counted per name, the calls of
-    // invoke commands also as kAllCalls; iterations only in iterations() and
-    // failed_iterations(); other kinds are passed over.
+    // invoke commands also as kAllCalls, iterations as kIterations; other
+    // kinds are passed over. An event with a wait is also timed from when
+    // its iteration was due.
     void add(const Event &event);
+
+    // Under a rate: the target now and the iterations dropped so far, for
+    // the progress line and the seconds of history.
+    void set_schedule(double target_per_s, uint64_t dropped);
 
     // Once a second: the progress line of what arrived since the previous
     // tick (elapsed, users, calls/s, failures, p50/p95/p99), and the seconds
@@ -43,6 +48,9 @@ public:
     // Closes every second up to end_ms and fills report's rows, failures
     // and history (title and settings are the caller's).
     void finish(int64_t end_ms, RunReport &report);
+    // The rows of the table as they stand at now_ms, without spectra, for
+    // thresholds judged during the run; history is left as it is.
+    std::vector<StatsRow> rows_now(int64_t now_ms) const;
 
     uint64_t iterations() const { return iterations_; }
     uint64_t failed_iterations() const { return failed_iterations_; }
@@ -52,21 +60,28 @@ private:
     struct Second;
     Totals &totals_of(const Event &event);
     void close_seconds_before(int64_t second);
+    StatsRow row_of(const Totals &t, double seconds, bool spectra) const;
+    void record_schedule(int64_t now_ms);
 
     int64_t start_ms_;
     int64_t last_tick_ms_;
     std::vector<std::unique_ptr<Totals>> totals_;  // in first-seen order
     std::map<std::string, Totals *> by_name_;
-    std::unique_ptr<Totals> all_;
+    std::unique_ptr<Totals> all_, iterations_row_;
     std::map<std::string, FailureRow> failures_;
     // Seconds still open for late events, from next_second_ on.
     std::map<int64_t, std::unique_ptr<Second>> open_;
     int64_t next_second_ = 0;
     std::vector<int> users_by_second_;
+    std::vector<double> target_by_second_;
+    std::vector<uint64_t> dropped_by_second_;  // dropped so far at each second's end
+    double target_ = 0;
+    uint64_t dropped_ = 0;
+    bool scheduled_ = false;
     std::vector<SecondRow> history_;
     // What arrived since the last tick.
     Histogram window_;
-    uint64_t window_failures_ = 0;
+    uint64_t window_failures_ = 0, window_iterations_ = 0;
     uint64_t iterations_ = 0, failed_iterations_ = 0;
 };
 

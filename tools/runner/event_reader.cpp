@@ -199,6 +199,8 @@ bool read_event(std::string_view line, Event &event) {
                 if (fits) event.t = static_cast<int64_t>(v);
             } else if (key == "ms") {
                 event.ms = v;
+            } else if (key == "wait") {
+                event.wait_ms = v >= 0 && v <= 1e12 ? v : -1;
             } else if (key == "vu") {
                 fits = to_int(v, event.vu);
             } else if (key == "iter") {

@@ -80,8 +80,13 @@ std::string to_json(const Event &e) {
     append_string(out, e.script);
     char ms[48];
     std::snprintf(ms, sizeof ms, "%.3f", e.ms);
-    out += ", \"line\": " + std::to_string(e.line) + ", \"ms\": " + ms +
-           ", \"ok\": " + (e.ok ? "true" : "false");
+    out += ", \"line\": " + std::to_string(e.line) + ", \"ms\": " + ms;
+    if (e.wait_ms >= 0) {
+        std::snprintf(ms, sizeof ms, "%.3f", e.wait_ms);
+        out += ", \"wait\": ";
+        out += ms;
+    }
+    out += std::string(", \"ok\": ") + (e.ok ? "true" : "false");
     if (!e.ok) {
         if (e.has_status)
             out += ", \"status\": " + std::to_string(e.status) +

@@ -18,6 +18,9 @@ struct Event {
     std::string script;
     int line = 0;
     double ms = 0;
+    // Under a rate: how long after it was due the iteration started
+    // (iterations and transactions only); negative when not measured.
+    double wait_ms = -1;
     bool ok = true;
     // On failure: the library's status and exception index (calls only)
     // and what went wrong.

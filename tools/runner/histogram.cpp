@@ -46,6 +46,7 @@ void Histogram::add(uint64_t us) {
     if (count_ == 0 || us < min_) min_ = us;
     if (us > max_) max_ = us;
     ++count_;
+    sum_us_ += static_cast<double>(us);
 }
 
 void Histogram::add_ms(double ms) {
@@ -59,12 +60,14 @@ void Histogram::merge(const Histogram &other) {
     if (count_ == 0 || other.min_ < min_) min_ = other.min_;
     max_ = std::max(max_, other.max_);
     count_ += other.count_;
+    sum_us_ += other.sum_us_;
 }
 
 void Histogram::clear() {
     if (count_ == 0) return;
     std::fill(buckets_.begin(), buckets_.end(), 0);
     count_ = min_ = max_ = 0;
+    sum_us_ = 0;
 }
 
 uint64_t Histogram::percentile_us(double p) const {

@@ -26,6 +26,7 @@ public:
     uint64_t count() const { return count_; }
     uint64_t min_us() const { return count_ ? min_ : 0; }
     uint64_t max_us_seen() const { return max_; }
+    double mean_ms() const { return count_ ? sum_us_ / static_cast<double>(count_) / 1000 : 0; }
     // The value at rank ceil(p * count) of the sorted values (p from 0 to 1;
     // the smallest value for 0): the middle of its bucket, within the
     // smallest and largest value seen. 0 for an empty histogram.
@@ -37,6 +38,7 @@ private:
     uint64_t count_ = 0;
     uint64_t min_ = 0;
     uint64_t max_ = 0;
+    double sum_us_ = 0;  // of the values as counted
 };
 
 }  // namespace runner

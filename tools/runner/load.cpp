@@ -10,13 +10,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <limits>
 #include <thread>
 
 #include "tools/runner/aggregate.h"
+#include "tools/runner/arrivals.h"
+#include "tools/runner/baseline.h"
 #include "tools/runner/event_reader.h"
+#include "tools/runner/load_options.h"
+#include "tools/runner/metrics.h"
+#include "tools/runner/metrics_http.h"
+#include "tools/runner/user.h"
 
 namespace runner {
 namespace {
@@ -27,12 +35,12 @@ constexpr size_t max_event_line = 1 << 20;
 // How long events wait in their pipes at most before the runner reads them
 // (a pipe holds 64 KB, some 300 events of a user).
 constexpr auto batch_interval = std::chrono::milliseconds(20);
+// The epoll tag of the metrics socket; users are tagged by their index.
+constexpr uint64_t metrics_tag = UINT64_MAX;
 
 volatile std::sig_atomic_t stop_requests = 0;  // the parent's Ctrl-C and SIGTERM
-volatile std::sig_atomic_t user_stop = 0;      // a user's own stop
 
 void on_stop_request(int) { stop_requests = stop_requests + 1; }
-void on_user_stop(int) { user_stop = 1; }
 
 void catch_signal(int sig, void (*handler)(int)) {
     struct sigaction sa {};
@@ -48,66 +56,11 @@ struct User {
     int vu = 0;
     pid_t pid = -1;
     int fd = -1;
-    std::string pending;  // what arrived after the last complete line
-    bool killed = false;  // by us, after not stopping in time
+    std::string pending;    // what arrived after the last complete line
+    bool killed = false;    // by us, after not stopping in time
+    bool stopping = false;  // sent its stop, as the stages went down
     int wait_status = 0;
 };
-
-// The child's side: runs the scripts as user vu until they end or a stop
-// comes, writing events to fd. Never returns.
-[[noreturn]] void run_user(hostkit::entry_fn door, const std::vector<Script> &scripts,
-                           const LoadOptions &load, int vu, int fd, pid_t parent,
-                           const std::vector<int> &inherited, const sigset_t &mask) {
-    // No user outlives its parent, not even one blocked in a call.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(2);
-    catch_signal(SIGINT, on_user_stop);
-    catch_signal(SIGTERM, on_user_stop);
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
-    for (int other : inherited) close(other);
-    int null = open("/dev/null", O_WRONLY);
-    if (null >= 0) {
-        dup2(null, STDOUT_FILENO);
-        close(null);
-    }
-    Options options = load.user;
-    options.vu = vu;
-    options.users_total = load.users;
-    options.quiet = true;
-    options.stop = &user_stop;
-    EventWriter events;
-    std::string error;
-    if (!events.open("fd:" + std::to_string(fd), error)) {
-        std::fprintf(stderr, "orbelle-run: user %d: %s\n", vu, error.c_str());
-        _exit(2);
-    }
-    events.set_batched(true);
-    hostkit::set_echo(false);
-    hostkit::Host host(door);
-    std::vector<const Script *> list;
-    for (const Script &s : scripts) list.push_back(&s);
-    int status = 2;
-    {
-        Session session(host, list, options, stdout, &events);
-        if (!session.prepare(error)) {
-            std::fprintf(stderr, "orbelle-run: user %d: %s\n", vu, error.c_str());
-        } else {
-            host.init();
-            status = session.run();
-            if (status == 2)
-                std::fprintf(stderr, "orbelle-run: user %d stopped: %s\n", vu,
-                             session.failed_at().c_str());
-        }
-    }
-    std::fflush(nullptr);
-    _exit(status);
-}
-
-std::string seconds_text(double s) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%g s", s);
-    return buf;
-}
 
 std::string local_time(int64_t ms) {
     std::time_t t = static_cast<std::time_t>(ms / 1000);
@@ -121,12 +74,22 @@ std::string local_time(int64_t ms) {
 class Parent {
 public:
     Parent(hostkit::entry_fn door, const std::vector<Script> &scripts, const LoadOptions &options)
-        : door_(door), scripts_(scripts), options_(options), start_(now_ms()), totals_(start_) {}
+        : door_(door),
+          scripts_(scripts),
+          options_(options),
+          start_(now_ms()),
+          totals_(start_),
+          profile_(options.stages.empty() ? Profile(options.rate)
+                                          : Profile(options.stages, std::max(0.0, options.rate))) {}
 
     int run();
 
 private:
     bool start_user(int vu);
+    bool adjust_users(int64_t now);
+    bool start_metrics();
+    void hold_metrics();
+    void on_tick(int64_t now);
     void read_user(User &user);
     void end_user(User &user);
     void stop_all(int sig);
@@ -145,6 +108,19 @@ private:
     uint64_t bad_lines_ = 0;
     FILE *events_ = nullptr;
     bool start_failed_ = false;
+    Profile profile_;  // users or rate over time, from the stages
+    SharedArrivals arrivals_;
+    std::vector<StatsRow> baseline_;
+    std::vector<char> slot_used_;  // by user number, from 1
+    int active_ = 0;               // running and not told to stop
+    int started_ = 0;              // users started in all
+    bool aborted_ = false;         // a threshold was breached, with --abort-on-threshold
+    int users_total_ = 1;          // the most users at once
+    Metrics metrics_;
+    MetricsHttp http_;
+    RunGauges gauges_;
+    uint64_t iterations_at_tick_ = 0;
+    int64_t last_tick_ = 0;
 };
 
 bool Parent::start_user(int vu) {
@@ -166,7 +142,11 @@ bool Parent::start_user(int vu) {
     sigprocmask(SIG_BLOCK, &stops, &before);
     pid_t parent = getpid();
     pid_t pid = fork();
-    if (pid == 0) run_user(door_, scripts_, options_, vu, pipe_fds[1], parent, inherited, before);
+    if (pid == 0) {
+        UserSetup setup{door_, &scripts_, &options_, arrivals_.active() ? &arrivals_ : nullptr,
+                        users_total_};
+        run_user(setup, vu, pipe_fds[1], parent, inherited, before);
+    }
     sigprocmask(SIG_SETMASK, &before, nullptr);
     if (pid < 0) {
         std::fprintf(stderr, "orbelle-run: cannot start user %d: %s\n", vu, std::strerror(errno));
@@ -180,6 +160,9 @@ bool Parent::start_user(int vu) {
     user.pid = pid;
     user.fd = pipe_fds[0];
     users_.push_back(std::move(user));
+    slot_used_[static_cast<size_t>(vu)] = 1;
+    ++active_;
+    ++started_;
     epoll_event ev{};
     ev.events = EPOLLIN;
     ev.data.u64 = users_.size() - 1;
@@ -203,6 +186,7 @@ void Parent::read_user(User &user) {
         std::string_view line = std::string_view(user.pending).substr(from, nl - from);
         if (read_event(line, event)) {
             totals_.add(event);
+            if (http_.fd() >= 0) metrics_.add(event);
             if (events_) {
                 std::fwrite(line.data(), 1, line.size(), events_);
                 std::fputc('\n', events_);
@@ -225,6 +209,8 @@ void Parent::end_user(User &user) {
     while (waitpid(user.pid, &user.wait_status, 0) < 0 && errno == EINTR) {
     }
     --running_;
+    if (!user.stopping) --active_;
+    slot_used_[static_cast<size_t>(user.vu)] = 0;
 }
 
 void Parent::stop_all(int sig) {
@@ -235,9 +221,75 @@ void Parent::stop_all(int sig) {
         }
 }
 
+// Starts the users due by now and, as stages go down, stops the newest.
+// False when a user could not be started.
+bool Parent::adjust_users(int64_t now) {
+    const bool closed_stages = options_.rate <= 0 && !options_.stages.empty();
+    if (closed_stages) {
+        double t = static_cast<double>(now - start_) / 1000;
+        int want = static_cast<int>(std::lround(profile_.target_at(t)));
+        while (active_ < want) {
+            int vu = 1;
+            while (slot_used_[static_cast<size_t>(vu)]) ++vu;  // a slot is free: active_ < want
+            if (!start_user(vu)) return false;
+        }
+        // The newest users go first, so that user numbers stay low.
+        for (auto u = users_.rbegin(); active_ > want && u != users_.rend(); ++u)
+            if (u->fd >= 0 && !u->stopping) {
+                kill(u->pid, SIGTERM);
+                u->stopping = true;
+                --active_;
+            }
+        return true;
+    }
+    while (started_ < options_.users &&
+           now >=
+               start_ + static_cast<int64_t>(options_.ramp_up_s * 1000 * started_ / options_.users))
+        if (!start_user(started_ + 1)) return false;
+    return true;
+}
+
+// Once a second: the schedule's counts, the progress line and, with
+// --abort-on-threshold, the thresholds as they stand.
+void Parent::on_tick(int64_t now) {
+    double t = static_cast<double>(now - start_) / 1000;
+    uint64_t arrivals = 0, dropped = 0;
+    if (arrivals_.active()) {
+        arrivals_.counts(arrivals, dropped);
+        totals_.set_schedule(profile_.target_at(t), dropped);
+    }
+    std::fprintf(stderr, "%s\n", totals_.tick(now, running_, users_total_).c_str());
+    gauges_.users = running_;
+    gauges_.open = arrivals_.active();
+    gauges_.target_per_s = gauges_.open ? profile_.target_at(t) : 0;
+    gauges_.dropped = dropped;
+    double span =
+        std::max<double>(1, static_cast<double>(now - (last_tick_ ? last_tick_ : start_)));
+    gauges_.achieved_per_s =
+        static_cast<double>(totals_.iterations() - iterations_at_tick_) * 1000 / span;
+    iterations_at_tick_ = totals_.iterations();
+    last_tick_ = now;
+    if (!options_.abort_on_threshold || aborted_ || t < options_.threshold_grace_s) return;
+    std::vector<StatsRow> rows = totals_.rows_now(now);
+    for (const Threshold &threshold : options_.thresholds) {
+        Verdict v = judge(threshold, rows, dropped, baseline_);
+        if (v.passed) continue;
+        std::fprintf(stderr, "orbelle-run: threshold breached, stopping: %s (%s)\n", v.text.c_str(),
+                     v.detail.c_str());
+        aborted_ = true;
+        return;
+    }
+}
+
 int Parent::run() {
     catch_signal(SIGINT, on_stop_request);
     catch_signal(SIGTERM, on_stop_request);
+    std::string error;
+    if (!options_.baseline_path.empty() &&
+        !read_baseline(options_.baseline_path, baseline_, error)) {
+        std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
+        return 2;
+    }
     if (!options_.events_path.empty()) {
         events_ = std::fopen(options_.events_path.c_str(), "w");
         if (events_ == nullptr) {
@@ -251,15 +303,31 @@ int Parent::run() {
         std::fprintf(stderr, "orbelle-run: %s\n", std::strerror(errno));
         return 2;
     }
-    users_.reserve(static_cast<size_t>(options_.users));
-    const int64_t end = options_.duration_s > 0
-                            ? start_ + static_cast<int64_t>(options_.duration_s * 1000)
-                            : INT64_MAX;
+    double run_s = options_.duration_s > 0 ? options_.duration_s : profile_.seconds();
+    const int64_t end = run_s > 0 ? start_ + static_cast<int64_t>(run_s * 1000) : INT64_MAX;
+    users_total_ = options_.users;
+    if (options_.rate <= 0 && !options_.stages.empty()) {
+        users_total_ = 0;
+        for (const Stage &st : options_.stages)
+            users_total_ = std::max(users_total_, static_cast<int>(st.target));
+    }
+    slot_used_.assign(static_cast<size_t>(users_total_) + 2, 0);
+    users_.reserve(static_cast<size_t>(users_total_));
+    if (options_.rate > 0) {
+        uint32_t waiting =
+            static_cast<uint32_t>(options_.waiting < 0 ? options_.users : options_.waiting);
+        double end_s = run_s > 0 ? run_s : std::numeric_limits<double>::infinity();
+        if (!arrivals_.create(profile_, options_.poisson, waiting, end_s, error)) {
+            std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
+            return 2;
+        }
+    }
+    if (!options_.metrics_address.empty() && !start_metrics()) return 2;
+    const bool closed_stages = options_.rate <= 0 && !options_.stages.empty();
     int64_t next_tick = start_ + 1000;
-    int started = 0;
     for (;;) {
         int64_t now = now_ms();
-        if (!stopping_ && (stop_requests > 0 || now >= end)) {
+        if (!stopping_ && (stop_requests > 0 || now >= end || aborted_)) {
             stopping_ = true;
             kill_at_ = now + static_cast<int64_t>(options_.stop_grace_s * 1000);
             if (stop_requests > 0) std::fprintf(stderr, "orbelle-run: stopping every user\n");
@@ -269,28 +337,28 @@ int Parent::run() {
             stop_all(SIGKILL);
             kill_at_ = INT64_MAX;
         }
-        while (!stopping_ && started < options_.users &&
-               now >= start_ + static_cast<int64_t>(options_.ramp_up_s * 1000 * started /
-                                                    options_.users)) {
-            if (!start_user(++started)) {
-                start_failed_ = true;
-                stop_requests = stop_requests + 1;
-                break;
-            }
+        if (!stopping_ && !adjust_users(now)) {
+            start_failed_ = true;
+            stop_requests = stop_requests + 1;
         }
-        if (running_ == 0 && (stopping_ || started == options_.users)) break;
+        if (running_ == 0 && (stopping_ || (!closed_stages && started_ == options_.users))) break;
         if (now >= next_tick) {
-            std::fprintf(stderr, "%s\n", totals_.tick(now, running_, options_.users).c_str());
+            on_tick(now);
             next_tick += 1000 * ((now - next_tick) / 1000 + 1);
         }
         int64_t wake = std::min(next_tick, stopping_ ? kill_at_ : end);
-        if (!stopping_ && started < options_.users)
+        if (!stopping_ && closed_stages) wake = std::min(wake, now + 100);
+        if (!stopping_ && !closed_stages && started_ < options_.users)
             wake = std::min(wake, start_ + static_cast<int64_t>(options_.ramp_up_s * 1000 *
-                                                                started / options_.users));
+                                                                started_ / options_.users));
         int timeout = static_cast<int>(std::clamp<int64_t>(wake - now_ms(), 0, 1000));
         epoll_event ready[64];
         int n = epoll_wait(epoll_, ready, 64, timeout);
         for (int i = 0; i < n; ++i) {
+            if (ready[i].data.u64 == metrics_tag) {
+                http_.serve([this] { return metrics_.render(gauges_); });
+                continue;
+            }
             User &user = users_[ready[i].data.u64];
             if (user.fd >= 0) read_user(user);
         }
@@ -298,7 +366,6 @@ int Parent::run() {
         // the runner does not take the CPU from its users at every event.
         if (n > 0) std::this_thread::sleep_for(batch_interval);
     }
-    close(epoll_);
     if (events_ && std::fclose(events_) != 0)
         std::fprintf(stderr, "orbelle-run: cannot write %s: %s\n", options_.events_path.c_str(),
                      std::strerror(errno));
@@ -313,20 +380,26 @@ int Parent::finish() {
     std::string files;
     for (const Script &s : scripts_) files += (files.empty() ? "" : " ") + s.file;
     report.title += ": " + files;
-    report.settings = {{"scripts", files},
-                       {"users", std::to_string(options_.users)},
-                       {"ramp-up", seconds_text(options_.ramp_up_s)}};
-    if (options_.duration_s > 0)
-        report.settings.emplace_back("duration", seconds_text(options_.duration_s));
-    else
-        report.settings.emplace_back("iterations per user",
-                                     std::to_string(options_.user.iterations));
-    report.settings.emplace_back("think time", options_.user.no_think ? "skipped" : "as scripted");
+    describe_load(options_, files, users_total_, report.settings);
     report.settings.emplace_back("started", local_time(start_));
+    if (arrivals_.active()) {
+        uint64_t arrivals = 0, dropped = 0;
+        arrivals_.counts(arrivals, dropped);
+        totals_.set_schedule(profile_.target_at(static_cast<double>(end - start_) / 1000), dropped);
+    }
     totals_.finish(end, report);
     report.settings.emplace_back("iterations", std::to_string(totals_.iterations()) + " (" +
                                                    std::to_string(totals_.failed_iterations()) +
                                                    " failed)");
+    bool breached = false;
+    for (const Threshold &threshold : options_.thresholds) {
+        report.verdicts.push_back(judge(threshold, report.rows, report.dropped, baseline_));
+        breached = breached || !report.verdicts.back().passed;
+    }
+    if (!options_.baseline_path.empty()) {
+        report.baseline = options_.baseline_path;
+        report.deltas = compare_to_baseline(report.rows, baseline_);
+    }
 
     print_summary(report, stdout);
     int status = start_failed_ ? 2 : 0;
@@ -347,17 +420,27 @@ int Parent::finish() {
     const StatsRow &all = report.rows.back();
     uint64_t failures = 0;
     for (const FailureRow &f : report.failures) failures += f.count;
+    if (status == 0 && breached) status = 3;
     if (status == 0 && failures > 0) status = 1;
-    rusage self{};
-    getrusage(RUSAGE_SELF, &self);
-    double cpu = static_cast<double>(self.ru_utime.tv_sec + self.ru_stime.tv_sec) +
-                 static_cast<double>(self.ru_utime.tv_usec + self.ru_stime.tv_usec) / 1e6;
+    // The runner's own cost, apart from its users' (who run the library).
+    auto cpu_of = [](int who) {
+        rusage u{};
+        getrusage(who, &u);
+        return static_cast<double>(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+               static_cast<double>(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+    };
+    std::string dropped =
+        report.open_model ? ", " + std::to_string(report.dropped) + " dropped" : "";
     std::fprintf(stdout,
-                 "%s: %llu requests in %.1f s (%.1f/s), %llu failures, %llu iterations; "
-                 "this process used %.2f s of CPU\n",
-                 status == 0 ? "OK" : "FAILED", static_cast<unsigned long long>(all.count),
-                 report.duration_s, all.per_second, static_cast<unsigned long long>(failures),
-                 static_cast<unsigned long long>(totals_.iterations()), cpu);
+                 "%s: %llu requests in %.1f s (%.1f/s), %llu failures, %llu iterations%s; "
+                 "this process used %.2f s of CPU, its users %.2f s\n",
+                 status == 0   ? "OK"
+                 : status == 3 ? "FAILED (thresholds)"
+                               : "FAILED",
+                 static_cast<unsigned long long>(all.count), report.duration_s, all.per_second,
+                 static_cast<unsigned long long>(failures),
+                 static_cast<unsigned long long>(totals_.iterations()), dropped.c_str(),
+                 cpu_of(RUSAGE_SELF), cpu_of(RUSAGE_CHILDREN));
     std::string error;
     if (!options_.csv_prefix.empty() && !write_csv_report(report, options_.csv_prefix, error)) {
         std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
@@ -368,7 +451,42 @@ int Parent::finish() {
         status = 2;
     }
     std::fflush(stdout);
+    hold_metrics();
+    close(epoll_);
     return status;
+}
+
+bool Parent::start_metrics() {
+    std::string error;
+    if (!http_.listen(options_.metrics_address, error)) {
+        std::fprintf(stderr, "orbelle-run: %s\n", error.c_str());
+        return false;
+    }
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.u64 = metrics_tag;
+    epoll_ctl(epoll_, EPOLL_CTL_ADD, http_.fd(), &ev);
+    std::fprintf(stderr, "orbelle-run: metrics at http://%s:%u/metrics\n",
+                 options_.metrics_address.substr(0, options_.metrics_address.rfind(':')).c_str(),
+                 static_cast<unsigned>(http_.port()));
+    return true;
+}
+
+// After the run: the final figures stay served for --metrics-hold, so that
+// a scraper's last look sees the whole run.
+void Parent::hold_metrics() {
+    if (http_.fd() < 0 || options_.metrics_hold_s <= 0) return;
+    gauges_.users = 0;
+    gauges_.achieved_per_s = 0;
+    const int64_t until = now_ms() + static_cast<int64_t>(options_.metrics_hold_s * 1000);
+    for (int64_t now; (now = now_ms()) < until && stop_requests < 2;) {
+        epoll_event ready[8];
+        int n =
+            epoll_wait(epoll_, ready, 8, static_cast<int>(std::min<int64_t>(until - now, 1000)));
+        for (int i = 0; i < n; ++i)
+            if (ready[i].data.u64 == metrics_tag)
+                http_.serve([this] { return metrics_.render(gauges_); });
+    }
 }
 
 }  // namespace

@@ -26,6 +26,7 @@
 
 #include "host/kit/hostkit.h"
 #include "tools/runner/load.h"
+#include "tools/runner/load_options.h"
 #include "tools/runner/run.h"
 #include "tools/runner/script.h"
 #include "tools/runner/script/offline.h"
@@ -64,10 +65,14 @@ const char usage[] =
     "  --duration SECONDS stop every user after this time (or give --iterations:\n"
     "                     each user runs that many)\n"
     "  --report FILE      write an HTML report with charts (opens offline)\n"
-    "  --csv PREFIX       write PREFIX_stats.csv and PREFIX_history.csv\n"
+    "  --csv PREFIX       write PREFIX_stats.csv, PREFIX_history.csv and\n"
+    "                     PREFIX_percentiles.csv\n"
     "  --events PATH      every user's events into one file\n"
+    "%s"
     "  A progress line goes to standard error each second; Ctrl-C stops every user\n"
     "  and still prints the summary and writes the files.\n";
+
+void print_usage(FILE *to) { std::fprintf(to, usage, runner::load_options_usage); }
 
 #ifdef _WIN32
 const char kLibraryName[] = "orbelle.dll";
@@ -157,9 +162,17 @@ int main(int argc, char **argv) {
     const char *skeleton = nullptr;  // the interface id of --skeleton
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
+        std::string load_error;
+        runner::OptionRead read = runner::read_load_option(argc, argv, i, load, load_error);
+        if (read == runner::OptionRead::Bad) {
+            std::fprintf(stderr, "orbelle-run: %s\n", load_error.c_str());
+            return 2;
+        }
+        if (read == runner::OptionRead::Taken) continue;
         auto value = [&](const char *what) -> const char * {
             if (i + 1 >= argc) {
-                std::fprintf(stderr, "orbelle-run: %s needs %s\n%s", arg.c_str(), what, usage);
+                std::fprintf(stderr, "orbelle-run: %s needs %s\n", arg.c_str(), what);
+                print_usage(stderr);
                 std::exit(2);
             }
             return argv[++i];
@@ -234,10 +247,11 @@ int main(int argc, char **argv) {
                 return 2;
             }
         } else if (arg == "-h" || arg == "--help") {
-            std::fputs(usage, stdout);
+            print_usage(stdout);
             return 0;
         } else if (!arg.empty() && arg[0] == '-') {
-            std::fprintf(stderr, "orbelle-run: unknown option %s\n%s", arg.c_str(), usage);
+            std::fprintf(stderr, "orbelle-run: unknown option %s\n", arg.c_str());
+            print_usage(stderr);
             return 2;
         } else {
             files.push_back(arg);
@@ -245,7 +259,7 @@ int main(int argc, char **argv) {
     }
     if (skeleton != nullptr) return runner::print_skeleton(library, skeleton, files);
     if (files.empty()) {
-        std::fputs(usage, stderr);
+        print_usage(stderr);
         return 2;
     }
     if (serve) {
@@ -264,18 +278,27 @@ int main(int argc, char **argv) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
 #endif
     }
+    bool load_shaped = false;
+    std::string load_error;
+    if (!runner::settle_load_options(load, load_mode, iterations_given, load_shaped, load_error)) {
+        std::fprintf(stderr, "orbelle-run: %s\n", load_error.c_str());
+        return 2;
+    }
+    if (!load.stages.empty()) load_mode = true;
+    if (load_shaped) load_only.push_back("--rate, --stages, --threshold and the like");
     if (!load_mode && !load_only.empty()) {
         std::fprintf(stderr, "orbelle-run: %s needs --users\n", load_only.front().c_str());
         return 2;
     }
     if (load_mode) {
-        const char *why =
-            load.duration_s > 0 && iterations_given ? "give --duration or --iterations, not both"
-            : load.duration_s == 0 && !iterations_given ? "--users needs --duration or --iterations"
-            : trace > 0 ? "--trace is for one user: run the script without --users"
-            : vu_given  ? "--users numbers its users itself: leave out --vu and "
-                          "--users-total"
-                        : nullptr;
+        const char *why = load.duration_s > 0 && iterations_given
+                              ? "give --duration or --iterations, not both"
+                          : load.duration_s == 0 && !iterations_given && load.stages.empty()
+                              ? "--users needs --duration or --iterations"
+                          : trace > 0 ? "--trace is for one user: run the script without --users"
+                          : vu_given  ? "--users numbers its users itself: leave out --vu and "
+                                        "--users-total"
+                                      : nullptr;
         if (why != nullptr) {
             std::fprintf(stderr, "orbelle-run: %s\n", why);
             return 2;

@@ -9,114 +9,27 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <set>
 #include <string_view>
 
 #include "tools/runner/report.h"
 #include "tools/runner/report_assets.h"
+#include "tools/runner/report_text.h"
 
 namespace runner {
+using report_text::clip;
+using report_text::fixed;
+using report_text::ms;
+using report_text::put_json_number;
+using report_text::put_text;
+using report_text::utc_time;
+
 namespace {
 
 // An error text can hold a whole reply of a server; the failures table shows
 // its start, which is enough to recognise the failure.
 constexpr size_t kMaxExampleBytes = 2000;
-
-// Shown in a table cell that has no number.
-constexpr char kNoNumber[] = "\u2013";
-
-void put_text(std::string &out, std::string_view text) {
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            case '\'':
-                out += "&#39;";
-                break;
-            case '\t':
-            case '\n':
-            case '\r':
-                out += c;
-                break;
-            default:
-                // Other control characters are errors in a page: show that one was there.
-                if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-                    out += "\uFFFD";
-                else
-                    out += c;
-        }
-    }
-}
-
-// The start of text, at most max bytes, not cut inside a UTF-8 sequence.
-std::string_view clip(std::string_view text, size_t max) {
-    if (text.size() <= max) return text;
-    size_t end = max;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-    return text.substr(0, end);
-}
-
-std::string number(double value, std::chars_format format, int precision) {
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value, format, precision);
-    if (result.ec != std::errc())
-        result =
-            std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 6);
-    return std::string(buffer, result.ptr);
-}
-
-std::string fixed(double value, int decimals) {
-    if (!std::isfinite(value)) return kNoNumber;
-    return number(value, std::chars_format::fixed, decimals);
-}
-
-// Milliseconds with three significant digits or more (0.042, 1.25, 12.5,
-// 1234): a call on loopback takes well under a millisecond.
-std::string ms(double value) {
-    return fixed(value, value < 1 ? 3 : value < 10 ? 2 : value < 1000 ? 1 : 0);
-}
-
-// A number in the JSON element: null where JSON has none.
-void put_json_number(std::string &out, double value) {
-    if (std::isfinite(value))
-        out += number(value, std::chars_format::general, 6);
-    else
-        out += "null";
-}
-
-int64_t floor_div(int64_t a, int64_t b) { return a / b - (a % b != 0 && (a < 0) != (b < 0)); }
-
-// "2026-11-23 09:06:05 UTC" for milliseconds since the epoch; days become a
-// date of the proleptic Gregorian calendar by whole eras of 400 years.
-std::string utc_time(int64_t epoch_ms) {
-    const int64_t seconds = floor_div(epoch_ms, 1000);
-    int64_t days = floor_div(seconds, 86400);
-    const int64_t of_day = seconds - days * 86400;
-    days += 719468;  // from 1970-01-01 to 0000-03-01
-    const int64_t era = floor_div(days, 146097);
-    const int64_t day_of_era = days - era * 146097;
-    const int64_t year_of_era =
-        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
-    const int64_t day_of_year =
-        day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-    const int64_t month_index = (5 * day_of_year + 2) / 153;  // March is 0
-    const int64_t day = day_of_year - (153 * month_index + 2) / 5 + 1;
-    const int64_t month = month_index < 10 ? month_index + 3 : month_index - 9;
-    auto two = [](int64_t n) { return (n < 10 ? "0" : "") + std::to_string(n); };
-    std::string year = std::to_string(year_of_era + era * 400 + (month <= 2));
-    if (year.size() < 4) year.insert(0, 4 - year.size(), '0');
-    return year + "-" + two(month) + "-" + two(day) + " " + two(of_day / 3600) + ":" +
-           two(of_day / 60 % 60) + ":" + two(of_day % 60) + " UTC";
-}
 
 class Page {
 public:
@@ -137,9 +50,12 @@ public:
         put_text(out_, title);
         out_ += "</h1>\n";
         when();
+        verdicts();
         cards();
         settings();
         results();
+        responses();
+        deltas();
         failures();
         charts();
         out_ += "</main>\n<script type=\"application/json\" id=\"run-data\">";
@@ -187,6 +103,66 @@ private:
         card(ms(all->p95_ms), "p95 ms");
         card(ms(all->p99_ms), "p99 ms");
         out_ += "</div>\n";
+    }
+
+    // The thresholds' verdicts open the report, as they open the summary.
+    void verdicts() {
+        if (report_.verdicts.empty()) return;
+        out_ += "<h2>Thresholds</h2>\n<table class=\"verdicts\">\n";
+        for (const Verdict &v : report_.verdicts) {
+            out_ += v.passed ? "<tr><td class=\"good\">passed</td><td class=\"text\">"
+                             : "<tr><td class=\"bad\">BREACHED</td><td class=\"text\">";
+            put_text(out_, v.text);
+            out_ += "</td><td class=\"text\">";
+            put_text(out_, v.detail);
+            out_ += "</td></tr>\n";
+        }
+        out_ += "</table>\n";
+    }
+
+    // Under a rate: the response time, from when each iteration was due.
+    void responses() {
+        bool any = false;
+        for (const StatsRow &row : report_.rows) any = any || row.has_response;
+        if (!any && !report_.open_model) return;
+        out_ += "<h2>Response time, from when each iteration was due</h2>\n";
+        out_ += "<p class=\"none\">Dropped iterations (due while every user was busy): " +
+                std::to_string(report_.dropped) + ".</p>\n";
+        if (!any) return;
+        out_ +=
+            "<table class=\"stats\">\n<tr><th>name</th><th>service p50 ms</th>"
+            "<th>p50 ms</th><th>p90 ms</th><th>p95 ms</th><th>p99 ms</th><th>max ms</th></tr>\n";
+        for (const StatsRow &row : report_.rows) {
+            if (!row.has_response) continue;
+            out_ += "<tr><td>";
+            put_text(out_, row.name);
+            out_ += "</td>";
+            for (double value :
+                 {row.p50_ms, row.r_p50_ms, row.r_p90_ms, row.r_p95_ms, row.r_p99_ms, row.r_max_ms})
+                out_ += "<td>" + ms(value) + "</td>";
+            out_ += "</tr>\n";
+        }
+        out_ += "</table>\n";
+    }
+
+    void deltas() {
+        if (report_.baseline.empty()) return;
+        out_ += "<h2>Against the baseline ";
+        put_text(out_, report_.baseline);
+        out_ +=
+            "</h2>\n<table class=\"stats\">\n<tr><th>name</th><th>p50</th><th>p95</th>"
+            "<th>p99</th><th>per second</th></tr>\n";
+        for (const BaselineDelta &d : report_.deltas) {
+            out_ += "<tr><td>";
+            put_text(out_, d.name);
+            out_ += "</td>";
+            for (double value : {d.p50, d.p95, d.p99, d.rate})
+                out_ += std::isfinite(value) ? "<td>" + std::string(value >= 0 ? "+" : "") +
+                                                   fixed(value, 1) + "%</td>"
+                                             : std::string("<td>new</td>");
+            out_ += "</tr>\n";
+        }
+        out_ += "</table>\n";
     }
 
     void settings() {
@@ -267,6 +243,8 @@ private:
 
     void charts() {
         pick_seconds();
+        for (const StatsRow &row : report_.rows)
+            if (row.timed && row.count > 0 && !row.spectrum.empty()) named_.push_back(&row);
         out_ += "<h2>Over time</h2>\n<section id=\"charts\" data-seconds=\"" +
                 std::to_string(seconds_.size()) + "\">\n";
         if (seconds_.empty()) {
@@ -274,13 +252,39 @@ private:
             return;
         }
         out_ += "<div class=\"charts\">\n";
-        static const char *const figures[][2] = {{"throughput", "Requests per second"},
-                                                 {"failures", "Failures per second"},
-                                                 {"latency", "Latency p50, p95, p99 (ms)"},
-                                                 {"users", "Users running"}};
+        static const char *const figures[][2] = {
+            {"throughput", "Requests per second"},
+            {"failures", "Failures per second"},
+            {"latency", "Latency p50, p95, p99 (ms)"},
+            {"users", "Users running"},
+            {"rate", "Iterations per second: achieved, target, dropped"}};
         for (const auto &figure : figures)
             out_ += std::string("<figure id=\"chart-") + figure[0] + "\"><figcaption>" + figure[1] +
                     "</figcaption></figure>\n";
+        // One name at a time, chosen here: the names are text of the
+        // scripts, so they stay in the page's HTML, escaped, and the data
+        // refer to them by number.
+        out_ += "</div>\n<p class=\"choice\"><label>Name <select id=\"name-choice\">";
+        // The first transaction with seconds to chart, else every request
+        // together, is shown first.
+        std::set<std::string_view> charted;  // names with a second to chart
+        for (const SecondRow &row : report_.history)
+            if (row.count > 0) charted.insert(row.name);
+        size_t shown = named_.size();
+        for (size_t i = 0; i < named_.size() && shown == named_.size(); ++i)
+            if (named_[i]->kind == "transaction" && charted.count(named_[i]->name)) shown = i;
+        for (size_t i = 0; i < named_.size() && shown == named_.size(); ++i)
+            if (named_[i]->name == kAllCalls) shown = i;
+        for (size_t i = 0; i < named_.size(); ++i) {
+            out_ += "<option value=\"" + std::to_string(i) + (i == shown ? "\" selected>" : "\">");
+            put_text(out_, named_[i]->name);
+            out_ += "</option>";
+        }
+        out_ += "</select></label></p>\n<div class=\"charts\">\n";
+        out_ +=
+            "<figure id=\"chart-name\"><figcaption>Latency of the name over time, p50, p95, p99 "
+            "(ms)</figcaption></figure>\n<figure id=\"chart-spectrum\"><figcaption>Latency by "
+            "percentile, service and response time (ms)</figcaption></figure>\n";
         out_ +=
             "</div>\n<noscript><p class=\"none\">The charts need JavaScript; the tables above "
             "hold the run's figures.</p></noscript>\n</section>\n";
@@ -317,12 +321,81 @@ private:
         json_array("p99", latency(&SecondRow::p99_ms));
         out_ += ',';
         json_array("users", [](const SecondRow &row) { return double(row.users); });
+        const bool open = report_.open_model;
+        out_ += ',';
+        json_array("iterations", [](const SecondRow &row) { return double(row.iterations); });
+        out_ += ',';
+        json_array("target",
+                   [open](const SecondRow &row) { return open ? row.target : std::nan(""); });
+        out_ += ',';
+        json_array("dropped", [open](const SecondRow &row) {
+            return open ? double(row.dropped) : std::nan("");
+        });
+        names_json();
         out_ += '}';
+    }
+
+    void put_numbers(const std::vector<double> &values) {
+        out_ += '[';
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (i > 0) out_ += ',';
+            put_json_number(out_, values[i]);
+        }
+        out_ += ']';
+    }
+
+    // Per timed name, in the order of the select: p50/p95/p99 by second
+    // (null where the name had nothing) and the spectrum, its x the
+    // percentile p as 1/(1-p) for a log scale (the maximum left out).
+    void names_json() {
+        std::map<std::string, size_t> index;
+        for (size_t i = 0; i < named_.size(); ++i) index.emplace(named_[i]->name, i);
+        std::map<int64_t, size_t> at;
+        for (size_t i = 0; i < seconds_.size(); ++i) at.emplace(seconds_[i]->second, i);
+        const double none = std::nan("");
+        std::vector<std::vector<double>> p50(named_.size(),
+                                             std::vector<double>(seconds_.size(), none));
+        auto p95 = p50, p99 = p50;
+        for (const SecondRow &row : report_.history) {
+            auto name = index.find(row.name);
+            auto second = at.find(row.second);
+            if (name == index.end() || second == at.end() || row.count == 0) continue;
+            p50[name->second][second->second] = row.p50_ms;
+            p95[name->second][second->second] = row.p95_ms;
+            p99[name->second][second->second] = row.p99_ms;
+        }
+        out_ += ",\"names\":[";
+        for (size_t i = 0; i < named_.size(); ++i) {
+            const StatsRow &row = *named_[i];
+            out_ += i ? ",{\"p50\":" : "{\"p50\":";
+            put_numbers(p50[i]);
+            out_ += ",\"p95\":";
+            put_numbers(p95[i]);
+            out_ += ",\"p99\":";
+            put_numbers(p99[i]);
+            std::vector<double> x, service, response;
+            for (size_t k = 0; k < row.spectrum.size(); ++k) {
+                double p = row.spectrum[k].first;
+                if (p >= 100) break;
+                x.push_back(1 / (1 - p / 100));
+                service.push_back(row.spectrum[k].second);
+                response.push_back(k < row.r_spectrum.size() ? row.r_spectrum[k].second : none);
+            }
+            out_ += ",\"x\":";
+            put_numbers(x);
+            out_ += ",\"service\":";
+            put_numbers(service);
+            out_ += ",\"response\":";
+            put_numbers(response);
+            out_ += '}';
+        }
+        out_ += ']';
     }
 
     const RunReport &report_;
     std::string out_;
     std::vector<const SecondRow *> seconds_;
+    std::vector<const StatsRow *> named_;  // the timed rows, as the select lists them
 };
 
 }  // namespace

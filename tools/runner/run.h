@@ -56,6 +56,9 @@ public:
     };
     // Runs every script once as iteration number iteration (from 1).
     Outcome run_iteration(int iteration);
+    // Under a rate: how late the next iterations start after they were due,
+    // sent with their iteration and transaction events (negative: not sent).
+    void set_wait_ms(double ms);
 
     // The pace the scripts asked for last (0 for none): an iteration should
     // start this long after the previous one started.

@@ -82,6 +82,7 @@ void Session::State::tally(const Command *cmd, const Result &outcome) {
     e.script = script ? script->file : "";
     e.line = cmd ? cmd->line : 0;
     e.ms = outcome.ms;
+    if (outcome.kind == Kind::Transaction || outcome.kind == Kind::Iteration) e.wait_ms = wait_ms;
     e.ok = outcome.ok;
     e.has_status = outcome.has_status;
     e.status = outcome.status;
@@ -287,6 +288,8 @@ Session::Outcome Session::run_iteration(int iteration) {
     s.tally(nullptr, o);
     return result;
 }
+
+void Session::set_wait_ms(double ms) { state_->wait_ms = ms; }
 
 long Session::pace_ms() const { return state_->pace_ms; }
 

@@ -101,6 +101,7 @@ struct Session::State {
     std::map<const Command *, DataSource> data;  // by the data line as written
     std::map<std::string, OpenTransaction> transactions;
     long pace_ms = 0;
+    double wait_ms = -1;  // Session::set_wait_ms
 
     std::map<std::string, Timings> timings;
     std::vector<std::string> timing_order;

@@ -146,7 +146,8 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     std::string line;
     long total = 0;
     std::getline(history, line);
-    EXPECT_EQ(line, "second,name,count,failures,p50_ms,p95_ms,p99_ms,users");
+    EXPECT_EQ(line,
+              "second,name,count,failures,p50_ms,p95_ms,p99_ms,users,iterations,target,dropped");
     while (std::getline(history, line))
         if (line.find(",all requests,") != std::string::npos)
             total += std::stol(line.substr(line.find(",all requests,") + 14));

@@ -169,7 +169,7 @@ TEST(Aggregator, CountsEachEventOnceInTotalsHistoryAndFailures) {
     RunReport report;
     totals.finish(start + 5000, report);
 
-    ASSERT_EQ(report.rows.size(), 5u);
+    ASSERT_EQ(report.rows.size(), 6u);
     EXPECT_EQ(report.rows[0].name, "invoke add twoway");
     EXPECT_EQ(report.rows[0].count, 4u);
     EXPECT_EQ(report.rows[0].failed, 2u);
@@ -184,6 +184,12 @@ TEST(Aggregator, CountsEachEventOnceInTotalsHistoryAndFailures) {
     EXPECT_EQ(all.failed, 2u);
     EXPECT_EQ(totals.iterations(), 1u);
     EXPECT_EQ(totals.failed_iterations(), 1u);
+    const StatsRow &iterations = report.rows[4];  // just before all requests
+    EXPECT_EQ(iterations.name, kIterations);
+    EXPECT_EQ(iterations.count, 1u);
+    EXPECT_EQ(iterations.failed, 1u);
+    EXPECT_DOUBLE_EQ(iterations.max_ms, 6.0);
+    EXPECT_FALSE(iterations.has_response);  // no wait: a closed run
 
     // Failures by exception id, most frequent first; transactions are not
     // failures of their own.
@@ -221,6 +227,49 @@ TEST(Aggregator, ProgressLineShowsTheLastSecond) {
     EXPECT_NE(line.find("calls/s 0.0"), std::string::npos) << line;
 }
 
+TEST(Aggregator, UnderARateTimesFromWhenDueAndCountsWhatWasDropped) {
+    const int64_t start = 0;
+    Aggregator totals(start);
+    totals.set_schedule(50, 0);
+    for (int i = 0; i < 10; ++i) {
+        Event t = event(100 + i, "transaction", "transaction pay", 2.0);
+        t.wait_ms = i < 5 ? 0 : 8.0;  // the second half started 8 ms late
+        totals.add(t);
+        Event it = event(100 + i, "iteration", "iteration", 3.0);
+        it.wait_ms = t.wait_ms;
+        totals.add(it);
+        totals.add(event(100 + i, "call", "invoke pay twoway", 1.0));  // calls have no wait
+    }
+    totals.set_schedule(50, 7);
+    std::string line = totals.tick(1000, 2, 2);
+    EXPECT_NE(line.find("iterations/s 10.0 of 50.0  dropped 7"), std::string::npos) << line;
+    totals.set_schedule(40, 9);
+    totals.tick(2000, 2, 2);
+    RunReport report;
+    totals.finish(2000, report);
+    ASSERT_EQ(report.rows.size(), 4u);
+    const StatsRow &pay = report.rows[0];
+    EXPECT_TRUE(pay.has_response);
+    EXPECT_DOUBLE_EQ(pay.p99_ms, 2.0);      // service time
+    EXPECT_NEAR(pay.r_p50_ms, 2.0, 0.01);   // response time: the first half ...
+    EXPECT_NEAR(pay.r_p99_ms, 10.0, 0.04);  // ... and the late half
+    EXPECT_DOUBLE_EQ(pay.r_mean_ms, 6.0);
+    EXPECT_FALSE(report.rows[1].has_response);  // the call
+    EXPECT_DOUBLE_EQ(report.rows[2].r_max_ms, 11.0);
+    EXPECT_TRUE(report.open_model);
+    EXPECT_EQ(report.dropped, 9u);
+    // The seconds: iterations ended, the target and the drops of each.
+    std::vector<std::pair<uint64_t, uint64_t>> seconds;
+    for (const SecondRow &r : report.history)
+        if (r.name == kAllCalls) seconds.emplace_back(r.iterations, r.dropped);
+    EXPECT_EQ(seconds, (std::vector<std::pair<uint64_t, uint64_t>>{{10, 7}, {0, 2}}));
+    // The spectrum rises from the smallest to the largest, ending at 100.
+    ASSERT_FALSE(pay.r_spectrum.empty());
+    EXPECT_NEAR(pay.r_spectrum.front().second, 2.0, 0.01);
+    EXPECT_EQ(pay.r_spectrum.back(), std::make_pair(100.0, 10.0));
+    EXPECT_TRUE(std::is_sorted(pay.r_spectrum.begin(), pay.r_spectrum.end()));
+}
+
 TEST(Aggregator, FailureIds) {
     Event e = event(0, "call", "invoke x twoway", 1, false,
                     "status 1, exception 4, "
@@ -244,7 +293,7 @@ std::string read_all(const std::string &path) {
     return s.str();
 }
 
-TEST(CsvReport, WritesBothFilesWithQuotedNames) {
+TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {
     testsupport::TempDir dir;
     RunReport report;
     StatsRow row;
@@ -256,8 +305,22 @@ TEST(CsvReport, WritesBothFilesWithQuotedNames) {
     row.min_ms = 0.1;
     row.p50_ms = row.p90_ms = row.p95_ms = row.p99_ms = 0.2;
     row.max_ms = 0.3;
+    row.mean_ms = 0.2;
+    row.spectrum = {{0, 0.1}, {50, 0.2}, {100, 0.3}};
     report.rows.push_back(row);
+    StatsRow iterations = row;
+    iterations.name = kIterations;
+    iterations.kind = "iteration";
+    iterations.has_response = true;
+    iterations.r_p50_ms = iterations.r_p90_ms = iterations.r_p95_ms = iterations.r_p99_ms = 5;
+    iterations.r_max_ms = iterations.r_mean_ms = 7;
+    iterations.spectrum.clear();
+    iterations.r_spectrum = {{0, 4.5}, {100, 7}};
+    report.rows.push_back(iterations);
+    report.open_model = true;
+    report.dropped = 42;
     row.name = "check x";
+    row.spectrum.clear();
     row.kind = "check";
     row.timed = false;
     report.rows.push_back(row);
@@ -266,16 +329,34 @@ TEST(CsvReport, WritesBothFilesWithQuotedNames) {
     second.name = kAllCalls;
     second.count = 3;
     second.users = 2;
+    second.iterations = 3;
+    second.target = 2.5;
+    second.dropped = 1;
+    report.history.push_back(second);
+    second.name = "check x";
     report.history.push_back(second);
     std::string error;
     ASSERT_TRUE(write_csv_report(report, dir.path() + "/run", error)) << error;
     EXPECT_EQ(read_all(dir.path() + "/run_stats.csv"),
-              "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,p99_ms,max_ms\n"
-              "\"invoke \"\"a,b\"\" twoway\",call,3,1,1.500,0.100,0.200,0.200,0.200,0.200,0.300\n"
-              "check x,check,3,1,1.500,,,,,,\n");
+              "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,p99_ms,max_ms,"
+              "mean_ms,response_p50_ms,response_p90_ms,response_p95_ms,response_p99_ms,"
+              "response_max_ms,response_mean_ms,dropped\n"
+              "\"invoke \"\"a,b\"\" twoway\",call,3,1,1.500,0.100,0.200,0.200,0.200,0.200,0.300,"
+              "0.200,,,,,,,\n"
+              "iterations,iteration,3,1,1.500,0.100,0.200,0.200,0.200,0.200,0.300,0.200,5.000,"
+              "5.000,5.000,5.000,7.000,7.000,42\n"
+              "check x,check,3,1,1.500,,,,,,,,,,,,,,\n");
     EXPECT_EQ(read_all(dir.path() + "/run_history.csv"),
-              "second,name,count,failures,p50_ms,p95_ms,p99_ms,users\n"
-              "0,all requests,3,0,0.000,0.000,0.000,2\n");
+              "second,name,count,failures,p50_ms,p95_ms,p99_ms,users,iterations,target,dropped\n"
+              "0,all requests,3,0,0.000,0.000,0.000,2,3,2.500,1\n"
+              "0,check x,3,0,0.000,0.000,0.000,2,,,\n");
+    EXPECT_EQ(read_all(dir.path() + "/run_percentiles.csv"),
+              "name,time,percentile,ms\n"
+              "\"invoke \"\"a,b\"\" twoway\",service,0.000000,0.100\n"
+              "\"invoke \"\"a,b\"\" twoway\",service,50.000000,0.200\n"
+              "\"invoke \"\"a,b\"\" twoway\",service,100.000000,0.300\n"
+              "iterations,response,0.000000,4.500\n"
+              "iterations,response,100.000000,7.000\n");
     EXPECT_FALSE(write_csv_report(report, dir.path() + "/missing/run", error));
     EXPECT_NE(error.find("missing/run_stats.csv"), std::string::npos) << error;
 }

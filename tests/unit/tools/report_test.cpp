@@ -22,6 +22,27 @@ using runner::kAllCalls;
 using runner::RunReport;
 using testsupport::TempDir;
 
+// A row of the table: times are min, p50, p90, p95, p99 and max.
+runner::StatsRow stats(const char *name, const char *kind, uint64_t count, uint64_t failed,
+                       double rate, bool timed, std::vector<double> times) {
+    runner::StatsRow r;
+    r.name = name;
+    r.kind = kind;
+    r.count = count;
+    r.failed = failed;
+    r.per_second = rate;
+    r.timed = timed;
+    if (times.size() == 6) {
+        r.min_ms = times[0];
+        r.p50_ms = times[1];
+        r.p90_ms = times[2];
+        r.p95_ms = times[3];
+        r.p99_ms = times[4];
+        r.max_ms = times[5];
+    }
+    return r;
+}
+
 // A run of 8 users over the given seconds, with calls, a transaction, a
 // check, two kinds of failure and a row per second for an operation and
 // for all calls.
@@ -31,10 +52,25 @@ RunReport sample_run(int seconds) {
     run.settings = {{"users", "8"}, {"ramp-up", "2 s"}, {"duration", "30 s"}};
     run.started_ms = 1795856765000;
     run.duration_s = seconds;
-    run.rows = {{"Bank.open_account", "call", 1200, 3, 40, true, 0.21, 0.9, 1.8, 2.4, 5.1, 12.3},
-                {"transaction open", "transaction", 1200, 3, 40, true, 1.1, 2.9, 4.8, 6.4, 11, 42},
-                {"check balance", "check", 1200, 1, 40, false},
-                {kAllCalls, "all", 3600, 3, 120, true, 0.11, 0.7, 1.5, 2.0, 4.2, 12.3}};
+    run.rows = {
+        stats("Bank.open_account", "call", 1200, 3, 40, true, {0.21, 0.9, 1.8, 2.4, 5.1, 12.3}),
+        stats("transaction open", "transaction", 1200, 3, 40, true, {1.1, 2.9, 4.8, 6.4, 11, 42}),
+        stats("check balance", "check", 1200, 1, 40, false, {}),
+        stats(kAllCalls, "all", 3600, 3, 120, true, {0.11, 0.7, 1.5, 2.0, 4.2, 12.3})};
+    // Spectra as a run makes them: percentiles halving the distance to 100.
+    for (runner::StatsRow &row : run.rows) {
+        if (!row.timed) continue;
+        for (int k = 0; k <= 20; ++k) {
+            double p = 100 * (1 - std::pow(0.5, k / 2.0));
+            row.spectrum.emplace_back(p, row.p50_ms * (1 + k * 0.3));
+            row.r_spectrum.emplace_back(p, row.p50_ms * (1.5 + k * 0.4));
+        }
+        row.spectrum.emplace_back(100, row.max_ms);
+        row.has_response = row.kind == "transaction";
+        if (!row.has_response) row.r_spectrum.clear();
+    }
+    run.open_model = true;
+    run.dropped = 17;
     run.failures = {{"IDL:omg.org/CORBA/TRANSIENT:1.0", 3, "TRANSIENT: connection refused"},
                     {"check", 1, "check ^balance: expected 100, got 90"}};
     for (int s = 0; s < seconds; ++s) {
@@ -49,6 +85,9 @@ RunReport sample_run(int seconds) {
         row.name = "Bank.open_account";
         run.history.push_back(row);
         row.name = kAllCalls;
+        row.iterations = row.count / 3;
+        row.target = 40;
+        row.dropped = s % 5 == 2 ? 3 : 0;
         run.history.push_back(row);
     }
     return run;
@@ -117,7 +156,29 @@ TEST(ReportHtml, TablesShowTheRunsFigures) {
     run.rows[0].p99_ms = 1234.4;
     run.failures[1].example = "xxxxx";
     for (int i = 0; i < 1500; ++i) run.failures[1].example += "\xC3\xA9";  // é
+    run.verdicts = {{"all requests: p95<5ms", true, "p95 2.000 ms"},
+                    {"transaction open: p99<1ms & <b>", false, "p99 11.000 ms"}};
+    run.rows[1].r_p50_ms = 7.5;
+    run.baseline = "base_stats.csv";
+    run.deltas = {{"Bank.open_account", 12.34, -5, 0, std::nan("")}};
     const std::string page = write_page(run);
+
+    // The verdicts come first, escaped; then the response times, the drops
+    // and the changes against the baseline.
+    EXPECT_LT(page.find("<h2>Thresholds</h2>"), page.find("<h2>Settings</h2>"));
+    EXPECT_NE(page.find("<td class=\"good\">passed</td><td class=\"text\">all requests: "
+                        "p95&lt;5ms</td><td class=\"text\">p95 2.000 ms</td>"),
+              std::string::npos);
+    EXPECT_NE(page.find("<td class=\"bad\">BREACHED</td><td class=\"text\">transaction open: "
+                        "p99&lt;1ms &amp; &lt;b&gt;</td>"),
+              std::string::npos);
+    EXPECT_NE(page.find("<tr><td>transaction open</td><td>2.90</td><td>7.50</td>"),
+              std::string::npos);
+    EXPECT_NE(page.find("Dropped iterations (due while every user was busy): 17."),
+              std::string::npos);
+    EXPECT_NE(page.find("<tr><td>Bank.open_account</td><td>+12.3%</td><td>-5.0%</td><td>+0.0%"
+                        "</td><td>new</td></tr>"),
+              std::string::npos);
 
     // Milliseconds with enough digits, a figure that is not a number shown as a dash.
     EXPECT_NE(page.find("<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
@@ -167,8 +228,18 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
         row.p95_ms = count ? 2.25 : 0;
         row.p99_ms = count ? 1e6 : 0;
         row.users = users;
+        row.iterations = count / 2;
+        row.target = 12.5;
+        row.dropped = count / 10;
         return row;
     };
+    // Under a rate: the target and drops are charted; each timed name's
+    // seconds and spectrum (its maximum left out) go by number.
+    run.open_model = true;
+    runner::StatsRow open = stats("Bank.open", "call", 12, 0, 4, true, {1, 1.5, 2, 2, 3, 3});
+    open.spectrum = {{0, 1}, {50, 2}, {100, 3}};
+    open.r_spectrum = {{0, 4}, {50, 5}, {100, 6}};
+    run.rows = {open, stats("check x", "check", 3, 0, 1, false, {})};
     // Out of order, a second twice, another name between, a second without calls.
     run.history = {second(1, kAllCalls, 0, 4),  second(0, "Bank.open", 7, 2),
                    second(0, kAllCalls, 20, 2), second(2, kAllCalls, 35, 8),
@@ -176,7 +247,9 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
     EXPECT_EQ(chart_data(write_page(run)),
               "{\"seconds\":[0,1,2],\"calls\":[20,0,35],\"failures\":[2,0,3],"
               "\"p50\":[1.5,null,1.5],\"p95\":[2.25,null,2.25],\"p99\":[1e+06,null,1e+06],"
-              "\"users\":[2,4,8]}");
+              "\"users\":[2,4,8],\"iterations\":[10,0,17],\"target\":[12.5,12.5,12.5],"
+              "\"dropped\":[2,0,3],\"names\":[{\"p50\":[1.5,null,1.5],\"p95\":[2.25,null,2.25],"
+              "\"p99\":[1e+06,null,1e+06],\"x\":[1,2],\"service\":[1,2],\"response\":[4,5]}]}");
 }
 
 TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
@@ -188,7 +261,7 @@ TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
     EXPECT_NE(page.find("data-seconds=\"0\""), std::string::npos);
     EXPECT_EQ(chart_data(page),
               "{\"seconds\":[],\"calls\":[],\"failures\":[],\"p50\":[],\"p95\":[],\"p99\":[],"
-              "\"users\":[]}");
+              "\"users\":[],\"iterations\":[],\"target\":[],\"dropped\":[],\"names\":[]}");
     EXPECT_NE(page.rfind("</html>\n"), std::string::npos);
 }
 

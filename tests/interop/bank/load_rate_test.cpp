@@ -1,0 +1,243 @@
+// orbelle-run's open model and verdicts against the demo bank: a server
+// that takes 20 ms a call on purpose (Diagnostics.delay), driven at a rate
+// above what two users can serve, drops iterations and shows a response
+// time above the service time, while the closed model's rate falls
+// instead; thresholds that pass, are breached or are relative to a
+// baseline decide the exit status. Runs are a few seconds, on loopback.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "tests/interop/bank/bank_fixture.h"
+
+namespace bank {
+namespace {
+
+std::string read_all(const std::string &path) {
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// The cells of a stats file's row by column name; names hold no comma here.
+std::map<std::string, std::string> stats_row(const std::string &csv, const std::string &name) {
+    std::istringstream in(csv);
+    std::string header, line;
+    std::getline(in, header);
+    auto split = [](const std::string &text) {
+        std::vector<std::string> cells;
+        std::istringstream s(text);
+        for (std::string cell; std::getline(s, cell, ',');) cells.push_back(cell);
+        if (!text.empty() && text.back() == ',') cells.emplace_back();
+        return cells;
+    };
+    std::vector<std::string> columns = split(header);
+    std::map<std::string, std::string> row;
+    while (std::getline(in, line)) {
+        std::vector<std::string> cells = split(line);
+        if (cells.empty() || cells[0] != name) continue;
+        for (size_t i = 0; i < columns.size() && i < cells.size(); ++i) row[columns[i]] = cells[i];
+    }
+    return row;
+}
+
+double number(const std::map<std::string, std::string> &row, const std::string &column) {
+    auto found = row.find(column);
+    return found == row.end() || found->second.empty() ? -1 : std::stod(found->second);
+}
+
+class LoadRate : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(server_.running()) << "bank_server did not start";
+        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
+        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
+        std::ofstream(dir_.path() + "/slow.orb")
+            << "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+               "begin wait\nparams diag delay\nset ms 20\ninvoke\nend wait\n";
+    }
+
+    int run(const std::string &args, std::string &out) {
+        std::string command =
+            std::string(ORBELLE_RUNNER_PATH) + " -C " + dir_.path() + " " + args + " 2>&1";
+        FILE *p = popen(command.c_str(), "r");
+        if (p == nullptr) return -1;
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+        int status = pclose(p);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string stats(const std::string &prefix) {
+        return read_all(dir_.path() + "/" + prefix + "_stats.csv");
+    }
+
+    testsupport::TempDir dir_;
+    BankServer server_{dir_.path()};
+};
+
+TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
+    // Two users of a 20 ms call serve about 95 iterations a second; the
+    // rate asks for 150.
+    std::string out;
+    EXPECT_EQ(run("--users 2 --rate 150 --duration 3 --csv open slow.orb", out), 0) << out;
+    auto it = stats_row(stats("open"), "iterations");
+    auto wait = stats_row(stats("open"), "transaction wait");
+    double achieved = number(it, "calls_per_s"), dropped = number(it, "dropped");
+    std::printf(
+        "open: %.1f iterations/s of 150, %.0f dropped, transaction p50 service %.3f ms, "
+        "response %.3f ms\n",
+        achieved, dropped, number(wait, "p50_ms"), number(wait, "response_p50_ms"));
+    EXPECT_GT(dropped, 60) << out;  // some 55 a second
+    EXPECT_LT(achieved, 115) << out;
+    // Those that ran waited, at most two at a time, for a free user: the
+    // response time lies above the service time by about that wait.
+    EXPECT_GT(number(wait, "response_p50_ms"), number(wait, "p50_ms") + 5) << out;
+    EXPECT_GT(number(it, "response_p99_ms"), number(it, "p99_ms")) << out;
+    EXPECT_NE(out.find("iterations/s "), std::string::npos) << out;
+    EXPECT_NE(out.find(" of 150.0  dropped "), std::string::npos) << out;
+    EXPECT_NE(out.find("\ndropped iterations "), std::string::npos) << out;
+    EXPECT_NE(out.find("\nresponse time, from when each iteration was due"), std::string::npos)
+        << out;
+
+    // The closed model has no schedule to fall behind: its rate falls to
+    // what the server allows, and nothing is dropped.
+    std::string closed;
+    EXPECT_EQ(run("--users 2 --duration 3 --csv closed slow.orb", closed), 0) << closed;
+    auto cit = stats_row(stats("closed"), "iterations");
+    std::printf("closed: %.1f iterations/s, transaction p50 %.3f ms\n", number(cit, "calls_per_s"),
+                number(stats_row(stats("closed"), "transaction wait"), "p50_ms"));
+    EXPECT_GT(number(cit, "calls_per_s"), 50) << closed;
+    EXPECT_LT(number(cit, "calls_per_s"), 105) << closed;
+    EXPECT_EQ(number(cit, "response_p50_ms"), -1) << closed;
+    EXPECT_EQ(closed.find("dropped"), std::string::npos) << closed;
+
+    // A rate the users keep up with drops nothing and holds its target.
+    std::string kept;
+    EXPECT_EQ(run("--users 4 --rate 40 --arrivals poisson --queue 100 --duration 3 --csv kept "
+                  "slow.orb",
+                  kept),
+              0)
+        << kept;
+    auto kit = stats_row(stats("kept"), "iterations");
+    EXPECT_EQ(number(kit, "dropped"), 0) << kept;
+    EXPECT_NEAR(number(kit, "calls_per_s"), 40, 15) << kept;  // 4 sd of a Poisson count
+}
+
+// The history's rows of every request together: (users, target) by second.
+std::vector<std::pair<int, double>> users_and_targets(const std::string &csv) {
+    std::vector<std::pair<int, double>> out;
+    std::istringstream in(csv);
+    std::string line;
+    std::getline(in, line);
+    while (std::getline(in, line)) {
+        std::vector<std::string> cells;
+        std::istringstream s(line);
+        for (std::string cell; std::getline(s, cell, ',');) cells.push_back(cell);
+        if (cells.size() >= 10 && cells[1] == "all requests")
+            out.emplace_back(std::stoi(cells[7]), cells[9].empty() ? -1 : std::stod(cells[9]));
+    }
+    return out;
+}
+
+TEST_F(LoadRate, StagesRampTheUsersOrTheRate) {
+    // Closed: up to 3 users in a second, 3 for a second, down to none in 2 s.
+    std::string out;
+    EXPECT_EQ(run("--stages 1s:3,1s:3,2s:0 --csv closed slow.orb", out), 0) << out;
+    auto closed = users_and_targets(read_all(dir_.path() + "/closed_history.csv"));
+    ASSERT_GE(closed.size(), 3u) << out;
+    EXPECT_EQ(closed[1].first, 3) << out;        // all three during the hold
+    EXPECT_LT(closed.back().first, 3) << out;    // and going in the last stage
+    EXPECT_EQ(closed.back().second, -1) << out;  // a closed run has no target rate
+
+    // Open: the rate from 10 up to 50 a second over 2 s, then held for 1 s.
+    std::string open;
+    EXPECT_EQ(run("--users 4 --rate 10 --stages 2s:50,1s:50 --csv open slow.orb", open), 0) << open;
+    auto targets = users_and_targets(read_all(dir_.path() + "/open_history.csv"));
+    ASSERT_GE(targets.size(), 3u) << open;
+    EXPECT_NEAR(targets[0].second, 30, 1) << open;  // at the end of the first second
+    EXPECT_NEAR(targets[2].second, 50, 1) << open;
+    // 10 -> 50 over 2 s is 60 iterations, 50 more in the hold.
+    double ran = number(stats_row(stats("open"), "iterations"), "count");
+    EXPECT_NEAR(ran, 110, 12) << open;
+}
+
+TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
+    std::string out;
+    // A queue with room for the whole run: nothing is dropped, not even
+    // while the users start (slowly under a sanitizer).
+    const std::string run_args = "--users 2 --rate 30 --queue 100 --duration 2 slow.orb";
+    // Passing: exit 0, the verdicts before the table.
+    EXPECT_EQ(run("--csv base " + run_args +
+                      " --threshold 'transaction wait: p95<500ms and failures<1%'"
+                      " --threshold 'all requests: rate>10/s and max<2s'",
+                  out),
+              0)
+        << out;
+    EXPECT_NE(out.find("thresholds\n  passed transaction wait: p95<500ms and failures<1%  (p95 "),
+              std::string::npos)
+        << out;
+    EXPECT_LT(out.find("thresholds\n"), out.find("\nname "));
+
+    // Breached: exit 3, and the breach named.
+    std::string breached;
+    EXPECT_EQ(run(run_args + " --threshold 'invoke delay twoway: p50<1ms'" +
+                      " --threshold 'iterations: dropped=0'",
+                  breached),
+              3)
+        << breached;
+    EXPECT_NE(breached.find("  BREACHED invoke delay twoway: p50<1ms  (p50 2"), std::string::npos)
+        << breached;
+    EXPECT_NE(breached.find("  passed iterations: dropped=0  (dropped 0)"), std::string::npos)
+        << breached;
+    EXPECT_NE(breached.find("FAILED (thresholds): "), std::string::npos) << breached;
+
+    // Relative to the first run: the same server passes 1.5 times its p50
+    // and breaches half of it; the table shows the change per name.
+    std::string relative;
+    EXPECT_EQ(run(run_args + " --baseline base_stats.csv" +
+                      " --threshold 'invoke delay twoway: p50<1.5*baseline'",
+                  relative),
+              0)
+        << relative;
+    EXPECT_NE(relative.find("\nagainst the baseline base_stats.csv\n"), std::string::npos)
+        << relative;
+    EXPECT_NE(relative.find("  passed invoke delay twoway: p50<1.5*baseline  (p50 "),
+              std::string::npos)
+        << relative;
+    std::string halved;
+    EXPECT_EQ(run(run_args + " --baseline base_stats.csv" +
+                      " --threshold 'invoke delay twoway: p50<0.5*baseline'",
+                  halved),
+              3)
+        << halved;
+
+    // Stopped at the first breach once the grace is over.
+    std::string aborted;
+    EXPECT_EQ(run("--users 2 --rate 30 --duration 30 slow.orb --threshold 'all requests: "
+                  "p50<1ms' --abort-on-threshold --threshold-grace 1",
+                  aborted),
+              3)
+        << aborted;
+    EXPECT_NE(aborted.find("threshold breached, stopping: all requests: p50<1ms"),
+              std::string::npos)
+        << aborted;
+
+    // Options that cannot run exit 2 before anything is sent.
+    const char *wrong[] = {"--rate 10 --duration 1 slow.orb",
+                           "--users 2 --rate 10 --iterations 3 slow.orb",
+                           "--users 2 --duration 1 --threshold 'all: p99<' slow.orb",
+                           "--users 2 --duration 1 --baseline missing.csv slow.orb"};
+    for (const char *args : wrong) {
+        std::string message;
+        EXPECT_EQ(run(args, message), 2) << args << "\n" << message;
+    }
+}
+
+}  // namespace
+}  // namespace bank

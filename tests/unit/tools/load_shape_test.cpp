@@ -1,0 +1,363 @@
+// The shape and the judging of a load run: rates and stages as written,
+// the target over time and its arrivals, the schedule's waiting ring and
+// drops, thresholds and baselines. No process is started here.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <vector>
+
+#include "tests/support.h"
+#include "tools/runner/baseline.h"
+#include "tools/runner/rates.h"
+#include "tools/runner/thresholds.h"
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "tools/runner/arrivals.h"
+#endif
+
+namespace runner {
+namespace {
+
+TEST(Rates, ReadAsWrittenOrRefused) {
+    const struct {
+        const char *text;
+        double per_second;  // 0: refused
+    } cases[] = {{"300", 300},     {"2.5", 2.5}, {"300/s", 300}, {"300/m", 5},      {"36/h", 0.01},
+                 {"1000000", 1e6}, {"0", 0},     {"-5", 0},      {"", 0},           {"5/d", 0},
+                 {"1000001", 0},   {"1e3", 0},   {"nan", 0},     {"60000001/m", 0}, {"5/", 0}};
+    for (const auto &c : cases) {
+        double v = -1;
+        std::string error;
+        bool ok = parse_rate(c.text, v, error);
+        EXPECT_EQ(ok, c.per_second > 0) << c.text;
+        if (ok) {
+            EXPECT_DOUBLE_EQ(v, c.per_second) << c.text;
+        }
+        if (!ok) {
+            EXPECT_NE(error.find("--rate"), std::string::npos);
+        }
+    }
+}
+
+TEST(Rates, StagesReadAsWrittenOrRefused) {
+    std::vector<Stage> stages;
+    std::string error;
+    ASSERT_TRUE(parse_stages("30s:50,2m:50,500ms:0,1h:2", true, stages, error)) << error;
+    ASSERT_EQ(stages.size(), 4u);
+    EXPECT_DOUBLE_EQ(stages[1].seconds, 120);
+    EXPECT_DOUBLE_EQ(stages[2].seconds, 0.5);
+    EXPECT_DOUBLE_EQ(stages[3].seconds, 3600);
+    EXPECT_TRUE(parse_stages("10:2.5", false, stages, error));  // a rate may have decimals
+    const struct {
+        const char *text;
+        bool counts;
+    } bad[] = {{"10:2.5", true},       {"30s", true},    {"30s:", true}, {":5", true},
+               {"30x:5", true},        {"30s:-1", true}, {"0s:5", true}, {"30s:20001", true},
+               {"30s:1000001", false}, {"169h:1", true}, {"", true},     {"1s:1,,1s:2", true},
+               {"100h:1,100h:1", true}};
+    for (const auto &c : bad) {
+        EXPECT_FALSE(parse_stages(c.text, c.counts, stages, error)) << c.text;
+        EXPECT_EQ(error.rfind("--stages", 0), 0u) << error;
+    }
+    std::string many;
+    for (size_t i = 0; i <= max_stages; ++i) many += (i ? "," : "") + std::string("1s:1");
+    EXPECT_FALSE(parse_stages(many, true, stages, error));
+    many = many.substr(many.find(',') + 1);  // exactly the most
+    EXPECT_TRUE(parse_stages(many, true, stages, error)) << error;
+}
+
+TEST(Rates, ProfileRampsLinearlyAndItsCountInvertsIt) {
+    // 0 -> 10/s over 2 s, 10/s for 2 s, down to 0 over 1 s, then 0.
+    Profile p({{2, 10}, {2, 10}, {1, 0}}, 0);
+    const struct {
+        double t, target, count;
+    } cases[] = {{0, 0, 0},   {1, 5, 2.5},     {2, 10, 10}, {3, 10, 20},
+                 {4, 10, 30}, {4.5, 5, 33.75}, {5, 0, 35},  {9, 0, 35}};
+    for (const auto &c : cases) {
+        EXPECT_NEAR(p.target_at(c.t), c.target, 1e-9) << c.t;
+        EXPECT_NEAR(p.count_before(c.t), c.count, 1e-9) << c.t;
+        if (c.t <= 5 && c.t > 0) {
+            EXPECT_NEAR(p.time_of_count(c.count), c.t, 1e-9) << c.t;
+        }
+    }
+    EXPECT_TRUE(std::isinf(p.time_of_count(35.5)));  // never: the rate stays 0
+    EXPECT_DOUBLE_EQ(p.seconds(), 5);
+    // A constant rate, and stages that start from one.
+    EXPECT_DOUBLE_EQ(Profile(4).time_of_count(10), 2.5);
+    Profile from({{1, 0}}, 8);  // 8/s down to 0 over a second: 4 arrivals
+    EXPECT_NEAR(from.count_before(1), 4, 1e-9);
+    EXPECT_NEAR(from.time_of_count(3), 0.5, 1e-9);
+}
+
+// Arrivals at 10/s handed to free users at the given times.
+struct Taken {
+    double now;
+    bool found;
+    double due;
+    uint64_t dropped;
+};
+
+void play(uint32_t capacity, const std::vector<Taken> &steps, double end = 10) {
+    Profile p(10);
+    ArrivalState state;
+    state.capacity = capacity;
+    std::vector<double> ring(capacity + 1);
+    for (const Taken &s : steps) {
+        double due = -1;
+        bool found = next_arrival(state, ring.data(), p, s.now, end, due);
+        EXPECT_EQ(found, s.found) << "at " << s.now;
+        if (found) {
+            EXPECT_NEAR(due, s.due, 1e-9) << "at " << s.now;
+        }
+        EXPECT_EQ(state.dropped, s.dropped) << "at " << s.now;
+    }
+}
+
+TEST(Arrivals, FreeUsersTakeTheNextOnTime) {
+    // Users free early each wait for the next arrival: none is dropped.
+    play(0, {{0, true, 0, 0}, {0, true, 0.1, 0}, {0.05, true, 0.2, 0}, {0.3, true, 0.3, 0}});
+}
+
+TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDropped) {
+    // Room for two: at 0.55 s arrivals 0.1 .. 0.5 have come; 0.1 and 0.2
+    // wait, 0.3, 0.4 and 0.5 are dropped; the oldest goes first.
+    play(2, {{0, true, 0, 0},
+             {0.55, true, 0.1, 3},
+             {0.56, true, 0.2, 3},
+             {0.57, true, 0.6, 3},  // nothing waits: the next one to come
+             {0.9, true, 0.7, 3}});
+    // Without room every late arrival is dropped at once.
+    play(0, {{0, true, 0, 0}, {0.55, true, 0.6, 5}});
+}
+
+TEST(Arrivals, NoneAtOrAfterTheEnd) {
+    play(1, {{0, true, 0, 0}, {0.1, true, 0.1, 0}, {0.15, false, 0, 0}, {5, false, 0, 0}}, 0.2);
+}
+
+TEST(Arrivals, PoissonGapsKeepTheMean) {
+    Profile p(1000);
+    ArrivalState state;
+    state.poisson = true;
+    state.random = 12345;
+    double due = 0, last = 0, sum_sq = 0;
+    int n = 20000;
+    for (int i = 0; i < n; ++i) {
+        ASSERT_TRUE(next_arrival(state, nullptr, p, 0, 1e9, due));
+        sum_sq += (due - last) * (due - last);
+        last = due;
+    }
+    EXPECT_NEAR(last / n, 0.001, 0.00005);                     // mean gap 1 ms
+    EXPECT_NEAR(std::sqrt(sum_sq / n - 1e-6), 0.001, 0.0001);  // exponential: sd = mean
+}
+
+#ifndef _WIN32
+TEST(Arrivals, ProcessesShareTheScheduleAndEachArrivalGoesToOne) {
+    // 1000 a second for 0.2 s: 200 arrivals, taken by three processes as
+    // fast as they can; those due while the processes start wait, in a
+    // ring with room for all, so none is dropped.
+    SharedArrivals arrivals;
+    std::string error;
+    ASSERT_TRUE(arrivals.create(Profile(1000), false, 200, 0.2, error)) << error;
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    std::vector<pid_t> children;
+    for (int c = 0; c < 3; ++c) {
+        pid_t pid = fork();
+        if (pid == 0) {
+            close(fds[0]);
+            for (double due; arrivals.next(due);) {
+                if (write(fds[1], &due, sizeof due) != sizeof due) _exit(1);
+            }
+            _exit(0);
+        }
+        children.push_back(pid);
+    }
+    close(fds[1]);
+    std::multiset<long> taken;
+    for (double due; read(fds[0], &due, sizeof due) == sizeof due;)
+        taken.insert(std::lround(due * 1000));
+    close(fds[0]);
+    for (pid_t pid : children) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    uint64_t due = 0, dropped = 0;
+    arrivals.counts(due, dropped);
+    EXPECT_EQ(dropped, 0u);
+    EXPECT_EQ(due, 200u);
+    ASSERT_EQ(taken.size(), 200u);
+    EXPECT_EQ(std::set<long>(taken.begin(), taken.end()).size(), 200u);  // each once
+    EXPECT_EQ(*taken.begin(), 0);
+    EXPECT_EQ(*taken.rbegin(), 199);
+}
+#endif
+
+StatsRow row(const char *name, double p50, double p95, double rate, uint64_t count = 100,
+             uint64_t failed = 0) {
+    StatsRow r;
+    r.name = name;
+    r.count = count;
+    r.failed = failed;
+    r.per_second = rate;
+    r.p50_ms = r.p90_ms = p50;
+    r.p95_ms = r.p99_ms = r.max_ms = p95;
+    r.mean_ms = (p50 + p95) / 2;
+    return r;
+}
+
+TEST(Thresholds, JudgedOnTheRowsAsWritten) {
+    std::vector<StatsRow> rows = {row("invoke transfer twoway", 2, 6, 120, 200, 1),
+                                  row("all requests", 2, 6, 120, 200, 1)};
+    StatsRow late = row("iterations", 3, 7, 50);
+    late.has_response = true;  // under a rate the response time is judged
+    late.r_p50_ms = late.r_p95_ms = 40;
+    rows.insert(rows.begin() + 1, late);
+    std::vector<StatsRow> baseline = {row("invoke transfer twoway", 2, 5, 100)};
+    const struct {
+        const char *text;
+        bool passed;
+        const char *detail;
+    } cases[] = {
+        {"all requests: p95<6.5ms", true, "p95 6.000 ms"},
+        {"all requests: p95<6ms", false, "p95 6.000 ms"},
+        {"all requests: p95<=6ms and p50<2500us", true, "p95 6.000 ms, p50 2.000 ms"},
+        {"all requests: max<0.01s", true, "max 6.000 ms"},
+        {"all requests: mean>=4", true, "mean 4.000 ms"},
+        {"invoke transfer twoway: failures<1%", true, "failures 0.500%"},
+        {"invoke transfer twoway: failures<0.5%", false, "failures 0.500%"},
+        {"invoke transfer twoway: rate>100/s and rate<7300/m", true,
+         "rate 120.000/s, rate 120.000/s"},
+        {"invoke transfer twoway: p95<1.10*baseline", false, "p95 6.000 ms (limit 5.500 ms)"},
+        {"invoke transfer twoway: p95<1.25*baseline and rate>=1.2*baseline", true,
+         "p95 6.000 ms (limit 6.250 ms), rate 120.000/s (limit 120.000/s)"},
+        {"all requests: p95<2*baseline", false, "p95 6.000 ms (no baseline)"},
+        {"iterations: p95<10ms", false, "p95 40.000 ms"},
+        {"iterations: dropped=3", true, "dropped 3"},
+        {"iterations: dropped=0", false, "dropped 3"},
+        {"transaction nowhere: p95<1s", false, "no row of the table is named transaction nowhere"},
+    };
+    for (const auto &c : cases) {
+        Threshold t;
+        std::string error;
+        ASSERT_TRUE(parse_threshold(c.text, t, error)) << c.text << ": " << error;
+        Verdict v = judge(t, rows, 3, baseline);
+        EXPECT_EQ(v.passed, c.passed) << c.text;
+        EXPECT_EQ(v.detail, c.detail) << c.text;
+        EXPECT_EQ(v.text, c.text);
+    }
+}
+
+TEST(Thresholds, RefusedWithAReason) {
+    const char *bad[] = {"p95<5ms",                   // no name
+                         ": p95<5ms",                 // an empty name
+                         "all requests: p96<5ms",     // no such metric
+                         "all requests: p95 5ms",     // no comparison
+                         "all requests: p95<5 ms",    // a space in the value
+                         "all requests: p95<5kg",     // no such unit
+                         "all requests: failures<1",  // a percentage needs %
+                         "all requests: failures<101%",
+                         "all requests: rate>100",  // a rate needs its unit
+                         "all requests: dropped=1.5",
+                         "all requests: dropped<2*baseline",
+                         "all requests: p95<0*baseline",
+                         "all requests: p95<5ms and",
+                         "all requests: p95<5ms or p99<9ms"};
+    for (const char *text : bad) {
+        Threshold t;
+        std::string error;
+        EXPECT_FALSE(parse_threshold(text, t, error)) << text;
+        EXPECT_EQ(error.rfind("--threshold", 0), 0u) << text << ": " << error;
+    }
+    std::string conditions = "all requests: p95<5ms";
+    for (size_t i = 1; i < max_conditions; ++i) conditions += " and p95<5ms";
+    Threshold t;
+    std::string error;
+    EXPECT_TRUE(parse_threshold(conditions, t, error)) << error;
+    EXPECT_FALSE(parse_threshold(conditions + " and p95<5ms", t, error));
+    EXPECT_FALSE(
+        parse_threshold("all requests: p95<" + std::string(max_threshold_text, '1'), t, error));
+}
+
+TEST(Baseline, ReadsAStatsFileAndComparesByName) {
+    std::vector<StatsRow> was;
+    std::string error;
+    ASSERT_TRUE(
+        parse_baseline("b.csv",
+                       "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,"
+                       "p99_ms,max_ms,response_p50_ms,response_p95_ms,response_p99_ms\n"
+                       "\"invoke a,b twoway\",call,10,0,100.000,1,2.000,3,4.000,8.000,9,,,\n"
+                       "iterations,iteration,10,0,50,1,2,3,4,8,9,4.000,8.000,16.000\n"
+                       "check x,check,10,1,100,,,,,,,,,\n",
+                       was, error))
+        << error;
+    ASSERT_EQ(was.size(), 3u);
+    EXPECT_EQ(was[0].name, "invoke a,b twoway");
+    EXPECT_FALSE(was[0].has_response);
+    EXPECT_TRUE(was[1].has_response);
+    EXPECT_FALSE(was[2].timed);
+    StatsRow a = row("invoke a,b twoway", 2.5, 3, 90);
+    a.p99_ms = 8;
+    StatsRow it = row("iterations", 1, 1, 50);
+    it.has_response = true;
+    it.r_p50_ms = 6;
+    it.r_p95_ms = 8;
+    it.r_p99_ms = 16;
+    std::vector<BaselineDelta> d =
+        compare_to_baseline({a, it, row("invoke new twoway", 1, 1, 1)}, was);
+    ASSERT_EQ(d.size(), 3u);
+    EXPECT_DOUBLE_EQ(d[0].p50, 25);
+    EXPECT_DOUBLE_EQ(d[0].p95, -25);
+    EXPECT_DOUBLE_EQ(d[0].p99, 0);
+    EXPECT_DOUBLE_EQ(d[0].rate, -10);
+    EXPECT_DOUBLE_EQ(d[1].p50, 50);  // response against response
+    EXPECT_DOUBLE_EQ(d[1].p95, 0);
+    EXPECT_TRUE(std::isnan(d[2].p50) && std::isnan(d[2].rate));  // not in the baseline
+}
+
+TEST(Baseline, RefusesWhatIsNotAStatsFile) {
+    const struct {
+        const char *text;
+        const char *error;
+    } cases[] = {
+        {"", "b.csv"},
+        {"name,count\nx,1\n", "no column failed"},
+        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,one,0,1,1,1,1\n",
+         "b.csv:2: count and failed must be numbers"},
+        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,1,0,1,-1,1,1\n",
+         "b.csv:2: p50_ms is not a number: -1"},
+        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,1,0,1,1e999,1,1\n",
+         "p50_ms is not a number"},
+        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,1,0,1,1,1\n", "b.csv:2"},
+        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\n\"x,1,0,1,1,1,1\n", "b.csv"},
+    };
+    for (const auto &c : cases) {
+        std::vector<StatsRow> rows;
+        std::string error;
+        EXPECT_FALSE(parse_baseline("b.csv", c.text, rows, error)) << c.text;
+        EXPECT_NE(error.find(c.error), std::string::npos) << c.text << ": " << error;
+    }
+    std::vector<StatsRow> rows;
+    std::string error;
+    EXPECT_FALSE(read_baseline("/nonexistent/b_stats.csv", rows, error));
+    EXPECT_NE(error.find("cannot read the baseline"), std::string::npos) << error;
+    // A file up to the limit is read (and here refused as a table); one
+    // byte more is not read at all.
+    testsupport::TempDir dir;
+    const std::string header = "name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\n";
+    std::string text = header + std::string(max_baseline_bytes - header.size(), 'x');
+    std::ofstream("at.csv", std::ios::binary) << text;
+    std::ofstream("over.csv", std::ios::binary) << text << 'x';
+    EXPECT_FALSE(read_baseline("at.csv", rows, error));
+    EXPECT_EQ(error.find("larger than"), std::string::npos) << error.substr(0, 200);
+    EXPECT_FALSE(read_baseline("over.csv", rows, error));
+    EXPECT_NE(error.find("over.csv: larger than 4 MB"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace runner
