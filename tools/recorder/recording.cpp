@@ -230,8 +230,11 @@ void Recording::on_request(Conn &conn, const Endpoint &server, const GiopMessage
         return;
     }
     const size_t obj = object_for(server, h.object_key, true);
-    for (const auto &given : options_.objects)
-        if (given.first == h.object_key) objects[obj].repoid = given.second;
+    for (const auto &given : options_.objects) {
+        if (given.first != h.object_key) continue;
+        objects[obj].repoid = given.second;
+        objects[obj].given = true;
+    }
     // A naming service: resolve on a key no description knows the
     // operation of.
     if (h.operation == "resolve" && objects[obj].repoid.empty() &&
@@ -260,7 +263,8 @@ void Recording::on_request(Conn &conn, const Endpoint &server, const GiopMessage
     if (o.repoid.empty() && !h.target_type_id.empty()) o.repoid = h.target_type_id;
     OperationInfo info;
     std::string why;
-    if (o.repoid.empty() || !find_operation(options_.dir, o.repoid, h.operation, info, why)) {
+    if (!o.given &&
+        (o.repoid.empty() || !find_operation(options_.dir, o.repoid, h.operation, info, why))) {
         // The key's interface is not known, or lacks the operation (a
         // derived interface is meant): where the operation is defined.
         std::string defined = interface_of_operation(h.operation);

@@ -36,6 +36,7 @@ struct RecordedObject {
     Endpoint server;
     bool server_known = false;  // server is where requests for it went
     std::string repoid;         // empty until known
+    bool given = false;         // the user named the interface (--object)
     Origin origin = Origin::Address;
     size_t from_call = 0;     // Origin::Reply: the call whose reply held it
     std::string from_value;   //   and the value's flat name
