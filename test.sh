@@ -19,7 +19,7 @@ root=$(pwd)
 packages=(cmake make g++ pkg-config googletest libgtest-dev libgmock-dev libbenchmark-dev
           gcc-multilib g++-multilib clang libclang-rt-14-dev
           libomniorb4-dev omniidl omniorb omniorb-nameserver tshark tcl-combat
-          mingw-w64 wine64 chromium python3-locust qemu-user)
+          mingw-w64 wine64 chromium python3-locust qemu-user libpcap-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -176,22 +176,37 @@ private:
     std::string seq_base_;
 };
 
-// Frees an interface tree however the walk ends.
-struct InterfaceHolder {
-    PirIntNod *ifc = nullptr;
-    ~InterfaceHolder() {
-        if (ifc != nullptr) PirFreeInterface(ifc);
-    }
-};
-
 }  // namespace
 
-bool find_operation(const std::string &dir, const std::string &repoid, const std::string &operation,
-                    OperationInfo &info, std::string &why) {
-    InterfaceHolder holder;
+Descriptions::~Descriptions() {
+    for (auto &tree : trees_) PirFreeInterface(tree.second);
+}
+
+PirIntNod *Descriptions::get(const std::string &repoid, std::string &why) {
+    auto found = trees_.find(repoid);
+    if (found != trees_.end()) return found->second;
+    auto failed = failures_.find(repoid);
+    if (failed != failures_.end()) {
+        why = failed->second;
+        return nullptr;
+    }
     try {
-        holder.ifc = PirGetInterface(dir.c_str(), repoid.c_str());
-        PirOprNod *op = PirGetOperation(holder.ifc, operation.c_str());
+        PirIntNod *tree = PirGetInterface(dir_.c_str(), repoid.c_str());
+        trees_[repoid] = tree;
+        return tree;
+    } catch (const PirException &e) {
+        why = std::string(e.msg) + " (" + repoid + ")";
+        failures_[repoid] = why;
+        return nullptr;
+    }
+}
+
+bool find_operation(Descriptions &d, const std::string &repoid, const std::string &operation,
+                    OperationInfo &info, std::string &why) {
+    PirIntNod *ifc = d.get(repoid, why);
+    if (ifc == nullptr) return false;
+    try {
+        PirOprNod *op = PirGetOperation(ifc, operation.c_str());
         info.found = true;
         info.oneway = op->oprMod == 1;
         return true;
@@ -201,15 +216,15 @@ bool find_operation(const std::string &dir, const std::string &repoid, const std
     }
 }
 
-bool decode_body(const std::string &dir, const std::string &repoid, const std::string &operation,
+bool decode_body(Descriptions &d, const std::string &repoid, const std::string &operation,
                  const GiopMessage &m, size_t offset, bool request, std::vector<FlatValue> &values,
                  std::string &why) {
-    InterfaceHolder holder;
+    PirIntNod *ifc = d.get(repoid, why);
+    if (ifc == nullptr) return false;
     Reader r(m.bytes, offset, m.little);
     Walk walk(r, values, operation);
     try {
-        holder.ifc = PirGetInterface(dir.c_str(), repoid.c_str());
-        PirOprNod *op = PirGetOperation(holder.ifc, operation.c_str());
+        PirOprNod *op = PirGetOperation(ifc, operation.c_str());
         if (!request) {
             PirTypNod *result = PirGetResultType(PirGetResult(op));
             walk.direction = 1;

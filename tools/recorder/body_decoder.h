@@ -5,10 +5,14 @@
 #define ORBELLE_RECORDER_BODY_DECODER_H
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/recorder/giop_framer.h"
+
+class PirIntNod;
 
 namespace recorder {
 
@@ -26,16 +30,35 @@ struct OperationInfo {
     bool oneway = false;
 };
 
-// Looks the operation up in DIR/idl's description of repoid. False with why
-// set when the description cannot be read or lacks the operation.
-bool find_operation(const std::string &dir, const std::string &repoid, const std::string &operation,
+// The descriptions of DIR/idl, each read once: a capture calls the same
+// few operations many times.
+class Descriptions {
+public:
+    explicit Descriptions(std::string dir) : dir_(std::move(dir)) {}
+    ~Descriptions();
+    Descriptions(const Descriptions &) = delete;
+    Descriptions &operator=(const Descriptions &) = delete;
+    const std::string &dir() const { return dir_; }
+    // The interface tree of repoid, owned here; null with why set when its
+    // description cannot be read.
+    PirIntNod *get(const std::string &repoid, std::string &why);
+
+private:
+    std::string dir_;
+    std::map<std::string, PirIntNod *> trees_;
+    std::map<std::string, std::string> failures_;
+};
+
+// Looks the operation up in the description of repoid. False with why set
+// when the description cannot be read or lacks the operation.
+bool find_operation(Descriptions &d, const std::string &repoid, const std::string &operation,
                     OperationInfo &info, std::string &why);
 
 // Decodes the body of m from offset on: a Request's in and inout values,
 // or a Reply's result, out and inout values. False with why set when a
 // value cannot be read (the body ends early, a type not decoded here such
 // as a union or an any, a sequence longer than the body could hold).
-bool decode_body(const std::string &dir, const std::string &repoid, const std::string &operation,
+bool decode_body(Descriptions &d, const std::string &repoid, const std::string &operation,
                  const GiopMessage &m, size_t offset, bool request, std::vector<FlatValue> &values,
                  std::string &why);
 

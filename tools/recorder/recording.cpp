@@ -57,7 +57,8 @@ struct Recording::Conn {
     bool skipped = false;
 };
 
-Recording::Recording(RecordOptions options) : options_(std::move(options)), reassembler_(*this) {
+Recording::Recording(RecordOptions options)
+    : options_(std::move(options)), descriptions_(options_.dir), reassembler_(*this) {
     // Every operation of every description in dir/idl, with the interface
     // that defines it.
     const std::string idl = options_.dir + "/idl";
@@ -264,7 +265,7 @@ void Recording::on_request(Conn &conn, const Endpoint &server, const GiopMessage
     OperationInfo info;
     std::string why;
     if (!o.given &&
-        (o.repoid.empty() || !find_operation(options_.dir, o.repoid, h.operation, info, why))) {
+        (o.repoid.empty() || !find_operation(descriptions_, o.repoid, h.operation, info, why))) {
         // The key's interface is not known, or lacks the operation (a
         // derived interface is meant): where the operation is defined.
         std::string defined = interface_of_operation(h.operation);
@@ -273,7 +274,7 @@ void Recording::on_request(Conn &conn, const Endpoint &server, const GiopMessage
     }
     if (o.repoid.empty()) {
         call.problem = "no description holds operation '" + h.operation + "'";
-    } else if (!decode_body(options_.dir, o.repoid, h.operation, m, h.body_offset, true, call.ins,
+    } else if (!decode_body(descriptions_, o.repoid, h.operation, m, h.body_offset, true, call.ins,
                             why)) {
         call.problem = why;
     }
@@ -325,7 +326,7 @@ void Recording::on_reply(Conn &conn, const GiopMessage &m, const GiopHeader &h) 
         return;
     }
     if (h.status != reply_no_exception) return;
-    if (!decode_body(options_.dir, objects[call.object].repoid, call.operation, m, h.body_offset,
+    if (!decode_body(descriptions_, objects[call.object].repoid, call.operation, m, h.body_offset,
                      false, call.outs, why)) {
         call.problem = "reply: " + why;
         call.raw_body = hex_of(m.bytes.substr(h.body_offset));

@@ -111,6 +111,7 @@ private:
     void learn_references(size_t call_index);
 
     RecordOptions options_;
+    Descriptions descriptions_;
     Reassembler reassembler_;
     std::map<uint64_t, std::unique_ptr<Conn>> conns_;
     // Operation name -> the interfaces of dir/idl that hold it.
