@@ -93,6 +93,17 @@ constexpr size_t max_suggestion_candidates = 5000;
 constexpr size_t max_check_pattern = 1000;
 constexpr size_t max_check_repetition = 1000;
 constexpr size_t max_check_subject = 4096;
+
+// -- Captures read by orbelle-record (the bytes are reported lost beyond) --
+
+// Bytes of one direction of a TCP connection held while the bytes before
+// them are missing. A capture reorders a few segments at most; a hole that
+// this much data has passed is not going to fill, and is reported.
+constexpr size_t max_capture_held_bytes = 4u << 20;
+// GIOP 1.2 messages of one direction whose fragments are still coming.
+// Clients interleave the fragments of a few requests at most.
+constexpr size_t max_capture_fragmented = 64;
+
 }  // namespace limits
 
 inline bool value_block_allowed(uint64_t bytes, uint32_t stream_left) {

@@ -1,0 +1,224 @@
+// From a capture to a script: a client's calls on the demo's interfaces,
+// in messages the test chooses, read back as the commands that repeat them.
+#include "tools/recorder/recording.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support.h"
+#include "tests/unit/recorder/capture_writer.h"
+#include "tools/recorder/script_writer.h"
+
+using namespace recorder;
+using capwrite::Giop;
+using capwrite::Packet;
+
+namespace {
+
+const capwrite::Host client = capwrite::v4(1, 40000), server = capwrite::v4(2, 2809);
+
+// A conversation on one connection, written as a capture.
+class Conversation {
+public:
+    void from_client(const std::string &message, int64_t at_ms) { send(true, message, at_ms); }
+    void from_server(const std::string &message, int64_t at_ms) { send(false, message, at_ms); }
+    std::string capture() {
+        std::vector<Packet> with_syn = {
+            {0, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(client, server, 99, 0x02, ""))}};
+        with_syn.insert(with_syn.end(), packets_.begin(), packets_.end());
+        return capwrite::pcap_file(DLT_EN10MB, with_syn);
+    }
+
+private:
+    void send(bool up, const std::string &m, int64_t at_ms) {
+        uint32_t &seq = up ? up_ : down_;
+        packets_.push_back(
+            {at_ms * 1000,
+             capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(up ? client : server,
+                                                          up ? server : client, seq, 0x10, m))});
+        seq += static_cast<uint32_t>(m.size());
+    }
+    std::vector<Packet> packets_;
+    uint32_t up_ = 100, down_ = 5000;
+};
+
+Giop request10(uint32_t id, const std::string &key, const std::string &op, bool twoway = true) {
+    Giop g(0, false, 0);
+    g.ulong(0).ulong(id).octet(twoway ? 1 : 0).octets(key).string(op).octets("");
+    return g;
+}
+
+Giop reply10(uint32_t id, uint32_t status = 0) {
+    Giop g(0, false, 1);
+    g.ulong(0).ulong(id).ulong(status);
+    return g;
+}
+
+// A reference to key on the capture's server, as a server writes it.
+Giop &ior(Giop &g, const std::string &type_id, const std::string &key) {
+    return g.string(type_id).ulong(1).ulong(0).octets(capwrite::iiop_profile(key));
+}
+
+// The bank conversation: a reference and an id handed out and used again,
+// a fragmented 1.2 exchange in little-endian order, a user exception, a
+// sequence of structs, a pause, a one-way call, a probe and a union.
+std::string bank_capture() {
+    Conversation c;
+    c.from_client(request10(1, "bank-key", "find_account").string("1001").bytes(), 1000);
+    Giop r1 = reply10(1);
+    c.from_server(ior(r1, "IDL:Banking/Account:1.0", "acc-1001").bytes(), 1001);
+
+    // _get_number in GIOP 1.2, little-endian, the Request in two fragments.
+    Giop first(2, true, 0, 2);
+    first.ulong(2).octet(3).octet(0).octet(0).octet(0).ushort(0).octets("acc-1001");
+    Giop last(2, true, 7);
+    last.ulong(2).raw(std::string("\x0c\x00\x00\x00_get_number\x00", 16)).ulong(0);
+    c.from_client(first.bytes() + last.bytes(), 1002);
+    Giop r2(2, true, 1);
+    r2.ulong(2).ulong(0).ulong(0).align(8).string("ACC-7781");
+    c.from_server(r2.bytes(), 1003);
+
+    c.from_client(request10(3, "bank-key", "find_account").string("ACC-7781").bytes(), 1004);
+    Giop r3 = reply10(3, 1);
+    c.from_server(r3.string("IDL:Banking/UnknownAccount:1.0").string("ACC-7781").bytes(), 1005);
+
+    c.from_client(request10(4, "acc-1001", "statement").ulong(2).bytes(), 1006);
+    Giop r4 = reply10(4);
+    r4.ulong(1).ulong(7).string("2024-01-31").string("Salary").ulong(0);
+    r4.align(8).raw(std::string("\x40\xa4\x50\x00\x00\x00\x00\x00", 8)).ulong(1);
+    r4.align(8).raw(std::string("\x40\xb3\x88\x00\x00\x00\x00\x00", 8));
+    c.from_server(r4.bytes(), 1007);
+
+    // Two seconds later: a new step.
+    c.from_client(request10(5, "bank-key", "audit", false).string("who").string("ev ent").bytes(),
+                  3007);
+    c.from_client(request10(6, "bank-key", "_is_a").string("IDL:Banking/Bank:1.0").bytes(), 3008);
+    c.from_server(reply10(6).octet(1).bytes(), 3009);
+    c.from_client(request10(7, "bank-key", "transfer").raw("no union here").bytes(), 3010);
+    return c.capture();
+}
+
+std::string record(const std::string &capture, RecordOptions options, WriteOptions write = {},
+                   Recording **keep = nullptr) {
+    testsupport::TempDir dir;
+    dir.write("c.pcap", capture);
+    options.dir = testsupport::data_path("../../demo");
+    static std::unique_ptr<Recording> rec;
+    rec = std::make_unique<Recording>(options);
+    std::string error;
+    EXPECT_TRUE(rec->read(dir.path() + "/c.pcap", error)) << error;
+    rec->finish();
+    std::ostringstream out;
+    write.source = "c.pcap";
+    write_script(*rec, write, out);
+    if (keep) *keep = rec.get();
+    return out.str();
+}
+
+}  // namespace
+
+// Every line a script needs to repeat the conversation, in order: the first
+// object bound by its address, the returned reference saved and bound by
+// variable, the returned id used again, the exception expected, the
+// sequence's length asked for, the step after the pause.
+TEST(Recording, TheConversationBecomesAScriptThatRepeatsIt) {
+    Recording *rec = nullptr;
+    std::string script = record(bank_capture(), {}, {}, &rec);
+    const char *const lines[] = {
+        "bind bank IDL:Banking/Bank:1.0 bank IOR IOR:",
+        "begin step1",
+        "params bank find_account",
+        "set number 1001",
+        "invoke",
+        "save ^find_account account_ior",
+        "bind account IDL:Banking/Account:1.0 account IOR ${account_ior}",
+        "params account _get_number",
+        "save ^_get_number get_number_2",
+        "set number ${get_number_2}",
+        "invoke expect=user  # IDL:Banking/UnknownAccount:1.0",
+        "params account statement ^statement^length=1",
+        "set max_entries 2",
+        "end step1",
+        "begin step2",
+        "params bank audit",
+        "set event \"ev ent\"",
+        "invoke oneway",
+        "# not decoded: transfer on bank: ",
+        "end step2",
+    };
+    size_t at = 0;
+    for (const char *line : lines) {
+        size_t found = script.find(std::string("\n") + line, at);
+        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n"
+                                            << script;
+        at = found + 1;
+    }
+    EXPECT_NE(script.find("1 _is_a/_non_existent"), std::string::npos) << script;
+    EXPECT_EQ(script.find("check "), std::string::npos);
+    ASSERT_NE(rec, nullptr);
+    EXPECT_EQ(rec->calls.size(), 6u);
+    EXPECT_EQ(rec->framer_counts.messages, 12u);
+    // The bank's reference points where the client sent its requests.
+    EXPECT_NE(script.find(reference_text("IDL:Banking/Bank:1.0", "127.0.0.2", 2809, "bank-key")),
+              std::string::npos);
+}
+
+// Options: checks of the reply values (references and saved ids left
+// out), pauses as think lines, servers and clients filtered, an object's
+// interface given by hand.
+TEST(Recording, OptionsShapeTheScript) {
+    WriteOptions write;
+    write.checks = true;
+    write.think = true;
+    std::string script = record(bank_capture(), {}, write);
+    for (const char *line : {"\ncheck ^statement[0].text Salary\n",
+                             "\ncheck ^statement[0].amount.amount 2600.000000\n",
+                             "\ncheck ^statement[0].kind 0\n", "\nthink 2000\n"})
+        EXPECT_NE(script.find(line), std::string::npos) << line << script;
+    EXPECT_EQ(script.find("check ^find_account"), std::string::npos);
+    EXPECT_EQ(script.find("check ^_get_number"), std::string::npos);
+
+    RecordOptions other;
+    other.servers = {"127.0.0.2:9999"};
+    script = record(bank_capture(), other);
+    EXPECT_EQ(script.find("params"), std::string::npos) << script;
+    EXPECT_NE(script.find("12 messages of other hosts"), std::string::npos) << script;
+
+    RecordOptions mine;
+    mine.servers = {"127.0.0.2:2809"};
+    mine.client = "127.0.0.1";
+    EXPECT_NE(record(bank_capture(), mine).find("params bank find_account"), std::string::npos);
+
+    RecordOptions given;
+    given.objects["bank-key"] = "IDL:Banking/Diagnostics:1.0";
+    script = record(bank_capture(), given);
+    EXPECT_NE(script.find("# not decoded: find_account on diagnostics"), std::string::npos)
+        << script;
+}
+
+// A capture that lost bytes says so; a truncated capture keeps what came
+// before; requests without a reply are counted.
+TEST(Recording, LossesAreReportedNotGuessed) {
+    std::string whole = bank_capture();
+    std::string script = record(whole.substr(0, whole.size() - 30), {});
+    EXPECT_NE(script.find("(read up to there)"), std::string::npos) << script;
+
+    Conversation c;
+    std::string request = request10(1, "bank-key", "find_account").string("1001").bytes();
+    c.from_client(request, 1);
+    std::string capture = c.capture();
+    // Drop the request's packet: its bytes are missing before the next one.
+    Conversation lost;
+    lost.from_client(request, 1);
+    lost.from_client(request10(2, "bank-key", "audit_count").bytes(), 2);
+    std::string both = lost.capture();
+    const size_t header = 24, syn = 16 + 54;
+    const size_t first = 16 + 54 + request.size();
+    std::string dropped = both.substr(0, header + syn) + both.substr(header + syn + first);
+    script = record(dropped, {});
+    EXPECT_NE(script.find("bytes missing from the capture"), std::string::npos) << script;
+    EXPECT_NE(script.find("params bank audit_count"), std::string::npos) << script;
+    EXPECT_NE(script.find("# 1 requests have no reply in the capture"), std::string::npos)
+        << script;
+}
