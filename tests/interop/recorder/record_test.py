@@ -125,6 +125,9 @@ class Record(unittest.TestCase):
         self.assertEqual(rec.returncode, 0, rec.stderr)
         with open(script) as f:
             text = f.read()
+        check = subprocess.run([RUNNER, "--check", "-C", self.dir, script], capture_output=True,
+                               text=True, timeout=60)
+        self.assertEqual(check.returncode, 0, text + check.stdout + check.stderr)
         server = Server(self.port, os.path.join(self.dir, "run"))
         try:
             run = subprocess.run([RUNNER, "-C", self.dir, script], capture_output=True, text=True,
