@@ -82,9 +82,11 @@ foreach {label count} {bolts 40 nuts 12} {
     $item_poa activate_object_with_id $label [Item_impl #auto $label $count]
     puts "Item/$label [corba::object_to_string [$item_poa id_to_reference $label]]"
 }
-set store [Store_impl #auto $item_poa]
-set oid [$root activate_object $store]
-puts "Store [corba::object_to_string [$root id_to_reference $oid]]"
+# The store under an id of its own, so that its reference is the same after
+# a restart, as a server that publishes its references keeps them.
+set store_poa [$root create_POA Store $manager {PERSISTENT RETAIN USER_ID}]
+$store_poa activate_object_with_id depot [Store_impl #auto $item_poa]
+puts "Store [corba::object_to_string [$store_poa id_to_reference depot]]"
 $manager activate
 puts "depot_server: ready"
 vwait forever

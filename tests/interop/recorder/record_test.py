@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""orbelle-record on real traffic: the demo's omniORB client (GIOP 1.2) and
-orbelle-run itself (GIOP 1.0), captured on loopback with tshark while they
-call the demo bank; the recorded scripts run with orbelle-run against a
-fresh server and succeed, and every reference the client got from a reply
-is saved and used by variable."""
+"""orbelle-record on real traffic: the demo's omniORB client (GIOP 1.2),
+orbelle-run itself (GIOP 1.0) and a client on Combat, the ORB in Tcl,
+captured on loopback with tshark while they call their servers; the
+recorded scripts pass orbelle-run --check, run against a fresh server and
+succeed, and every reference the client got from a reply is saved and used
+by variable."""
 
 import os
 import re
@@ -16,7 +17,7 @@ import tempfile
 import time
 import unittest
 
-SERVER, CHECK, RUNNER, RECORDER, SOURCE = sys.argv[1:6]
+SERVER, CHECK, RUNNER, RECORDER, SOURCE, DEPOT_IDL = sys.argv[1:7]
 DEMO = os.path.join(SOURCE, "demo")
 ENV = dict(os.environ, OMNIORB_CONFIG="/dev/null")
 
@@ -34,22 +35,27 @@ def free_port():
 
 
 class Server:
-    """The demo bank on a port, in omniORB's default configuration."""
+    """The demo bank on a port, in omniORB's default configuration, or the
+    depot on Combat; its references by name, as it prints them."""
 
-    def __init__(self, port, folder):
-        self.proc = subprocess.Popen(
-            [SERVER, "-ORBendPoint", "giop:tcp:127.0.0.1:%d" % port, "-iorlist",
-             os.path.join(folder, "bank.iorlist")],
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=ENV)
+    def __init__(self, port, folder, combat=False):
+        if combat:
+            command = ["tclsh", os.path.join(SOURCE, "tests/interop/combat/depot_server.tcl"),
+                       str(port)]
+        else:
+            command = [SERVER, "-ORBendPoint", "giop:tcp:127.0.0.1:%d" % port, "-iorlist",
+                       os.path.join(folder, "bank.iorlist")]
+        self.proc = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                     text=True, env=ENV)
         self.iors = {}
-        deadline = time.time() + 10
+        deadline = time.time() + 20
         while time.time() < deadline:
             line = self.proc.stdout.readline()
-            if not line or line.startswith("bank_server: ready"):
+            if not line or line.rstrip().endswith("_server: ready"):
                 break
             name, _, ior = line.strip().partition(" ")
             self.iors[name] = ior
-        assert "Bank" in self.iors, "server not ready"
+        assert self.iors, "server not ready"
 
     def stop(self):
         self.proc.send_signal(signal.SIGTERM)
@@ -99,18 +105,19 @@ class Capture:
 class Record(unittest.TestCase):
     def setUp(self):
         self.dir = tempfile.mkdtemp()
-        os.symlink(os.path.join(DEMO, "idl"), os.path.join(self.dir, "idl"))
+        idl = DEPOT_IDL if "combat" in self._testMethodName else os.path.join(DEMO, "idl")
+        os.symlink(idl, os.path.join(self.dir, "idl"))
         os.makedirs(os.path.join(self.dir, "run"))
         self.port = free_port()
 
     def tearDown(self):
         shutil.rmtree(self.dir, ignore_errors=True)
 
-    def capture_and_replay(self, client):
+    def capture_and_replay(self, client, combat=False):
         """Captures client(server) against one server, records the capture,
         then runs the script against a fresh server on the same port."""
         cap = os.path.join(self.dir, "client.pcapng")
-        server = Server(self.port, os.path.join(self.dir, "run"))
+        server = Server(self.port, os.path.join(self.dir, "run"), combat)
         try:
             capture = Capture(self.port, cap)  # needs the server: it connects once
             try:
@@ -128,7 +135,7 @@ class Record(unittest.TestCase):
         check = subprocess.run([RUNNER, "--check", "-C", self.dir, script], capture_output=True,
                                text=True, timeout=60)
         self.assertEqual(check.returncode, 0, text + check.stdout + check.stderr)
-        server = Server(self.port, os.path.join(self.dir, "run"))
+        server = Server(self.port, os.path.join(self.dir, "run"), combat)
         try:
             run = subprocess.run([RUNNER, "-C", self.dir, script], capture_output=True, text=True,
                                  timeout=120)
@@ -170,6 +177,18 @@ class Record(unittest.TestCase):
         text = self.capture_and_replay(scripts)
         self.assertIn("\nparams account _get_owner\n", text)
         self.assertIn("\nset amount.amount 250.500000\n", text)
+
+    def test_combat_client(self):
+        def depot_client(server):
+            run = subprocess.run(["tclsh", os.path.join(SOURCE, "tests/interop/recorder/depot_client.tcl"),
+                                  server.iors["Store"]],
+                                 capture_output=True, text=True, timeout=60)
+            self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
+
+        text = self.capture_and_replay(depot_client, combat=True)
+        self.assert_references_saved(text, 1)
+        self.assertIn("\nset a \"new text\"\n", text)
+        self.assertIn("invoke expect=user  # IDL:Depot/Store/OutOfStock:1.0", text)
 
 
 if __name__ == "__main__":
