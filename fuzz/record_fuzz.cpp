@@ -18,14 +18,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size)) return 0;
     recorder::RecordOptions options;
     options.dir = ORBELLE_SOURCE_DIR "/demo";
-    recorder::Recording rec(options);
+    std::ostringstream body, header;
+    recorder::WriteOptions write;
+    write.checks = true;
+    recorder::ScriptWriter writer(write, body);
+    recorder::Recording rec(options, writer);
     std::string error;
     if (rec.read("/proc/self/fd/" + std::to_string(fd), error)) {
         rec.finish();
-        std::ostringstream out;
-        recorder::WriteOptions write;
-        write.checks = true;
-        recorder::write_script(rec, write, out);
+        writer.finish();
+        writer.header(rec, header);
     }
     return 0;
 }

@@ -103,6 +103,11 @@ constexpr size_t max_capture_held_bytes = 4u << 20;
 // GIOP 1.2 messages of one direction whose fragments are still coming.
 // Clients interleave the fragments of a few requests at most.
 constexpr size_t max_capture_fragmented = 64;
+// Answered calls held before they are written, so that a value a reply gave
+// can still be saved when a later request sends it back. Clients use a
+// returned id or reference within a few calls; beyond this many a reused
+// value is written as it is, and references are bound by their address.
+constexpr size_t max_recorded_calls_held = 4096;
 
 }  // namespace limits
 

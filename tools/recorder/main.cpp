@@ -1,9 +1,12 @@
 // orbelle-record: a replayable script from captures of a client's traffic.
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,6 +18,7 @@ namespace {
 const char usage[] =
     "usage: orbelle-record [-C DIR] [-o SCRIPT] [--server HOST:PORT]... [--client HOST]\n"
     "                      [--object KEY=REPOID]... [--checks] [--think] [--pause MS]\n"
+    "                      [--data FILE.csv]\n"
     "                      CAPTURE...\n"
     "  Reads pcap or pcapng captures of a CORBA client's traffic and writes a script\n"
     "  for orbelle-run that makes the same calls. Descriptions come from DIR/idl.\n";
@@ -57,6 +61,9 @@ int main(int argc, char **argv) {
             if (!value(v) || (eq = v.find('=')) == std::string::npos)
                 return fail("--object needs KEY=REPOID");
             options.objects[v.substr(0, eq)] = v.substr(eq + 1);
+        } else if (a == "--data") {
+            if (!value(write.data_file) || write.data_file.empty())
+                return fail("--data needs a file name");
         } else if (a == "--checks") {
             write.checks = true;
         } else if (a == "--think") {
@@ -72,31 +79,64 @@ int main(int argc, char **argv) {
         }
     }
     if (captures.empty()) return fail("no capture given");
+    for (const std::string &path : captures)
+        write.source += (write.source.empty() ? "" : ", ") + path;
 
-    recorder::Recording rec(options);
+    // The body goes to a temporary file as the calls come; the header,
+    // which counts the whole capture, goes before it at the end.
+    char body_path[] = "/tmp/orbelle-record-XXXXXX";
+    const int body_fd = mkstemp(body_path);
+    if (body_fd < 0) {
+        std::fprintf(stderr, "orbelle-record: cannot make a temporary file: %s\n",
+                     std::strerror(errno));
+        return 2;
+    }
+    close(body_fd);
+    struct Remove {
+        const char *path;
+        ~Remove() { std::remove(path); }
+    } remove_body{body_path};
+    std::ofstream body(body_path, std::ios::binary);
+    recorder::ScriptWriter writer(write, body);
+    recorder::Recording rec(options, writer);
     for (const std::string &path : captures) {
         std::string error;
         if (!rec.read(path, error)) {
             std::fprintf(stderr, "orbelle-record: %s\n", error.c_str());
             return 2;
         }
-        write.source += (write.source.empty() ? "" : ", ") + path;
     }
     rec.finish();
+    writer.finish();
+    body.close();
 
-    std::ostringstream script;
-    recorder::WriteCounts counts = recorder::write_script(rec, write, script);
-    if (output.empty()) {
-        std::cout << script.str();
-    } else {
-        std::ofstream file(output);
-        file << script.str();
-        if (!file.flush()) {
-            std::fprintf(stderr, "orbelle-record: cannot write %s: %s\n", output.c_str(),
+    std::ofstream file;
+    if (!output.empty()) file.open(output, std::ios::binary);
+    std::ostream &out = output.empty() ? std::cout : file;
+    writer.header(rec, out);
+    std::ifstream written(body_path, std::ios::binary);
+    // An empty body (a capture without calls) is no error.
+    if (written.peek() != std::char_traits<char>::eof()) out << written.rdbuf();
+    if (!out.flush()) {
+        std::fprintf(stderr, "orbelle-record: cannot write %s: %s\n",
+                     output.empty() ? "the script" : output.c_str(), std::strerror(errno));
+        return 2;
+    }
+    if (!write.data_file.empty()) {
+        // Beside the script, where its data line finds it.
+        std::string path = write.data_file;
+        if (path.find('/') == std::string::npos && !output.empty() &&
+            output.find('/') != std::string::npos)
+            path = output.substr(0, output.rfind('/') + 1) + path;
+        std::ofstream data(path, std::ios::binary);
+        data << writer.data_text();
+        if (!data.flush()) {
+            std::fprintf(stderr, "orbelle-record: cannot write %s: %s\n", path.c_str(),
                          std::strerror(errno));
             return 2;
         }
     }
+    const recorder::WriteCounts &counts = writer.counts();
     std::fprintf(stderr,
                  "orbelle-record: %llu calls on %llu objects, %llu values saved for later, "
                  "%llu requests not decoded (kept as comments)\n",

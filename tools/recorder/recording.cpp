@@ -5,8 +5,10 @@
 #include <algorithm>
 
 #include "orbelle/kinds.h"
+#include "orbelle/limits.h"
 #include "repository/pirapi.h"
 #include "tools/recorder/wire_reader.h"
+#include "tools/recorder/words.h"
 
 namespace recorder {
 
@@ -57,8 +59,11 @@ struct Recording::Conn {
     bool skipped = false;
 };
 
-Recording::Recording(RecordOptions options)
-    : options_(std::move(options)), descriptions_(options_.dir), reassembler_(*this) {
+Recording::Recording(RecordOptions options, CallWriter &writer)
+    : options_(std::move(options)),
+      descriptions_(options_.dir),
+      reassembler_(*this),
+      writer_(writer) {
     // Every operation of every description in dir/idl, with the interface
     // that defines it.
     const std::string idl = options_.dir + "/idl";
@@ -111,8 +116,39 @@ void Recording::finish() {
     reassembler_.finish();
     connections = reassembler_.connections_seen();
     bytes_lost = reassembler_.bytes_lost();
-    for (const RecordedCall &call : calls)
-        if (call.response_expected && !call.replied && call.problem.empty()) ++left_out.unanswered;
+    flush(true);
+}
+
+RecordedCall *Recording::held(size_t index) {
+    if (index < first_held_ || index - first_held_ >= held_.size()) return nullptr;
+    return &held_[index - first_held_];
+}
+
+void Recording::flush(bool all) {
+    while (!held_.empty()) {
+        RecordedCall &front = held_.front();
+        const bool crowded = held_.size() > limits::max_recorded_calls_held;
+        // A call whose reply never comes must not hold everything behind
+        // it for ever.
+        const bool overfull = held_.size() > 4 * limits::max_recorded_calls_held;
+        if (!(all || overfull || (front.complete && crowded))) break;
+        if (front.response_expected && !front.replied && front.problem.empty())
+            ++left_out.unanswered;
+        writer_.write_call(*this, front);
+        for (const FlatValue &v : front.outs) {
+            auto it = seen_.find(v.text);
+            if (it != seen_.end() && it->second.first == front.index) seen_.erase(it);
+        }
+        held_.pop_front();
+        ++first_held_;
+    }
+}
+
+void Recording::name_object(RecordedObject &o) {
+    if (!o.name.empty() || o.repoid.empty()) return;
+    std::string base = base_name(o.repoid);
+    int n = ++names_used_[base];
+    o.name = n == 1 ? base : base + std::to_string(n);
 }
 
 bool Recording::wanted(const Endpoint &client, const Endpoint &server) const {
@@ -148,6 +184,9 @@ void Recording::on_gap(const Connection &c, int dir, uint64_t lost, int64_t) {
 void Recording::on_close(const Connection &c) {
     auto it = conns_.find(c.number);
     if (it == conns_.end()) return;
+    // What was not answered on it will not be.
+    for (const auto &open : it->second->open_requests)
+        if (RecordedCall *call = held(open.second)) call->complete = true;
     for (auto &f : it->second->framers) {
         const FramerCounts &k = f->counts();
         framer_counts.messages += k.messages;
@@ -279,8 +318,59 @@ void Recording::on_request(Conn &conn, const Endpoint &server, const GiopMessage
         call.problem = why;
     }
     if (!call.problem.empty()) call.raw_body = hex_of(m.bytes.substr(h.body_offset));
-    calls.push_back(std::move(call));
-    if (h.response_expected) conn.open_requests[h.request_id] = calls.size() - 1;
+    call.index = calls_recorded++;
+    // A reference the client got from a reply: saved after that reply and
+    // bound by variable, while that call is held; else by its address.
+    if (o.origin == Origin::Reply && !o.saved) {
+        if (RecordedCall *source = held(o.from_call)) {
+            source->binds_after.push_back(obj);
+            o.saved = true;
+        } else {
+            o.origin = Origin::Address;
+        }
+    }
+    name_object(o);
+    correlate(call);
+    call.complete = !h.response_expected || !call.problem.empty();
+    if (h.response_expected) conn.open_requests[h.request_id] = call.index;
+    held_.push_back(std::move(call));
+    flush(false);
+}
+
+void Recording::correlate(RecordedCall &call) {
+    for (const FlatValue &v : call.ins) {
+        std::string word = script_word(v.text);
+        Reference ref;
+        if (v.type == tk_objref && parse_reference_text(v.text, ref)) {
+            auto found = object_by_key_.find(std::to_string(ref.port) + ":" + ref.key);
+            if (found != object_by_key_.end()) {
+                RecordedObject &o = objects[found->second];
+                if (o.origin == Origin::Reply && !o.saved) {
+                    if (RecordedCall *source = held(o.from_call)) {
+                        source->binds_after.push_back(found->second);
+                        o.saved = true;
+                    }
+                }
+                name_object(o);
+                if (o.origin == Origin::Reply && o.saved) word = "${" + o.name + "_ior}";
+            }
+        } else if (may_be_id(v)) {
+            auto found = seen_.find(v.text);
+            RecordedCall *source = found != seen_.end() ? held(found->second.first) : nullptr;
+            if (source != nullptr) {
+                const std::string &name = found->second.second;
+                std::string var;
+                for (const auto &saved : source->saves)
+                    if (saved.first == name) var = saved.second;
+                if (var.empty()) {
+                    var = variable_for(name, source->index);
+                    source->saves.emplace_back(name, var);
+                }
+                word = "${" + var + "}";
+            }
+        }
+        call.in_words.push_back(std::move(word));
+    }
 }
 
 void Recording::on_reply(Conn &conn, const GiopMessage &m, const GiopHeader &h) {
@@ -307,9 +397,11 @@ void Recording::on_reply(Conn &conn, const GiopMessage &m, const GiopHeader &h) 
     }
     auto it = conn.open_requests.find(h.request_id);
     if (it == conn.open_requests.end()) return;
-    const size_t index = it->second;
+    RecordedCall *held_call = held(it->second);
     conn.open_requests.erase(it);
-    RecordedCall &call = calls[index];
+    if (held_call == nullptr) return;
+    RecordedCall &call = *held_call;
+    call.complete = true;
     if (h.status == reply_location_forward) {
         // The client sends it again to where it was sent: that one counts.
         ++left_out.forwarded;
@@ -319,25 +411,27 @@ void Recording::on_reply(Conn &conn, const GiopMessage &m, const GiopHeader &h) 
     call.replied = true;
     call.replied_us = m.time_us;
     call.reply_status = h.status;
-    if (!call.problem.empty()) return;
-    std::string why;
-    if (h.status == reply_user_exception || h.status == reply_system_exception) {
-        exception_id(m, h.body_offset, call.exception_id);
-        return;
+    if (call.problem.empty()) {
+        std::string why;
+        if (h.status == reply_user_exception || h.status == reply_system_exception) {
+            exception_id(m, h.body_offset, call.exception_id);
+        } else if (h.status == reply_no_exception) {
+            if (decode_body(descriptions_, objects[call.object].repoid, call.operation, m,
+                            h.body_offset, false, call.outs, why)) {
+                learn_references(call);
+            } else {
+                call.problem = "reply: " + why;
+                call.raw_body = hex_of(m.bytes.substr(h.body_offset));
+                call.outs.clear();
+            }
+        }
     }
-    if (h.status != reply_no_exception) return;
-    if (!decode_body(descriptions_, objects[call.object].repoid, call.operation, m, h.body_offset,
-                     false, call.outs, why)) {
-        call.problem = "reply: " + why;
-        call.raw_body = hex_of(m.bytes.substr(h.body_offset));
-        call.outs.clear();
-        return;
-    }
-    learn_references(index);
+    flush(false);
 }
 
-void Recording::learn_references(size_t call_index) {
-    for (const FlatValue &v : calls[call_index].outs) {
+void Recording::learn_references(RecordedCall &call) {
+    for (const FlatValue &v : call.outs) {
+        if (may_be_id(v)) seen_[v.text] = {call.index, v.name};
         if (v.type != tk_objref) continue;
         Reference ref;
         if (!parse_reference_text(v.text, ref)) continue;
@@ -349,7 +443,7 @@ void Recording::learn_references(size_t call_index) {
         RecordedObject &o = objects[obj];
         o.repoid = ref.type_id;
         o.origin = Origin::Reply;
-        o.from_call = call_index;
+        o.from_call = call.index;
         o.from_value = v.name;
     }
 }

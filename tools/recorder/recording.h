@@ -2,15 +2,21 @@
 // Reply by connection and request id, both bodies decoded with the
 // descriptions, and the interface of every object key found (from the
 // reply that handed the reference out, a naming service's resolve, the
-// operations called on it, or the user's word).
+// operations called on it, or the user's word). Calls go to a writer in the
+// order they were sent, once answered and once the calls held behind them
+// (limits::max_recorded_calls_held) had their chance to send a returned
+// value back: memory follows the open requests and that window, not the
+// capture.
 #ifndef ORBELLE_RECORDER_RECORDING_H
 #define ORBELLE_RECORDER_RECORDING_H
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/recorder/body_decoder.h"
@@ -42,9 +48,12 @@ struct RecordedObject {
     std::string from_value;   //   and the value's flat name
     std::string naming_name;  // Origin::Naming: the one name component
     std::string naming_ior;   //   and the naming service's reference
+    std::string name;         // in the script, given when it is first needed
+    bool saved = false;       // Origin::Reply: saved and bound after its call
 };
 
 struct RecordedCall {
+    size_t index = 0;   // 0, 1, ... in the order the requests were sent
     size_t object = 0;  // index into Recording::objects
     std::string operation;
     uint64_t connection = 0;
@@ -62,6 +71,23 @@ struct RecordedCall {
     // when it can.
     std::string problem;
     std::string raw_body;
+    // How each in value is written: its text, or ${VAR} of a value or
+    // reference that an earlier reply gave.
+    std::vector<std::string> in_words;
+    // Reply values a later request sends back: flat name and variable.
+    std::vector<std::pair<std::string, std::string>> saves;
+    // Objects whose reference this reply gave, saved and bound after it.
+    std::vector<size_t> binds_after;
+    bool complete = false;  // answered, one-way, or no answer is coming
+};
+
+class Recording;
+
+// Receives the calls in the order they were sent.
+class CallWriter {
+public:
+    virtual ~CallWriter() = default;
+    virtual void write_call(const Recording &rec, const RecordedCall &call) = 0;
 };
 
 struct LeftOut {
@@ -76,15 +102,15 @@ struct LeftOut {
 
 class Recording : private StreamSink {
 public:
-    explicit Recording(RecordOptions options);
+    Recording(RecordOptions options, CallWriter &writer);
     ~Recording() override;
     // Reads one capture; false with error set when it cannot be read.
     bool read(const std::string &path, std::string &error);
-    // Ends the connections still open.
+    // Ends the connections still open and writes the calls held.
     void finish();
 
     std::vector<RecordedObject> objects;
-    std::vector<RecordedCall> calls;
+    uint64_t calls_recorded = 0;
     LeftOut left_out;
     CaptureCounts capture_counts;
     FramerCounts framer_counts;
@@ -108,7 +134,16 @@ private:
     // The interface for a key first seen with operation: where the
     // operation is defined, among the descriptions in dir/idl.
     std::string interface_of_operation(const std::string &operation) const;
-    void learn_references(size_t call_index);
+    void learn_references(RecordedCall &call);
+    // The words of a request's in values, with ${VAR} for what an earlier
+    // reply gave while its call is still held.
+    void correlate(RecordedCall &call);
+    // A held call by its index; null once written.
+    RecordedCall *held(size_t index);
+    // Writes the calls at the front that are complete (all of them when
+    // all is set), keeping the window's worth behind.
+    void flush(bool all);
+    void name_object(RecordedObject &o);
 
     RecordOptions options_;
     Descriptions descriptions_;
@@ -117,6 +152,13 @@ private:
     // Operation name -> the interfaces of dir/idl that hold it.
     std::multimap<std::string, std::string> operations_;
     std::map<std::string, size_t> object_by_key_;  // port + key
+    CallWriter &writer_;
+    std::deque<RecordedCall> held_;  // sent, not yet written
+    size_t first_held_ = 0;          // index of held_.front()
+    // Reply values that may be ids, while their call is held: text -> call
+    // index and flat name.
+    std::unordered_map<std::string, std::pair<size_t, std::string>> seen_;
+    std::map<std::string, int> names_used_;
 };
 
 }  // namespace recorder

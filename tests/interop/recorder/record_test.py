@@ -113,7 +113,7 @@ class Record(unittest.TestCase):
     def tearDown(self):
         shutil.rmtree(self.dir, ignore_errors=True)
 
-    def capture_and_replay(self, client, combat=False):
+    def capture_and_replay(self, client, combat=False, record_args=()):
         """Captures client(server) against one server, records the capture,
         then runs the script against a fresh server on the same port."""
         cap = os.path.join(self.dir, "client.pcapng")
@@ -127,7 +127,7 @@ class Record(unittest.TestCase):
         finally:
             server.stop()
         script = os.path.join(self.dir, "recorded.orb")
-        rec = subprocess.run([RECORDER, "-C", self.dir, "-o", script, cap],
+        rec = subprocess.run([RECORDER, "-C", self.dir, "-o", script, *record_args, cap],
                              capture_output=True, text=True, timeout=60)
         self.assertEqual(rec.returncode, 0, rec.stderr)
         with open(script) as f:
@@ -174,9 +174,14 @@ class Record(unittest.TestCase):
                                  capture_output=True, text=True, timeout=60, cwd=self.dir)
             self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
 
-        text = self.capture_and_replay(scripts)
+        # Its in values go to a data file, which the replay reads.
+        text = self.capture_and_replay(scripts, record_args=("--data", "values.csv"))
         self.assertIn("\nparams account _get_owner\n", text)
-        self.assertIn("\nset amount.amount 250.500000\n", text)
+        self.assertIn("\nset amount.amount ${recorded.deposit_amount_amount}\n", text)
+        with open(os.path.join(self.dir, "values.csv")) as f:
+            header, row = f.read().splitlines()
+        self.assertEqual(row.split(",")[header.split(",").index("deposit_amount_amount")],
+                         "250.500000")
 
     def test_combat_client(self):
         def depot_client(server):

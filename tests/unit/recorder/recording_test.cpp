@@ -99,21 +99,27 @@ std::string bank_capture() {
     return c.capture();
 }
 
+// The writer of the latest record(), for what it wrote besides the script.
+std::unique_ptr<ScriptWriter> last_writer;
+
 std::string record(const std::string &capture, RecordOptions options, WriteOptions write = {},
                    Recording **keep = nullptr) {
     testsupport::TempDir dir;
     dir.write("c.pcap", capture);
     options.dir = testsupport::data_path("../../demo");
+    write.source = "c.pcap";
+    std::ostringstream body, out;
+    std::unique_ptr<ScriptWriter> &writer = last_writer;
     static std::unique_ptr<Recording> rec;
-    rec = std::make_unique<Recording>(options);
+    writer = std::make_unique<ScriptWriter>(write, body);
+    rec = std::make_unique<Recording>(options, *writer);
     std::string error;
     EXPECT_TRUE(rec->read(dir.path() + "/c.pcap", error)) << error;
     rec->finish();
-    std::ostringstream out;
-    write.source = "c.pcap";
-    write_script(*rec, write, out);
+    writer->finish();
+    writer->header(*rec, out);
     if (keep) *keep = rec.get();
-    return out.str();
+    return out.str() + body.str();
 }
 
 }  // namespace
@@ -126,8 +132,8 @@ TEST(Recording, TheConversationBecomesAScriptThatRepeatsIt) {
     Recording *rec = nullptr;
     std::string script = record(bank_capture(), {}, {}, &rec);
     const char *const lines[] = {
-        "bind bank IDL:Banking/Bank:1.0 bank IOR IOR:",
         "begin step1",
+        "bind bank IDL:Banking/Bank:1.0 bank IOR IOR:",
         "params bank find_account",
         "set number 1001",
         "invoke",
@@ -157,7 +163,7 @@ TEST(Recording, TheConversationBecomesAScriptThatRepeatsIt) {
     EXPECT_NE(script.find("1 _is_a/_non_existent"), std::string::npos) << script;
     EXPECT_EQ(script.find("check "), std::string::npos);
     ASSERT_NE(rec, nullptr);
-    EXPECT_EQ(rec->calls.size(), 6u);
+    EXPECT_EQ(rec->calls_recorded, 6u);
     EXPECT_EQ(rec->framer_counts.messages, 12u);
     // The bank's reference points where the client sent its requests.
     EXPECT_NE(script.find(reference_text("IDL:Banking/Bank:1.0", "127.0.0.2", 2809, "bank-key")),
@@ -178,6 +184,20 @@ TEST(Recording, OptionsShapeTheScript) {
         EXPECT_NE(script.find(line), std::string::npos) << line << script;
     EXPECT_EQ(script.find("check ^find_account"), std::string::npos);
     EXPECT_EQ(script.find("check ^_get_number"), std::string::npos);
+
+    // In values to a data file: strings and numbers, one column per
+    // operation and name, the recorded value its row; ids sent back stay
+    // variables.
+    WriteOptions data;
+    data.data_file = "some/where/values.csv";
+    script = record(bank_capture(), {}, data);
+    for (const char *line :
+         {"\ndata values.csv as recorded\n", "\nset number ${recorded.find_account_number}\n",
+          "\nset number ${get_number_2}\n", "\nset event ${recorded.audit_event}\n"})
+        EXPECT_NE(script.find(line), std::string::npos) << line << script;
+    EXPECT_EQ(last_writer->data_text(),
+              "find_account_number,statement_max_entries,audit_who,audit_event\n"
+              "1001,2,who,ev ent\n");
 
     RecordOptions other;
     other.servers = {"127.0.0.2:9999"};
