@@ -23,9 +23,16 @@ class Conversation {
 public:
     void from_client(const std::string &message, int64_t at_ms) { send(true, message, at_ms); }
     void from_server(const std::string &message, int64_t at_ms) { send(false, message, at_ms); }
+    // The network's doing: the last segment again, the last two swapped.
+    void resend_last() { packets_.push_back(packets_.back()); }
+    void lose_first() { packets_.erase(packets_.begin()); }
+    void swap_last_two() {
+        std::swap(packets_[packets_.size() - 1], packets_[packets_.size() - 2]);
+    }
     std::string capture() {
         std::vector<Packet> with_syn = {
-            {0, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(client, server, 99, 0x02, ""))}};
+            {0, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(client, server, 99, 0x02, ""))},
+            {0, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(server, client, 4999, 0x12, ""))}};
         with_syn.insert(with_syn.end(), packets_.begin(), packets_.end());
         return capwrite::pcap_file(DLT_EN10MB, with_syn);
     }
@@ -217,6 +224,39 @@ TEST(Recording, OptionsShapeTheScript) {
         << script;
 }
 
+// A naming service's resolve becomes a bind through it, by the name the
+// client resolved; the capture's retransmitted and reordered segments and
+// a Reply split across two segments change nothing.
+TEST(Recording, NamingResolvesBecomeBindsAndTheNetworkChangesNothing) {
+    Conversation c;
+    Giop resolve = request10(1, "NameService", "resolve");
+    c.from_client(resolve.ulong(1).string("Bank").string("").bytes(), 1);
+    c.resend_last();
+    Giop answer = reply10(1);
+    std::string reply = ior(answer, "IDL:Banking/Bank:1.0", "bank-key").bytes();
+    c.from_server(reply.substr(0, 20), 2);
+    c.from_server(reply.substr(20), 2);
+    c.swap_last_two();
+    c.from_client(request10(2, "bank-key", "_get_name").bytes(), 3);
+    c.from_client(request10(3, "bank-key", "audit_count").bytes(), 4);
+    c.swap_last_two();
+    c.resend_last();
+    c.from_server(reply10(2).string("Harbour Bank").bytes(), 5);
+    c.from_server(reply10(3).ulong(4).bytes(), 6);
+    Recording *rec = nullptr;
+    std::string script = record(c.capture(), {}, {}, &rec);
+    const std::string naming =
+        reference_text("IDL:omg.org/CosNaming/NamingContext:1.0", "127.0.0.2", 2809, "NameService");
+    EXPECT_NE(script.find("\nbind bank IDL:Banking/Bank:1.0 Bank \"NameService(" + naming +
+                          ")\"\nparams bank _get_name\ninvoke\nparams bank audit_count\n"),
+              std::string::npos)
+        << script;
+    EXPECT_NE(script.find("1 naming service calls"), std::string::npos) << script;
+    ASSERT_NE(rec, nullptr);
+    EXPECT_EQ(rec->calls_recorded, 2u);
+    EXPECT_EQ(rec->left_out.unanswered, 0u);
+}
+
 // A capture that lost bytes says so; a truncated capture keeps what came
 // before; requests without a reply are counted.
 TEST(Recording, LossesAreReportedNotGuessed) {
@@ -224,18 +264,12 @@ TEST(Recording, LossesAreReportedNotGuessed) {
     std::string script = record(whole.substr(0, whole.size() - 30), {});
     EXPECT_NE(script.find("(read up to there)"), std::string::npos) << script;
 
-    Conversation c;
-    std::string request = request10(1, "bank-key", "find_account").string("1001").bytes();
-    c.from_client(request, 1);
-    std::string capture = c.capture();
-    // Drop the request's packet: its bytes are missing before the next one.
+    // The first request's segment lost: its bytes are missing before the next.
     Conversation lost;
-    lost.from_client(request, 1);
+    lost.from_client(request10(1, "bank-key", "find_account").string("1001").bytes(), 1);
     lost.from_client(request10(2, "bank-key", "audit_count").bytes(), 2);
-    std::string both = lost.capture();
-    const size_t header = 24, syn = 16 + 54;
-    const size_t first = 16 + 54 + request.size();
-    std::string dropped = both.substr(0, header + syn) + both.substr(header + syn + first);
+    lost.lose_first();
+    std::string dropped = lost.capture();
     script = record(dropped, {});
     EXPECT_NE(script.find("bytes missing from the capture"), std::string::npos) << script;
     EXPECT_NE(script.find("params bank audit_count"), std::string::npos) << script;
