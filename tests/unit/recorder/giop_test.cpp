@@ -2,6 +2,7 @@
 // server reads them.
 #include <gtest/gtest.h>
 
+#include "orbelle/limits.h"
 #include "tests/unit/recorder/capture_writer.h"
 #include "tools/recorder/giop_framer.h"
 #include "tools/recorder/giop_headers.h"
@@ -196,7 +197,19 @@ TEST(GiopFramer, FragmentsAreJoined) {
         EXPECT_TRUE(read_header(ms[1], h, why)) << why;
         EXPECT_EQ(h.operation, "two");
     }
+    // As many 1.2 messages awaiting fragments as the limit allows; one more
+    // is refused, and the ones held still complete.
+    std::string pending, ends;
+    for (uint32_t id = 1; id <= limits::max_capture_fragmented + 1; ++id) {
+        pending += request(2, false, id, "k", "op", 0, 2);
+        Giop end(2, false, giop_fragment);
+        ends += end.ulong(id).bytes();
+    }
     FramerCounts counts;
+    EXPECT_EQ(frame_all({pending + ends}, false, &counts).size(), limits::max_capture_fragmented);
+    EXPECT_EQ(counts.refused_messages, 1u);
+    EXPECT_EQ(counts.orphan_fragments, 1u);
+
     Giop orphan(2, false, giop_fragment);
     frame_all({orphan.ulong(3).raw("x").bytes()}, false, &counts);
     EXPECT_EQ(counts.orphan_fragments, 1u);

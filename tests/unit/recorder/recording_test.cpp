@@ -6,6 +6,7 @@
 
 #include <sstream>
 
+#include "orbelle/limits.h"
 #include "tests/support.h"
 #include "tests/unit/recorder/capture_writer.h"
 #include "tools/recorder/script_writer.h"
@@ -255,6 +256,28 @@ TEST(Recording, NamingResolvesBecomeBindsAndTheNetworkChangesNothing) {
     ASSERT_NE(rec, nullptr);
     EXPECT_EQ(rec->calls_recorded, 2u);
     EXPECT_EQ(rec->left_out.unanswered, 0u);
+}
+
+// A value a reply gave is saved when a request sends it back while the
+// reply's call is still held, and written as it is one call later.
+TEST(Recording, ValuesAreSavedWithinTheHeldCallsOnly) {
+    for (size_t fillers : {limits::max_recorded_calls_held - 1, limits::max_recorded_calls_held}) {
+        Conversation c;
+        c.from_client(request10(1, "acc-1", "_get_number").bytes(), 1);
+        c.from_server(reply10(1).string("ACC-7781").bytes(), 2);
+        for (size_t i = 0; i < fillers; ++i)
+            c.from_client(request10(static_cast<uint32_t>(2 + i), "bank-key", "audit", false)
+                              .string("w")
+                              .string("e")
+                              .bytes(),
+                          3);
+        c.from_client(request10(99999, "bank-key", "find_account").string("ACC-7781").bytes(), 4);
+        std::string script = record(c.capture(), {});
+        const bool held = fillers < limits::max_recorded_calls_held;
+        EXPECT_EQ(script.find("\nset number ${get_number_1}\n") != std::string::npos, held)
+            << fillers;
+        EXPECT_EQ(script.find("\nset number ACC-7781\n") != std::string::npos, !held) << fillers;
+    }
 }
 
 // A capture that lost bytes says so; a truncated capture keeps what came
