@@ -33,17 +33,6 @@ void put_octets(std::string &e, const std::string &bytes) {
     e += bytes;
 }
 
-std::string hex_of(const std::string &bytes) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    out.reserve(bytes.size() * 2);
-    for (unsigned char c : bytes) {
-        out += digits[c >> 4];
-        out += digits[c & 15];
-    }
-    return out;
-}
-
 std::string notation(const std::string &bytes) {
     std::unique_ptr<char, decltype(&std::free)> text(
         asciify(bytes.data(), static_cast<long>(bytes.size())), &std::free);
@@ -249,6 +238,17 @@ bool decode_body(Descriptions &d, const std::string &repoid, const std::string &
         return false;
     }
     return true;
+}
+
+std::string hex_of(const std::string &bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    out.reserve(bytes.size() * 2);
+    for (unsigned char c : bytes) {
+        out += digits[c >> 4];
+        out += digits[c & 15];
+    }
+    return out;
 }
 
 bool exception_id(const GiopMessage &m, size_t offset, std::string &id) {

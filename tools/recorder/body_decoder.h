@@ -62,6 +62,9 @@ bool decode_body(Descriptions &d, const std::string &repoid, const std::string &
                  const GiopMessage &m, size_t offset, bool request, std::vector<FlatValue> &values,
                  std::string &why);
 
+// Bytes as lower-case hexadecimal, two digits a byte.
+std::string hex_of(const std::string &bytes);
+
 // The repository id of a user exception Reply's body (the first string).
 bool exception_id(const GiopMessage &m, size_t offset, std::string &id);
 

@@ -19,16 +19,6 @@ constexpr uint32_t reply_user_exception = 1;
 constexpr uint32_t reply_system_exception = 2;
 constexpr uint32_t reply_location_forward = 3;
 
-std::string hex_of(const std::string &bytes) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    for (unsigned char c : bytes) {
-        out += digits[c >> 4];
-        out += digits[c & 15];
-    }
-    return out;
-}
-
 // The reference behind an "IOR:" text that read_reference wrote.
 bool parse_reference_text(const std::string &text, Reference &ref) {
     if (text.compare(0, 4, "IOR:") != 0 || text.size() % 2 != 0) return false;
