@@ -156,7 +156,9 @@ run_m32() {
          "and qemu-i386 ${qemu:+cannot start them either}${qemu:-is not installed (Debian qemu-user)}"
     broken+=("m32 (32-bit programs start neither natively nor under qemu-i386)"); return
   fi
-  echo "== m32: the 32-bit tests run ${how/qemu/under $qemu}: $why"
+  local way="natively"
+  [ "$how" = qemu ] && way="under $qemu"
+  echo "== m32: the 32-bit tests run $way: $why"
   if [ "$how" = qemu ]; then
     run_config m32 "${toolchain[@]}" -DCMAKE_CROSSCOMPILING_EMULATOR="$qemu"
   else
