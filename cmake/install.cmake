@@ -133,11 +133,17 @@ if(NOT WIN32 AND ORBELLE_GZIP)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/package/changelog.in ${CMAKE_BINARY_DIR}/changelog @ONLY)
   execute_process(COMMAND ${ORBELLE_GZIP} -9nf ${CMAKE_BINARY_DIR}/changelog)
   install(FILES ${CMAKE_BINARY_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
-  # The manual page, compressed the same way.
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/orbelle-run.1)
-  file(COPY ${CMAKE_SOURCE_DIR}/docs/orbelle-run.1 DESTINATION ${CMAKE_BINARY_DIR})
-  execute_process(COMMAND ${ORBELLE_GZIP} -9nf ${CMAKE_BINARY_DIR}/orbelle-run.1)
-  install(FILES ${CMAKE_BINARY_DIR}/orbelle-run.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  # The manual pages of the programs installed, compressed the same way.
+  set(_pages orbelle-run)
+  if(TARGET orbelle-record)
+    list(APPEND _pages orbelle-record)
+  endif()
+  foreach(page ${_pages})
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/${page}.1)
+    file(COPY ${CMAKE_SOURCE_DIR}/docs/${page}.1 DESTINATION ${CMAKE_BINARY_DIR})
+    execute_process(COMMAND ${ORBELLE_GZIP} -9nf ${CMAKE_BINARY_DIR}/${page}.1)
+    install(FILES ${CMAKE_BINARY_DIR}/${page}.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endforeach()
 endif()
 
 # -- Packages --------------------------------------------------------------
