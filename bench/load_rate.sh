@@ -31,7 +31,7 @@ server_pid=$!
 for _ in $(seq 100); do grep -q ready "$work/server.log" && break; sleep 0.1; done
 ln -s "$PWD/demo/idl" "$work/idl"
 cat >"$work/balance.orb" <<'ORB'
-bind acct IDL:Banking/Account:1.0 Account "FILE(list)"
+bind once acct IDL:Banking/Account:1.0 Account "FILE(list)"
 params acct _get_balance
 invoke
 ORB

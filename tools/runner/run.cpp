@@ -95,6 +95,8 @@ Step Session::State::call_step(const Command &cmd) {
     switch (cmd.verb) {
         case Verb::Bind: {
             BoundObject &obj = objects[cmd.args[0]];
+            // Bound once for all iterations: nothing to do, nothing counted.
+            if (cmd.once && obj.bound) return Step::Next;
             if (obj.bound) {
                 iiop_record rel = hostkit::make_record(IIOP_RELEASE);
                 rel.u.release.objref = obj.target.objref;

@@ -18,7 +18,7 @@ struct VerbInfo {
 };
 
 const std::map<std::string, VerbInfo> verbs = {
-    {"bind", {Verb::Bind, 4, 5, "bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS [IOR-TEXT]"}},
+    {"bind", {Verb::Bind, 4, 5, "bind [once] OBJECT REPOSITORY-ID INSTANCE-ID MODUS [IOR-TEXT]"}},
     {"params", {Verb::Params, 2, 2, "params OBJECT OPERATION [NAME^length=N ...]"}},
     {"set", {Verb::Set, 2, 2, "set NAME VALUE"}},
     {"invoke",
@@ -195,6 +195,13 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
                     cmd.lengths.emplace_back(word.substr(0, eq), std::to_string(n));
                     cmd.length_columns.push_back(column);
                 }
+                continue;
+            }
+            // "once" before the object's name, with the four words still to
+            // come: an object may well be called once.
+            if (info.verb == Verb::Bind && cmd.args.empty() && !cmd.once && word == "once" &&
+                words.size() - w > 4) {
+                cmd.once = true;
                 continue;
             }
             if (info.verb == Verb::Invoke && cmd.args.empty() &&

@@ -52,6 +52,9 @@ struct Command {
     RowMode row_mode = RowMode::Sequential;  // data
     std::string alias;                       // data: NAME of "as NAME"
     bool has_variables = false;              // some word holds ${NAME}
+    // bind once: the object stays bound from the first time on; the line
+    // does nothing while it is
+    bool once = false;
     // A line with a mistake, kept so that the check knows what it meant
     // (an object bound, a variable set); a script with one never runs.
     bool broken = false;

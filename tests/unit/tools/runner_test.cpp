@@ -85,8 +85,8 @@ TEST(RunnerScript, ParsesEveryCommand) {
 TEST(RunnerScript, ErrorsNameTheLineAndWhatIsWrong) {
     EXPECT_EQ(parse_error("\n\nfrobnicate x\n"), "s.orb:3:1: unknown command 'frobnicate'");
     EXPECT_EQ(parse_error("bind a b c\n"),
-              "s.orb:1:11: missing argument; usage: bind OBJECT REPOSITORY-ID INSTANCE-ID MODUS "
-              "[IOR-TEXT]");
+              "s.orb:1:11: missing argument; usage: bind [once] OBJECT REPOSITORY-ID INSTANCE-ID "
+              "MODUS [IOR-TEXT]");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=x\n"),
               "s.orb:2:22: sequence length 'x' is not a number from 0 to 10000000");
     EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=-1\n"),
@@ -112,8 +112,14 @@ using testsupport::run_runner;
 
 TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     testsupport::TempDir dir;
+    // "once" binds in the first iteration only; a lone "once" is a name.
+    dir.write("list", "IDL:Thing:1.0," + closed_ior() + "\n");
     dir.write("ok.orb", "bind obj IDL:Thing:1.0 one IOR " + closed_ior() +
                             "\n"
+                            "bind once kept IDL:Thing:1.0 two IOR " +
+                            closed_ior() +
+                            "\n"
+                            "bind once IDL:Thing:1.0 three FILE(list)\n"
                             "params obj _is_a\n"
                             "set logical_type_id IDL:Thing:1.0\n"
                             "check logical_type_id IDL:Thing:1.0\n"
@@ -127,6 +133,14 @@ TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     EXPECT_NE(out.find("    logical_type_id = IDL:Thing:1.0"), std::string::npos) << out;
     EXPECT_NE(out.find("-- iteration 2 of 2"), std::string::npos) << out;
     EXPECT_NE(out.find("params _is_a"), std::string::npos) << out;
+    auto count = [&](const std::string &text) {
+        size_t n = 0;
+        for (size_t at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) ++n;
+        return n;
+    };
+    EXPECT_EQ(count(" bind obj "), 2u) << out;
+    EXPECT_EQ(count(" bind kept "), 1u) << out;
+    EXPECT_EQ(count(" bind once "), 2u) << out;
     EXPECT_EQ(status, 0) << out;
 }
 
