@@ -177,7 +177,7 @@ TEST(Limits, EachLimitAcceptsItsValueAndRefusesOneMore) {
          [](uint64_t n) { return value_block_allowed(n, 0); }},
         {"value_memory_ratio (bytes per byte left)",
          limits::value_memory_ratio * left + limits::value_memory_ratio - 1,
-         [left](uint64_t n) { return value_block_allowed(n, left); }},
+         [](uint64_t n) { return value_block_allowed(n, left); }},
         {"value_memory_allowance (a message's values together)", floor / roomy_any_memory(),
          decodes_roomy_anys},
         {"max_csv_token_length", limits::max_csv_token_length,
