@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "tests/interop/bank/bank_fixture.h"
+#include "tests/unit/tools/run_tool.h"
 
 namespace bank {
 namespace {
@@ -62,15 +63,7 @@ protected:
     }
 
     int run(const std::string &args, std::string &out) {
-        std::string command =
-            std::string(ORBELLE_RUNNER_PATH) + " -C " + dir_.path() + " " + args + " 2>&1";
-        FILE *p = popen(command.c_str(), "r");
-        if (p == nullptr) return -1;
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-        int status = pclose(p);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return testsupport::run_runner("-C " + dir_.path() + " " + args, out);
     }
 
     std::string stats(const std::string &prefix) {
