@@ -179,6 +179,31 @@ void free_list(ScriptParm *list) {
     }
 }
 
+ScriptParm *copy_list(const ScriptParm *list) {
+    ScriptParm *head = nullptr, **tail = &head;
+    for (const ScriptParm *p = list; p != nullptr; p = p->next) {
+        auto *copy = static_cast<ScriptParm *>(std::calloc(1, sizeof(ScriptParm)));
+        if (copy == nullptr) break;
+        *tail = copy;
+        tail = &copy->next;
+        copy->flags = p->flags;
+        copy->type = p->type;
+        copy->supertype = p->supertype;
+        copy->datalen = p->datalen;
+        copy->reserved28 = p->reserved28;
+        copy->valuesize = p->valuesize;
+        copy->name = p->name ? strdup(p->name) : nullptr;
+        copy->strval = p->strval ? strdup(p->strval) : nullptr;
+        if ((p->name && !copy->name) || (p->strval && !copy->strval)) {
+            free_list(head);
+            return nullptr;
+        }
+        if (p->next == nullptr) return head;
+    }
+    if (list != nullptr) free_list(head);  // out of memory
+    return nullptr;
+}
+
 void Host::release_references(ScriptParm *list) {
     for (ScriptParm *p = list; p != nullptr; p = p->next) {
         if (p->type != tk_objref || p->ptr == nullptr) continue;

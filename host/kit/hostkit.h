@@ -64,6 +64,10 @@ const char *value(ScriptParm *list, const char *name);
 std::vector<std::string> names(const ScriptParm *list);
 // Releases records, names and value texts.
 void free_list(ScriptParm *list);
+// A copy of a list as the library made it before a call (no data areas or
+// references in ptr), from the C heap as the kit's slots allocate; null
+// when the heap is out.
+ScriptParm *copy_list(const ScriptParm *list);
 
 // An export of a library that load_library loaded, or null.
 void *find_symbol(const char *path, const char *name);

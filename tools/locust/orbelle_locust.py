@@ -13,7 +13,9 @@ Each user drives a child `orbelle-run --serve`: one line "run" per task runs
 one iteration of the scripts, and the child's events (one JSON object per
 line on a pipe of their own) become Locust request events: one per call that
 sends a request (invoke, poll, wait), per check and per transaction. bind,
-params and release send nothing and are left out. Needs nothing but Locust
+params and release send nothing and are left out. The scripts' set-up runs
+when the user starts (its events come with the first task's, named
+"setup: ..."), their tear-down when it stops ("teardown: ..."). Needs nothing but Locust
 (Debian's python3-locust 2.12.1 included, whose faults this module works
 around on import).
 
@@ -66,8 +68,10 @@ CHILD_EXIT_S = 0.3
 # (--expect-workers): worker i numbers its users i * VU_STRIDE + 1, ...
 VU_STRIDE = 10000
 NO_ROWS_LEFT = "no data row is left for this user"
-# Library calls that send nothing to a server.
-LOCAL_CALLS = ("bind ", "params ", "release ")
+SETUP_FAILED = "the set-up failed at "
+# Library calls that send nothing to a server, also in set-up and tear-down.
+LOCAL_CALLS = tuple(section + call for section in ("", "setup: ", "teardown: ")
+                    for call in ("bind ", "params ", "release "))
 
 
 def _fix_locust_version():
@@ -315,11 +319,27 @@ class OrbelleUser(User):
         else:
             try:
                 child.stdin.close()
+                self._report_until_end(time.monotonic() + CHILD_EXIT_S)
                 child.wait(timeout=CHILD_EXIT_S)
-            except (OSError, gevent.subprocess.TimeoutExpired):
+            except (OSError, ValueError, gevent.subprocess.TimeoutExpired):
                 pass
             _kill(child)
         os.close(self._reader.fd)
+
+    def _report_until_end(self, deadline):
+        """Reports the events of the scripts' tear-down, which the child
+        runs once its input ends, until it closes them or the time is up."""
+        with gevent.Timeout(max(0.0, deadline - time.monotonic()), False):
+            while True:
+                line = self._reader.next_line()
+                if line is None:
+                    return
+                try:
+                    event = json.loads(line)
+                except ValueError:
+                    continue
+                if isinstance(event, dict):
+                    self._report(event)
 
     @locust.task
     def iteration(self):
@@ -349,6 +369,9 @@ class OrbelleUser(User):
                 self._in_iteration = False
                 if event.get("error") == NO_ROWS_LEFT:
                     logger.info("user %d: %s", self.vu, NO_ROWS_LEFT)
+                    raise StopUser()
+                if str(event.get("error", "")).startswith(SETUP_FAILED):
+                    logger.error("user %d: %s; it runs no iteration", self.vu, event["error"])
                     raise StopUser()
                 return
             self._report(event)

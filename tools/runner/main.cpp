@@ -42,6 +42,8 @@ const char usage[] =
     "  --stop-on-error    end the run at the first failed call or check\n"
     "                     (otherwise a failure ends only its iteration)\n"
     "  --no-think         skip think pauses\n"
+    "  --fresh-binds      every bind releases and binds anew, a new connection per\n"
+    "                     iteration (default: a bind of what is bound so keeps it)\n"
     "  --events PATH      one JSON line per call, check, transaction and iteration,\n"
     "                     to a file, - (standard output; text goes to standard\n"
     "                     error) or fd:N (an open descriptor)\n"
@@ -224,6 +226,8 @@ int main(int argc, char **argv) {
             options.quiet = true;
         } else if (arg == "--stop-on-error") {
             options.stop_on_error = true;
+        } else if (arg == "--fresh-binds") {
+            options.fresh_binds = true;
         } else if (arg == "--no-think") {
             options.no_think = true;
         } else if (arg == "--events") {

@@ -97,6 +97,17 @@ Step Session::State::call_step(const Command &cmd) {
             BoundObject &obj = objects[cmd.args[0]];
             // Bound once for all iterations: nothing to do, nothing counted.
             if (cmd.once && obj.bound) return Step::Next;
+            const bool has_ior = cmd.args.size() > 4;
+            if (obj.bound && !options.fresh_binds && obj.repoid == cmd.args[1] &&
+                obj.instance == cmd.args[2] && obj.modus == cmd.args[3] && obj.has_ior == has_ior &&
+                (!has_ior || obj.ior == cmd.args[4])) {
+                // The binding asked for is the one held: keep it and its
+                // connection, as a client holds on to its object.
+                if (!options.quiet)
+                    std::fprintf(out, "%-24s %-32s kept: bound so already, nothing sent\n",
+                                 where(cmd).c_str(), ("bind " + cmd.args[0]).c_str());
+                return Step::Next;
+            }
             if (obj.bound) {
                 iiop_record rel = hostkit::make_record(IIOP_RELEASE);
                 rel.u.release.objref = obj.target.objref;
@@ -106,13 +117,14 @@ Step Session::State::call_step(const Command &cmd) {
             }
             obj.repoid = cmd.args[1];
             obj.instance = cmd.args[2];
-            obj.ior = cmd.args.size() > 4 ? cmd.args[4] : "";
+            obj.modus = cmd.args[3];
+            obj.has_ior = has_ior;
+            obj.ior = has_ior ? cmd.args[4] : "";
             iiop_record r = hostkit::make_record(IIOP_BIND);
             r.u.bind.repository_id = const_cast<char *>(obj.repoid.c_str());
             r.u.bind.instance_id = const_cast<char *>(obj.instance.c_str());
-            r.u.bind.ior = cmd.args.size() > 4 ? const_cast<char *>(obj.ior.c_str()) : nullptr;
-            std::string modus = cmd.args[3];
-            r.u.bind.modus = const_cast<char *>(modus.c_str());
+            r.u.bind.ior = has_ior ? const_cast<char *>(obj.ior.c_str()) : nullptr;
+            r.u.bind.modus = const_cast<char *>(obj.modus.c_str());
             auto start = clock::now();
             int32_t result = host.call(r);
             double ms = elapsed_ms(start);
@@ -153,13 +165,31 @@ Step Session::State::call_step(const Command &cmd) {
             call->req.operation = const_cast<char *>(call->operation.c_str());
             call->req.plist = call->plist.entries();
             call->req.plist_count = call->plist.count();
+            // The library reads the description once per interface,
+            // operation and sequence lengths; later lists are copies.
+            list_key.assign(obj.repoid).append(1, '\0').append(call->operation);
+            for (const auto &len : cmd.lengths)
+                list_key.append(1, '\0').append(len.first).append(1, '=').append(len.second);
+            auto made = parm_lists.find(list_key);
+            int32_t result = 0;
             iiop_record r = hostkit::make_record(IIOP_GET_PARMS);
-            r.u.get_parms.req = &call->req;
-            int32_t result = host.call(r);
+            if (made != parm_lists.end()) {
+                call->req.parms = hostkit::copy_list(made->second);
+            } else {
+                r.u.get_parms.req = &call->req;
+                result = host.call(r);
+                if (result == 0 && call->req.parms != nullptr)
+                    parm_lists.emplace(list_key, hostkit::copy_list(call->req.parms));
+            }
             double ms = elapsed_ms(start);
-            size_t count = hostkit::names(call->req.parms).size();
-            report(cmd, "params " + call->operation, result, r, ms,
-                   std::to_string(count) + " parameter record" + (count == 1 ? "" : "s"));
+            if (options.quiet && result == 0) {
+                tally(&cmd, Result{Kind::Call, "params " + call->operation, ms});
+            } else {
+                size_t count = hostkit::names(call->req.parms).size();
+                report(cmd, "params " + call->operation, result, r, ms,
+                       std::to_string(count) + " parameter record" + (count == 1 ? "" : "s"));
+            }
+            std::free(r.status_text);
             current = std::move(call);
             return Step::Next;
         }

@@ -27,6 +27,9 @@ struct Options {
     bool no_think = false;       // think pauses are skipped
     int vu = 1;                  // ${VU}: this virtual user's number, from 1
     int users_total = 1;         // how many users share unique data rows
+    // Every bind releases and binds anew, as a new client would; by default
+    // a bind with the arguments of the binding it finds keeps it.
+    bool fresh_binds = false;
 };
 
 // One virtual user running scripts: its bound objects, variables, data
@@ -54,8 +57,17 @@ public:
         Error,       // the script cannot go on (message printed)
         Stopped      // options.stop was set during the iteration
     };
+    // Runs the set-up of every script, once, before the first iteration.
+    // Anything but Ok means the user must not start its iterations (the
+    // failure is printed and counted once).
+    Outcome set_up();
+    // Whether set_up ended in a failure or an error.
+    bool set_up_failed() const;
     // Runs every script once as iteration number iteration (from 1).
     Outcome run_iteration(int iteration);
+    // Runs the tear-down of every script, once, after the last iteration;
+    // a stop does not cut it short, only its pauses.
+    void tear_down();
     // Under a rate: how late the next iterations start after they were due,
     // sent with their iteration and transaction events (negative: not sent).
     void set_wait_ms(double ms);
@@ -71,9 +83,9 @@ public:
     // Where the last iteration ended, "file:line: message" after an error.
     const std::string &failed_at() const;
 
-    // After prepare: options.iterations iterations at the scripts' pace
-    // (ending early as the options, data and stop say), then finish;
-    // returns exit_status.
+    // After prepare: the set-up, options.iterations iterations at the
+    // scripts' pace (ending early as the options, data and stop say), the
+    // tear-down, then finish; returns exit_status.
     int run();
 
     struct State;

@@ -1,6 +1,7 @@
 #include "tools/runner/script.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <map>
 
@@ -39,6 +40,13 @@ const std::map<std::string, VerbInfo> verbs = {
     {"pace", {Verb::Pace, 1, 1, "pace MILLISECONDS"}},
 };
 
+// The lines that start a section.
+const std::map<std::string, Section> sections = {
+    {"setup", Section::Setup},
+    {"iteration", Section::Iteration},
+    {"teardown", Section::Teardown},
+};
+
 bool read_number(const std::string &text, long min, long max, long &out) {
     if (text.empty()) return false;
     errno = 0;
@@ -60,6 +68,7 @@ constexpr long max_sequence_length = 10000000L;
 std::vector<std::string> verb_names() {
     std::vector<std::string> names;
     for (const auto &entry : verbs) names.push_back(entry.first);
+    for (const auto &entry : sections) names.push_back(entry.first);
     return names;
 }
 
@@ -143,6 +152,11 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
     script.file = file;
     script.commands.clear();
     const size_t mistakes_before = mistakes.count();
+    // The section headers seen so far, and where the setup header was.
+    bool seen[3] = {false, false, false};
+    int setup_line = 0, setup_column = 0;
+    script.iteration_from = 0;
+    script.teardown_from = SIZE_MAX;
     int line_no = 0;
     size_t pos = 0;
     std::vector<std::string> words;
@@ -165,6 +179,34 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
             continue;
         }
         if (words.empty()) continue;
+        auto header = sections.find(words[0]);
+        if (header != sections.end()) {
+            const int which = static_cast<int>(header->second);
+            column = columns[0];
+            if (words.size() > 1) {
+                column = columns[1];
+                fail("'" + words[0] + "' stands alone on its line");
+            } else if (seen[which]) {
+                fail("a second '" + words[0] + "': each section comes once");
+            } else if (header->second == Section::Setup && !script.commands.empty()) {
+                fail("'setup' comes first, before every other line");
+            } else if (header->second == Section::Iteration && seen[2]) {
+                fail("'iteration' comes before 'teardown'");
+            } else if (header->second == Section::Iteration && !seen[0] &&
+                       !script.commands.empty()) {
+                fail("the lines above 'iteration' would run once: put 'setup' before them");
+            }
+            seen[which] = true;
+            if (header->second == Section::Setup) {
+                setup_line = line_no;
+                setup_column = column;
+            } else if (header->second == Section::Iteration) {
+                script.iteration_from = script.commands.size();
+            } else if (script.teardown_from == SIZE_MAX) {
+                script.teardown_from = script.commands.size();
+            }
+            continue;
+        }
         auto it = verbs.find(words[0]);
         if (it == verbs.end()) {
             fail("unknown command '" + words[0] + "'" + did_you_mean(words[0], verb_names()));
@@ -276,6 +318,13 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
         }
         cmd.broken = bad;
         script.commands.push_back(std::move(cmd));
+    }
+    if (script.teardown_from == SIZE_MAX) script.teardown_from = script.commands.size();
+    if (seen[0] && !seen[1]) {
+        // Without it every line after setup would run once, which is
+        // never what a script with a set-up means.
+        mistakes.add(file, setup_line, setup_column,
+                     "a script with 'setup' needs an 'iteration' line: the lines after it repeat");
     }
     return mistakes.count() == mistakes_before;
 }

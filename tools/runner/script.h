@@ -63,9 +63,31 @@ struct Command {
     int expect_status = 0;
 };
 
+// The parts of a script. Set-up runs once before a user's first
+// iteration, the iteration repeats, tear-down runs once after the last.
+// A script without the lines "setup", "iteration" and "teardown" is all
+// iteration.
+enum class Section { Setup, Iteration, Teardown };
+
 struct Script {
     std::string file;
+    // Set-up, iteration and tear-down, in this order, as written.
     std::vector<Command> commands;
+    size_t iteration_from = 0;  // where the iteration's commands start
+    size_t teardown_from = 0;   // where tear-down's start (the end when none)
+
+    // The commands of one section, as [first, last).
+    std::pair<const Command *, const Command *> section(Section which) const {
+        const Command *all = commands.data();
+        switch (which) {
+            case Section::Setup:
+                return {all, all + iteration_from};
+            case Section::Iteration:
+                return {all + iteration_from, all + teardown_from};
+            default:
+                return {all + teardown_from, all + commands.size()};
+        }
+    }
 };
 
 // Splits a line into words: blanks separate, "double quotes" keep blanks

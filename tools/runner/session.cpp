@@ -54,11 +54,15 @@ Session::State::State(hostkit::Host &host, std::vector<const Script *> scripts,
       variables(std::random_device{}()) {}
 
 void Session::State::tally(const Command *cmd, const Result &outcome) {
+    // Set-up and tear-down count apart from the iterations.
+    std::string prefixed;
+    if (*prefix) prefixed = prefix + outcome.name;
+    const std::string &name = *prefix ? prefixed : outcome.name;
     if (outcome.kind != Kind::Iteration) {  // iterations are not rows of the table
-        auto found = timings.find(outcome.name);
+        auto found = timings.find(name);
         if (found == timings.end()) {
-            found = timings.emplace(outcome.name, Timings{}).first;
-            timing_order.push_back(outcome.name);
+            found = timings.emplace(name, Timings{}).first;
+            timing_order.push_back(name);
         }
         Timings &t = found->second;
         ++t.count;
@@ -78,7 +82,7 @@ void Session::State::tally(const Command *cmd, const Result &outcome) {
     e.iter = iteration;
     static const char *const kinds[] = {"call", "check", "transaction", "iteration"};
     e.kind = kinds[static_cast<int>(outcome.kind)];
-    e.name = outcome.name;
+    e.name = name;
     e.script = script ? script->file : "";
     e.line = cmd ? cmd->line : 0;
     e.ms = outcome.ms;
@@ -236,57 +240,101 @@ bool Session::prepare(std::string &error) {
     return mistakes.empty();
 }
 
-Session::Outcome Session::run_iteration(int iteration) {
-    State &s = *state_;
-    s.iteration = iteration;
-    s.failed_at.clear();
-    s.error = false;  // a script error ends its iteration; a served user goes on
-    s.variables.set_user(s.options.vu, iteration);
-    const auto start = Clock::now();
-    Outcome result = Outcome::Ok;
-    for (const Script *script : s.scripts) {
-        s.script = script;
-        for (const Command &written : script->commands) {
-            if (stopped(s.options)) {
-                s.transactions.clear();
+Session::Outcome Session::State::run_section(Section which) {
+    failed_at.clear();
+    error = false;  // a script error ends its iteration; a served user goes on
+    for (const Script *each : scripts) {
+        script = each;
+        const auto [first, last] = each->section(which);
+        for (const Command *written = first; written != last; ++written) {
+            if (!tearing_down && stopped(options)) {
+                transactions.clear();
                 return Outcome::Stopped;
             }
             Command expanded;
-            const Command *cmd = &written;
-            if (written.has_variables) {
-                expanded = written;
+            const Command *cmd = written;
+            if (written->has_variables) {
+                expanded = *written;
                 std::string why;
                 for (std::string &word : expanded.args) {
                     std::string value;
-                    if (!s.variables.expand(word, value, why)) break;
+                    if (!variables.expand(word, value, why)) break;
                     word = std::move(value);
                 }
                 if (why.empty()) read_pause(expanded, why);
                 if (!why.empty()) {
-                    s.script_error(written, why);
+                    script_error(*written, why);
                     break;
                 }
                 cmd = &expanded;
             }
-            Step step = s.step(*cmd, written);
-            if (step == Step::NoMoreRows) {
-                s.transactions.clear();
+            Step next = step(*cmd, *written);
+            if (next == Step::NoMoreRows) {
+                transactions.clear();
                 return Outcome::NoMoreRows;
             }
-            if (step == Step::Error || !s.failed_at.empty()) break;
+            if (next == Step::Error || !failed_at.empty()) break;
         }
-        if (!s.failed_at.empty()) break;
+        if (!failed_at.empty()) break;
     }
-    if (s.error)
-        result = Outcome::Error;
-    else if (!s.failed_at.empty())
-        result = Outcome::Failed;
-    if (!s.transactions.empty()) s.end_transactions("the iteration ended at " + s.failed_at);
+    static const char *const names[] = {"the set-up", "the iteration", "the tear-down"};
+    if (!transactions.empty())
+        end_transactions(std::string(names[static_cast<int>(which)]) + " ended at " + failed_at);
+    return error ? Outcome::Error : !failed_at.empty() ? Outcome::Failed : Outcome::Ok;
+}
+
+Session::Outcome Session::set_up() {
+    State &s = *state_;
+    bool any = false;
+    for (const Script *script : s.scripts) any = any || script->iteration_from > 0;
+    if (!any) return Outcome::Ok;
+    if (!s.options.quiet) std::fprintf(s.out, "-- set-up\n");
+    s.iteration = 0;
+    s.variables.set_user(s.options.vu, 0);
+    s.prefix = "setup: ";
+    Outcome outcome = s.run_section(Section::Setup);
+    s.prefix = "";
+    s.setup_failed = outcome == Outcome::Failed || outcome == Outcome::Error;
+    if (s.setup_failed)
+        std::fprintf(s.out, "%s: the set-up failed; this user runs no iteration\n",
+                     s.failed_at.c_str());
+    return outcome;
+}
+
+bool Session::set_up_failed() const { return state_->setup_failed; }
+
+Session::Outcome Session::run_iteration(int iteration) {
+    State &s = *state_;
+    s.iteration = iteration;
+    s.variables.set_user(s.options.vu, iteration);
+    const auto start = Clock::now();
+    Outcome result = s.run_section(Section::Iteration);
+    if (result == Outcome::Stopped || result == Outcome::NoMoreRows) return result;
     Result o{Kind::Iteration, "iteration", elapsed_ms(start)};
     o.ok = result == Outcome::Ok;
     if (!o.ok) o.error = "ended at " + s.failed_at;
     s.tally(nullptr, o);
     return result;
+}
+
+void Session::tear_down() {
+    State &s = *state_;
+    bool any = false;
+    for (const Script *script : s.scripts)
+        any = any || script->teardown_from < script->commands.size();
+    if (!any) return;
+    if (!s.options.quiet) std::fprintf(s.out, "-- tear-down\n");
+    const bool had_error = s.error;
+    const std::string failed_before = s.failed_at;
+    s.iteration = 0;
+    s.variables.set_user(s.options.vu, 0);
+    s.prefix = "teardown: ";
+    s.tearing_down = true;
+    s.run_section(Section::Teardown);
+    s.tearing_down = false;
+    s.prefix = "";
+    s.error = s.error || had_error;
+    if (s.failed_at.empty()) s.failed_at = failed_before;
 }
 
 void Session::set_wait_ms(double ms) { state_->wait_ms = ms; }
@@ -304,6 +352,15 @@ const std::string &Session::failed_at() const { return state_->failed_at; }
 
 int Session::run() {
     State &s = *state_;
+    Outcome setup = set_up();
+    if (setup != Outcome::Ok) {
+        if (s.error) {
+            s.release_all();
+            return 2;
+        }
+        finish();
+        return exit_status();
+    }
     Clock::time_point last_start{};
     const int last = s.options.iterations;
     for (int i = 1; (last == 0 || i <= last) && !stopped(s.options); ++i) {
@@ -320,6 +377,7 @@ int Session::run() {
             break;
         if (outcome == Outcome::Failed && s.options.stop_on_error) break;
     }
+    tear_down();
     if (s.error) {
         s.release_all();
         return 2;

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/runner/csv.h"
@@ -20,7 +21,8 @@ using Clock = std::chrono::steady_clock;
 
 struct BoundObject {
     iiop_target target{};
-    std::string repoid, instance, ior;
+    std::string repoid, instance, modus, ior;
+    bool has_ior = false;
     bool bound = false;
 };
 
@@ -67,6 +69,9 @@ struct Result {
 struct Session::State {
     State(hostkit::Host &host, std::vector<const Script *> scripts, const Options &options,
           FILE *out, EventWriter *events);
+    ~State() {
+        for (auto &made : parm_lists) hostkit::free_list(made.second);
+    }
 
     // run.cpp: bind, params, set, invoke, poll, wait, check, print, release.
     Step call_step(const Command &cmd);
@@ -75,6 +80,7 @@ struct Session::State {
     void release_all();
 
     // session.cpp
+    Outcome run_section(Section which);
     Step step(const Command &cmd, const Command &written);
     void tally(const Command *cmd, const Result &outcome);
     Step script_error(const Command &cmd, const std::string &message);
@@ -91,9 +97,18 @@ struct Session::State {
     EventWriter *events;
 
     const Script *script = nullptr;  // the one running
-    int iteration = 0;
+    int iteration = 0;               // 0 in set-up and tear-down
+    // "setup: " or "teardown: " before the names of what those count, so
+    // that they are apart from the iterations' in every table.
+    const char *prefix = "";
+    bool tearing_down = false;  // a stop does not end tear-down
+    bool setup_failed = false;
     std::map<std::string, BoundObject> objects;
     std::shared_ptr<Call> current;
+    // The parameter lists the library made, by interface, operation and
+    // sequence lengths: params hands out copies of them.
+    std::unordered_map<std::string, ScriptParm *> parm_lists;
+    std::string list_key;  // params' lookup, its buffer kept
     // Deferred calls whose replies have not been fetched, per operation,
     // oldest first. The library keeps pointers to their request blocks.
     std::map<std::string, std::list<std::shared_ptr<Call>>> deferred;

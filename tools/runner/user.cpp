@@ -98,14 +98,21 @@ void run_user(const UserSetup &setup, int vu, int fd, pid_t parent,
             std::fprintf(stderr, "orbelle-run: user %d: %s\n", vu, error.c_str());
         } else {
             host.init();
-            if (setup.arrivals != nullptr) {
-                run_scheduled(session, *setup.arrivals, options);
+            if (setup.arrivals == nullptr) {
+                status = session.run();
+            } else {
+                if (session.set_up() == Session::Outcome::Ok) {
+                    run_scheduled(session, *setup.arrivals, options);
+                    session.tear_down();
+                }
                 session.finish();
                 status = session.exit_status();
-            } else {
-                status = session.run();
             }
-            if (status == 2)
+            if (session.set_up_failed())
+                std::fprintf(stderr,
+                             "orbelle-run: user %d: the set-up failed at %s; it ran no iteration\n",
+                             vu, session.failed_at().c_str());
+            else if (status == 2)
                 std::fprintf(stderr, "orbelle-run: user %d stopped: %s\n", vu,
                              session.failed_at().c_str());
         }
