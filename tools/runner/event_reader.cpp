@@ -1,5 +1,6 @@
 #include "tools/runner/event_reader.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -33,6 +34,14 @@ public:
         out.clear();
         if (!take('"')) return false;
         while (i_ < s_.size()) {
+            // The run of plain characters, in one append.
+            size_t plain = i_;
+            while (plain < s_.size() && s_[plain] != '"' && s_[plain] != '\\' &&
+                   static_cast<unsigned char>(s_[plain]) >= 0x20)
+                ++plain;
+            out.append(s_.data() + i_, plain - i_);
+            i_ = plain;
+            if (i_ == s_.size()) return false;
             char c = s_[i_++];
             if (c == '"') return true;
             if (static_cast<unsigned char>(c) < 0x20) return false;
@@ -84,19 +93,17 @@ public:
         return false;
     }
 
-    // A number as text, checked against JSON's grammar loosely (strtod
-    // decides what it is worth).
+    // A number as text, checked against JSON's grammar loosely
+    // (from_chars decides what it is worth).
     bool number(double &out) {
         blanks();
         size_t start = i_;
-        while (i_ < s_.size() && std::strchr("+-0123456789.eE", s_[i_]) != nullptr) ++i_;
+        while (i_ < s_.size() && is_number_char(s_[i_])) ++i_;
         if (i_ == start || i_ - start > 40) return false;
-        char buf[48];
-        std::memcpy(buf, s_.data() + start, i_ - start);
-        buf[i_ - start] = '\0';
-        char *end = nullptr;
-        out = std::strtod(buf, &end);
-        return *end == '\0';
+        const char *first = s_.data() + start, *last = s_.data() + i_;
+        if (*first == '+') return false;  // strtod's, not JSON's
+        auto [end, error] = std::from_chars(first, last, out);
+        return error == std::errc() && end == last;
     }
 
     bool word(const char *w) {
@@ -108,6 +115,9 @@ public:
     }
 
 private:
+    static bool is_number_char(char c) {
+        return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
+    }
     bool hex4(unsigned &cp) {
         if (i_ + 4 > s_.size()) return false;
         cp = 0;
@@ -163,11 +173,24 @@ bool to_int(double v, int &out) {
 
 bool read_event(std::string_view line, Event &event) {
     Reader r(line);
-    event = Event{};
+    // Everything back to its default; the texts keep their buffers.
+    event.t = 0;
+    event.vu = 1;
+    event.iter = 1;
+    event.kind = "call";
+    event.name.clear();
+    event.script.clear();
+    event.line = 0;
+    event.ms = 0;
+    event.wait_ms = -1;
+    event.ok = true;
+    event.has_status = false;
+    event.status = event.index = 0;
+    event.error.clear();
     bool has_kind = false, has_name = false;
     if (!r.take('{')) return false;
     if (r.take('}')) return false;
-    std::string key, text;
+    thread_local std::string key, text;
     do {
         if (!r.string(key) || !r.take(':')) return false;
         char c = r.peek();
@@ -177,12 +200,12 @@ bool read_event(std::string_view line, Event &event) {
                 event.kind = known_kind(text);
                 has_kind = true;
             } else if (key == "name") {
-                event.name = std::move(text);
+                event.name.swap(text);
                 has_name = true;
             } else if (key == "script") {
-                event.script = std::move(text);
+                event.script.swap(text);
             } else if (key == "error") {
-                event.error = std::move(text);
+                event.error.swap(text);
             }
         } else if (c == 't' || c == 'f') {
             bool v = c == 't';

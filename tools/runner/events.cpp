@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -32,6 +34,16 @@ size_t utf8_length(const std::string &s, size_t i) {
 void append_string(std::string &out, const std::string &text) {
     out += '"';
     for (size_t i = 0; i < text.size();) {
+        // The run of characters that go as they are, in one append.
+        size_t plain = i;
+        while (plain < text.size()) {
+            unsigned char c = static_cast<unsigned char>(text[plain]);
+            if (c == '"' || c == '\\' || c < 0x20 || c >= 0x7F) break;
+            ++plain;
+        }
+        out.append(text, i, plain - i);
+        i = plain;
+        if (i == text.size()) break;
         unsigned char c = static_cast<unsigned char>(text[i]);
         if (c == '"' || c == '\\') {
             out += '\\';
@@ -44,7 +56,7 @@ void append_string(std::string &out, const std::string &text) {
             char buf[8];
             std::snprintf(buf, sizeof buf, "\\u%04x", c);
             out += buf;
-        } else if (c >= 0x80) {
+        } else {
             size_t len = utf8_length(text, i);
             if (len == 0) {
                 out += "\\ufffd";
@@ -54,12 +66,33 @@ void append_string(std::string &out, const std::string &text) {
             out.append(text, i, len);
             i += len;
             continue;
-        } else {
-            out += static_cast<char>(c);
         }
         ++i;
     }
     out += '"';
+}
+
+void append_integer(std::string &out, int64_t v) {
+    char buf[24];
+    auto end = std::to_chars(buf, buf + sizeof buf, v).ptr;
+    out.append(buf, static_cast<size_t>(end - buf));
+}
+
+// Milliseconds with three decimals, as printf's "%.3f" writes them for the
+// times a run measures; larger or odd values go through printf itself.
+void append_ms(std::string &out, double ms) {
+    if (ms >= 0 && ms < 1e12) {
+        const auto micro = static_cast<int64_t>(std::llround(ms * 1000));
+        append_integer(out, micro / 1000);
+        char frac[4] = {'.', static_cast<char>('0' + micro / 100 % 10),
+                        static_cast<char>('0' + micro / 10 % 10),
+                        static_cast<char>('0' + micro % 10)};
+        out.append(frac, 4);
+        return;
+    }
+    char buf[48];
+    std::snprintf(buf, sizeof buf, "%.3f", ms);
+    out += buf;
 }
 
 }  // namespace
@@ -70,31 +103,44 @@ int64_t epoch_ms() {
         .count();
 }
 
-std::string to_json(const Event &e) {
-    std::string out = "{\"t\": " + std::to_string(e.t) + ", \"vu\": " + std::to_string(e.vu) +
-                      ", \"iter\": " + std::to_string(e.iter) + ", \"kind\": ";
-    append_string(out, e.kind);
-    out += ", \"name\": ";
+void append_json(std::string &out, const Event &e) {
+    out += "{\"t\": ";
+    append_integer(out, e.t);
+    out += ", \"vu\": ";
+    append_integer(out, e.vu);
+    out += ", \"iter\": ";
+    append_integer(out, e.iter);
+    out += ", \"kind\": \"";
+    out += e.kind;  // one of the four, plain
+    out += "\", \"name\": ";
     append_string(out, e.name);
     out += ", \"script\": ";
     append_string(out, e.script);
-    char ms[48];
-    std::snprintf(ms, sizeof ms, "%.3f", e.ms);
-    out += ", \"line\": " + std::to_string(e.line) + ", \"ms\": " + ms;
+    out += ", \"line\": ";
+    append_integer(out, e.line);
+    out += ", \"ms\": ";
+    append_ms(out, e.ms);
     if (e.wait_ms >= 0) {
-        std::snprintf(ms, sizeof ms, "%.3f", e.wait_ms);
         out += ", \"wait\": ";
-        out += ms;
+        append_ms(out, e.wait_ms);
     }
-    out += std::string(", \"ok\": ") + (e.ok ? "true" : "false");
+    out += e.ok ? ", \"ok\": true" : ", \"ok\": false";
     if (!e.ok) {
-        if (e.has_status)
-            out += ", \"status\": " + std::to_string(e.status) +
-                   ", \"index\": " + std::to_string(e.index);
+        if (e.has_status) {
+            out += ", \"status\": ";
+            append_integer(out, e.status);
+            out += ", \"index\": ";
+            append_integer(out, e.index);
+        }
         out += ", \"error\": ";
         append_string(out, e.error);
     }
     out += '}';
+}
+
+std::string to_json(const Event &e) {
+    std::string out;
+    append_json(out, e);
     return out;
 }
 
@@ -135,14 +181,16 @@ bool EventWriter::open(const std::string &where, std::string &error) {
 
 void EventWriter::write(const Event &event) {
     if (stream_ == nullptr) return;
-    std::string line = to_json(event);
-    line += '\n';
-    std::fwrite(line.data(), 1, line.size(), stream_);
-    if (!batched_ || std::strcmp(event.kind, "iteration") == 0) {
-        flush();
-        return;
-    }
-    if (event.t - flushed_ms_ >= 100) flush();
+    line_.clear();
+    append_json(line_, event);
+    line_ += '\n';
+    std::fwrite(line_.data(), 1, line_.size(), stream_);
+    if (!batched_ || event.t - flushed_ms_ >= flush_every_ms) flush();
+}
+
+void EventWriter::set_batched(bool batched) {
+    batched_ = batched;
+    if (batched && stream_ != nullptr) std::setvbuf(stream_, nullptr, _IOFBF, 1 << 16);
 }
 
 void EventWriter::flush() {

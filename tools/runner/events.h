@@ -35,6 +35,8 @@ int64_t epoch_ms();
 // One line of JSON, without its line end. Text that is not UTF-8 has its
 // bad bytes replaced by U+FFFD so that the line stays valid JSON.
 std::string to_json(const Event &event);
+// The same, appended to out.
+void append_json(std::string &out, const Event &event);
 
 class EventWriter {
 public:
@@ -49,19 +51,22 @@ public:
     bool open(const std::string &where, std::string &error);
     bool is_open() const { return stream_ != nullptr; }
     // Writes the event as one line and flushes it; a batched writer
-    // flushes at the end of an iteration, when the last flush is 100 ms
-    // old, and at flush().
+    // flushes when its last flush is flush_every_ms old, when its buffer
+    // is full, and at flush().
     void write(const Event &event);
     void flush();
-    // A load run's users write batched: a system call per iteration rather
-    // than per event, for a reader that takes them in batches anyway.
-    void set_batched(bool batched) { batched_ = batched; }
+    // A load run's users write batched: a system call every tenth of a
+    // second (or 64 KiB) rather than per event or iteration, for a reader
+    // that takes them in batches anyway. They flush before they wait.
+    void set_batched(bool batched);
+    static constexpr int64_t flush_every_ms = 100;
 
 private:
     FILE *stream_ = nullptr;
     bool owned_ = false;
     bool batched_ = false;
     int64_t flushed_ms_ = 0;
+    std::string line_;  // the line being written, its buffer kept
 };
 
 }  // namespace runner

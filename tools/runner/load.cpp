@@ -106,6 +106,7 @@ private:
     bool stopping_ = false;
     int64_t kill_at_ = 0;
     uint64_t bad_lines_ = 0;
+    Event event_;  // read_user's, reused
     FILE *events_ = nullptr;
     bool start_failed_ = false;
     Profile profile_;  // users or rate over time, from the stages
@@ -181,8 +182,8 @@ void Parent::read_user(User &user) {
     }
     user.pending.append(buf, static_cast<size_t>(n));
     size_t from = 0;
+    Event &event = event_;  // reused: its texts keep their buffers
     for (size_t nl; (nl = user.pending.find('\n', from)) != std::string::npos; from = nl + 1) {
-        Event event;
         std::string_view line = std::string_view(user.pending).substr(from, nl - from);
         if (read_event(line, event)) {
             totals_.add(event);

@@ -72,6 +72,9 @@ public:
     // sent with their iteration and transaction events (negative: not sent).
     void set_wait_ms(double ms);
 
+    // Sends the events written so far (a load run's users batch them).
+    void flush_events();
+
     // The pace the scripts asked for last (0 for none): an iteration should
     // start this long after the previous one started.
     long pace_ms() const;

@@ -76,17 +76,20 @@ void Session::State::tally(const Command *cmd, const Result &outcome) {
         if (failed_at.empty() && cmd) failed_at = where(*cmd);
     }
     if (events == nullptr || !events->is_open()) return;
-    Event e;
+    Event &e = event;  // reused: its texts keep their buffers
     e.t = epoch_ms();
     e.vu = options.vu;
     e.iter = iteration;
     static const char *const kinds[] = {"call", "check", "transaction", "iteration"};
     e.kind = kinds[static_cast<int>(outcome.kind)];
     e.name = name;
-    e.script = script ? script->file : "";
+    if (script)
+        e.script = script->file;
+    else
+        e.script.clear();
     e.line = cmd ? cmd->line : 0;
     e.ms = outcome.ms;
-    if (outcome.kind == Kind::Transaction || outcome.kind == Kind::Iteration) e.wait_ms = wait_ms;
+    e.wait_ms = outcome.kind == Kind::Transaction || outcome.kind == Kind::Iteration ? wait_ms : -1;
     e.ok = outcome.ok;
     e.has_status = outcome.has_status;
     e.status = outcome.status;
@@ -335,6 +338,10 @@ void Session::tear_down() {
     s.prefix = "";
     s.error = s.error || had_error;
     if (s.failed_at.empty()) s.failed_at = failed_before;
+}
+
+void Session::flush_events() {
+    if (state_->events) state_->events->flush();
 }
 
 void Session::set_wait_ms(double ms) { state_->wait_ms = ms; }

@@ -117,6 +117,7 @@ struct Session::State {
     std::map<std::string, OpenTransaction> transactions;
     long pace_ms = 0;
     double wait_ms = -1;  // Session::set_wait_ms
+    Event event;          // tally's, reused
 
     std::map<std::string, Timings> timings;
     std::vector<std::string> timing_order;

@@ -48,6 +48,8 @@ void run_scheduled(Session &session, SharedArrivals &arrivals, const Options &op
             while (!user_stop) sleep_until(arrivals, arrivals.now_s() + 1);
             return;
         }
+        // Events wait in the buffer while the user works, not while it idles.
+        if (due > arrivals.now_s()) session.flush_events();
         sleep_until(arrivals, due);
         if (user_stop) return;
         session.set_wait_ms(std::max(0.0, (arrivals.now_s() - due) * 1000));
