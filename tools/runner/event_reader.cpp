@@ -30,6 +30,24 @@ public:
         return i_ < s_.size() ? s_[i_] : '\0';
     }
 
+    // A key: a string without escapes (a key with one is no key of ours,
+    // and is read and passed over).
+    bool key(std::string_view &out) {
+        if (!take('"')) return false;
+        size_t start = i_;
+        while (i_ < s_.size() && s_[i_] != '"' && s_[i_] != '\\' &&
+               static_cast<unsigned char>(s_[i_]) >= 0x20)
+            ++i_;
+        if (i_ < s_.size() && s_[i_] == '"') {
+            out = s_.substr(start, i_++ - start);
+            return true;
+        }
+        i_ = start - 1;
+        thread_local std::string escaped;
+        out = "\\";  // matches none of ours
+        return string(escaped);
+    }
+
     bool string(std::string &out) {
         out.clear();
         if (!take('"')) return false;
@@ -190,9 +208,10 @@ bool read_event(std::string_view line, Event &event) {
     bool has_kind = false, has_name = false;
     if (!r.take('{')) return false;
     if (r.take('}')) return false;
-    thread_local std::string key, text;
+    thread_local std::string text;
+    std::string_view key;
     do {
-        if (!r.string(key) || !r.take(':')) return false;
+        if (!r.key(key) || !r.take(':')) return false;
         char c = r.peek();
         if (c == '"') {
             if (!r.string(text)) return false;

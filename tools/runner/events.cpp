@@ -72,28 +72,42 @@ void append_string(std::string &out, const std::string &text) {
     out += '"';
 }
 
-void append_integer(std::string &out, int64_t v) {
-    char buf[24];
-    auto end = std::to_chars(buf, buf + sizeof buf, v).ptr;
-    out.append(buf, static_cast<size_t>(end - buf));
-}
-
-// Milliseconds with three decimals, as printf's "%.3f" writes them for the
-// times a run measures; larger or odd values go through printf itself.
-void append_ms(std::string &out, double ms) {
-    if (ms >= 0 && ms < 1e12) {
-        const auto micro = static_cast<int64_t>(std::llround(ms * 1000));
-        append_integer(out, micro / 1000);
-        char frac[4] = {'.', static_cast<char>('0' + micro / 100 % 10),
-                        static_cast<char>('0' + micro / 10 % 10),
-                        static_cast<char>('0' + micro % 10)};
-        out.append(frac, 4);
-        return;
+// Pieces of a line put together in a buffer on the stack, then appended
+// in one go.
+class Piece {
+public:
+    Piece &text(const char *t) {
+        size_t n = std::strlen(t);
+        std::memcpy(at_, t, n);
+        at_ += n;
+        return *this;
     }
-    char buf[48];
-    std::snprintf(buf, sizeof buf, "%.3f", ms);
-    out += buf;
-}
+    Piece &integer(int64_t v) {
+        at_ = std::to_chars(at_, end(), v).ptr;
+        return *this;
+    }
+    // Milliseconds with three decimals, as printf's "%.3f" writes the
+    // times a run measures; larger or odd values go through printf itself.
+    Piece &ms(double ms) {
+        if (!(ms >= 0 && ms < 1e12)) {
+            at_ += std::snprintf(at_, 48, "%.3f", ms);
+            return *this;
+        }
+        const auto micro = static_cast<int64_t>(std::llround(ms * 1000));
+        integer(micro / 1000);
+        *at_++ = '.';
+        *at_++ = static_cast<char>('0' + micro / 100 % 10);
+        *at_++ = static_cast<char>('0' + micro / 10 % 10);
+        *at_++ = static_cast<char>('0' + micro % 10);
+        return *this;
+    }
+    void append_to(std::string &out) { out.append(buf_, static_cast<size_t>(at_ - buf_)); }
+
+private:
+    char *end() { return buf_ + sizeof buf_; }
+    char buf_[320];  // the longest piece is well below: numbers and keys
+    char *at_ = buf_;
+};
 
 }  // namespace
 
@@ -104,37 +118,24 @@ int64_t epoch_ms() {
 }
 
 void append_json(std::string &out, const Event &e) {
-    out += "{\"t\": ";
-    append_integer(out, e.t);
-    out += ", \"vu\": ";
-    append_integer(out, e.vu);
-    out += ", \"iter\": ";
-    append_integer(out, e.iter);
-    out += ", \"kind\": \"";
-    out += e.kind;  // one of the four, plain
-    out += "\", \"name\": ";
+    Piece head;
+    head.text("{\"t\": ").integer(e.t).text(", \"vu\": ").integer(e.vu).text(", \"iter\": ");
+    head.integer(e.iter).text(", \"kind\": \"").text(e.kind).text("\", \"name\": ");
+    head.append_to(out);
     append_string(out, e.name);
     out += ", \"script\": ";
     append_string(out, e.script);
-    out += ", \"line\": ";
-    append_integer(out, e.line);
-    out += ", \"ms\": ";
-    append_ms(out, e.ms);
-    if (e.wait_ms >= 0) {
-        out += ", \"wait\": ";
-        append_ms(out, e.wait_ms);
-    }
-    out += e.ok ? ", \"ok\": true" : ", \"ok\": false";
+    Piece tail;
+    tail.text(", \"line\": ").integer(e.line).text(", \"ms\": ").ms(e.ms);
+    if (e.wait_ms >= 0) tail.text(", \"wait\": ").ms(e.wait_ms);
+    tail.text(e.ok ? ", \"ok\": true" : ", \"ok\": false");
     if (!e.ok) {
-        if (e.has_status) {
-            out += ", \"status\": ";
-            append_integer(out, e.status);
-            out += ", \"index\": ";
-            append_integer(out, e.index);
-        }
-        out += ", \"error\": ";
-        append_string(out, e.error);
+        if (e.has_status)
+            tail.text(", \"status\": ").integer(e.status).text(", \"index\": ").integer(e.index);
+        tail.text(", \"error\": ");
     }
+    tail.append_to(out);
+    if (!e.ok) append_string(out, e.error);
     out += '}';
 }
 
