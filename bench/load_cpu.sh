@@ -8,6 +8,8 @@
 #  2. omniORB's static-stub client calling add: CPU per call;
 #  3. one runner process, no users: CPU per call when an iteration makes
 #     one call, and when it makes ten.
+# The per-call figures of 2 and 3 leave the start of the process out (a
+# run of 2n calls less a run of n); the load run's include its start.
 #
 #   bash bench/load_cpu.sh [SECONDS]     # default 10; ROUNDS=3 runs, best of each
 #
@@ -65,6 +67,15 @@ print(out)
 PY
 }
 run=(taskset -c $cpu "${ORBELLE_RUN:-$build/bin/orbelle-run}" -C "$work")
+# CPU per call of a client without its start: the difference between a run
+# of 2n calls and a run of n, divided by n.
+per_call() {  # n command... (with CALLS in its words for the count)
+    local n=$1 a b
+    shift
+    a=$(cpu_of "${@//CALLS/$n}" | sed -n 1p)
+    b=$(cpu_of "${@//CALLS/$((2 * n))}" | sed -n 1p)
+    python3 -c "import sys; print(f'{(float(sys.argv[2]) - float(sys.argv[1])) / $n * 1e6:.1f}')" "$a" "$b"
+}
 load_row=() omni_row=() one_row=() ten_row=()
 for _ in $(seq "$rounds"); do
     # shellcheck disable=SC2086
@@ -78,16 +89,12 @@ its = int(re.search(r"(\d+) iterations", text).group(1))
 print(f"{its / float(m.group(2)):.0f}:{its}:{cpu / its * 1e6:.1f}")
 PY
 )")
-    n=$((seconds * 15000))
-    out=$(cpu_of taskset -c $cpu "$build/bin/omni_stub_client" "$ior" add 0 "$n" -ORBmaxGIOPVersion 1.0)
-    omni_row+=("$(python3 -c "import sys; print(f'{float(sys.argv[1].split()[0]) / $n * 1e6:.1f}')" "$out")")
-    its=$((seconds * 2000))
+    n=$((seconds * 3000))
+    omni_row+=("$(per_call "$n" taskset -c $cpu "$build/bin/omni_stub_client" "$ior" add 0 CALLS -ORBmaxGIOPVersion 1.0)")
     # shellcheck disable=SC2086
-    out=$(cpu_of "${run[@]}" $flags --quiet --iterations "$its" one.orb)
-    one_row+=("$(python3 -c "import sys; print(f'{float(sys.argv[1].split()[0]) / $its * 1e6:.1f}')" "$out")")
+    one_row+=("$(per_call "$n" "${run[@]}" $flags --quiet --iterations CALLS one.orb)")
     # shellcheck disable=SC2086
-    out=$(cpu_of "${run[@]}" $flags --quiet --iterations "$((its / 10))" ten.orb)
-    ten_row+=("$(python3 -c "import sys; print(f'{float(sys.argv[1].split()[0]) / $its * 1e6:.1f}')" "$out")")
+    ten_row+=("$(per_call "$((n / 10))" "${run[@]}" $flags --quiet --iterations CALLS ten.orb)")
 done
 python3 - "${load_row[*]}" "${omni_row[*]}" "${one_row[*]}" "${ten_row[*]}" <<'PY'
 import sys
@@ -95,7 +102,7 @@ load = [tuple(map(float, x.split(":"))) for x in sys.argv[1].split()]
 omni, one, ten = (list(map(float, a.split())) for a in sys.argv[2:5])
 rate = max(l[0] for l in load)
 per_request = min(l[2] for l in load)
-o, a, b = min(omni), min(one), min(ten)
+o, a, b = min(omni), min(one), min(ten) / 10  # ten calls an iteration
 print(f"--users 2, iteration = bind, params, set, set, invoke add, check (best of {len(load)})")
 print(f"  {rate:8.0f} iterations/s, {per_request:6.1f} us of CPU per call (runner and users)")
 print(f"omniORB's client, add:   {o:6.1f} us of CPU per call")

@@ -120,6 +120,7 @@ public:
         if (i_ == start || i_ - start > 40) return false;
         const char *first = s_.data() + start, *last = s_.data() + i_;
         if (*first == '+') return false;  // strtod's, not JSON's
+        if (fixed_point(first, last, out)) return true;
         auto [end, error] = std::from_chars(first, last, out);
         return error == std::errc() && end == last;
     }
@@ -133,6 +134,30 @@ public:
     }
 
 private:
+    // What the writer writes: digits with up to 15 of them, a point and
+    // decimals at most; their value is the quotient of two numbers that a
+    // double holds exactly, rounded once, as from_chars would round it.
+    static bool fixed_point(const char *first, const char *last, double &out) {
+        static const double tens[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                      1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+        bool negative = *first == '-';
+        const char *p = first + negative;
+        int64_t mantissa = 0;
+        int digits = 0, decimals = -1;
+        for (; p != last; ++p) {
+            if (*p == '.' && decimals < 0) {
+                decimals = 0;
+                continue;
+            }
+            if (*p < '0' || *p > '9' || ++digits > 15) return false;
+            mantissa = mantissa * 10 + (*p - '0');
+            if (decimals >= 0) ++decimals;
+        }
+        if (digits == 0 || decimals == 0) return false;
+        out = static_cast<double>(mantissa) / tens[decimals < 0 ? 0 : decimals];
+        if (negative) out = -out;
+        return true;
+    }
     static bool is_number_char(char c) {
         return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.' || c == 'e' || c == 'E';
     }
