@@ -1,0 +1,142 @@
+// A user's life against the demo bank: bindings and their connections kept
+// across iterations, and set-up and tear-down once per user alone, under
+// --users and under --serve, counted by the server itself.
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/interop/bank/bank_fixture.h"
+#include "tests/unit/tools/run_tool.h"
+
+namespace bank {
+namespace {
+
+const char bind_line[] = "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n";
+const char echo[] = "params diag echo_long\nset a 1\nset c 2\ninvoke\n";
+
+// Occurrences of text in out.
+int count(const std::string &out, const std::string &text) {
+    int n = 0;
+    for (size_t at = 0; (at = out.find(text, at)) != std::string::npos; at += text.size()) ++n;
+    return n;
+}
+
+// Text with each run of blanks made one blank.
+std::string squashed(const std::string &text) {
+    std::string out;
+    for (char c : text)
+        if (c != ' ' || out.empty() || out.back() != ' ') out += c;
+    return out;
+}
+
+class Lifecycle : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(server_.running()) << "bank_server did not start";
+        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
+        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
+    }
+
+    // Writes the script and runs orbelle-run on it with args; its exit
+    // status, and its output with runs of blanks made one.
+    int run(const std::string &args, const std::string &script, std::string &out) {
+        std::ofstream(dir_.path() + "/s.orb") << script;
+        int status = testsupport::run_runner("-C " + dir_.path() + " " + args + " s.orb", out);
+        out = squashed(out);
+        return status;
+    }
+
+    // The server's count of the requests it has served, this question
+    // included (read from the failed check's message).
+    long served() {
+        std::string out;
+        run("",
+            std::string(bind_line) + "params diag requests_served\ninvoke\n" +
+                "check ^requests_served < 0\n",
+            out);
+        size_t at = out.find("got '");
+        return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
+    }
+
+    testsupport::TempDir dir_;
+    BankServer server_{dir_.path()};
+};
+
+TEST_F(Lifecycle, BindingsAndTheirConnectionsAreKeptUnlessArgumentsChangeOrFreshIsAsked) {
+    struct Case {
+        const char *flags;
+        const char *bind;
+        int connects, kept, binds;
+    } cases[] = {
+        {"", bind_line, 1, 2, 1},
+        {"--fresh-binds", bind_line, 3, 0, 3},
+        {"", "bind diag IDL:Banking/Diagnostics:1.0 d${ITERATION} IOR ${DIAG_IOR}\n", 3, 0, 3},
+        {"--fresh-binds", "bind once diag IDL:Banking/Diagnostics:1.0 d IOR ${DIAG_IOR}\n", 1, 0,
+         1},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.flags) + " " + c.bind);
+        std::string out;
+        EXPECT_EQ(run(std::string(c.flags) + " --iterations 3", std::string(c.bind) + echo, out), 0)
+            << out;
+        EXPECT_EQ(count(out, "connected to 127.0.0.1:"), c.connects) << out;
+        EXPECT_EQ(count(out, "kept: bound so already, nothing sent"), c.kept) << out;
+        EXPECT_EQ(count(out, "\nbind diag " + std::to_string(c.binds) + " 0 "), 1) << out;
+        // The library built the list once; the other two were copies.
+        EXPECT_EQ(count(out, "\nparams echo_long 1 0 "), 1) << out;
+    }
+}
+
+// Set-up and tear-down run once per user in every mode; their calls are
+// named apart and are not requests of the iterations. A set-up that fails
+// keeps its user from iterating and is reported once.
+TEST_F(Lifecycle, SetUpAndTearDownRunOncePerUserInEveryMode) {
+    std::ofstream(dir_.path() + "/two.txt") << "run\nrun\n";
+    const std::string serve = "--serve --events - <" + dir_.path() + "/two.txt";
+    struct Case {
+        std::string args;
+        const char *setup_check;
+        int status;
+        long requests;  // that the server serves
+        std::vector<std::string> seen;
+    } cases[] = {
+        {"--users 2 --iterations 3",
+         "1",
+         0,
+         10,
+         {"\nsetup: invoke echo_long twoway 2 0 ", "\ninvoke echo_long twoway 6 0 ",
+          "\nteardown: invoke echo_long twoway 2 0 ", "\nall requests 6 0 "}},
+        {"--users 2 --iterations 3",
+         "7",
+         1,
+         2,
+         {"\nsetup: check ^echo_long 2 2",
+          "user 1: the set-up failed at s.orb:7; it ran no iteration",
+          "user 2: the set-up failed at s.orb:7; it ran no iteration"}},
+        {serve,
+         "1",
+         0,
+         4,
+         {"\"iter\": 0, \"kind\": \"call\", \"name\": \"setup: invoke echo_long twoway\"",
+          "\"iter\": 2, \"kind\": \"iteration\"",
+          "\"iter\": 0, \"kind\": \"call\", \"name\": \"teardown: invoke echo_long twoway\""}},
+        {serve, "7", 1, 1, {"\"error\": \"the set-up failed at s.orb:7\""}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.args + ", set-up check " + c.setup_check);
+        long before = served();
+        std::string out;
+        EXPECT_EQ(run(c.args,
+                      std::string("setup\n") + bind_line + echo + "check ^echo_long " +
+                          c.setup_check + "\niteration\n" + echo + "teardown\n" + echo,
+                      out),
+                  c.status)
+            << out;
+        EXPECT_EQ(served() - before - 1, c.requests) << out;
+        for (const std::string &text : c.seen)
+            EXPECT_EQ(count(out, text), 1) << text << "\n" << out;
+    }
+}
+
+}  // namespace
+}  // namespace bank
