@@ -20,6 +20,7 @@
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
+using testsupport::read_file;
 using testsupport::TempDir;
 
 // A row of the table: times are min, p50, p90, p95, p99 and max.
@@ -91,13 +92,6 @@ RunReport sample_run(int seconds) {
         run.history.push_back(row);
     }
     return run;
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 std::string write_page(const RunReport &run, const std::string &path = "report.html") {
