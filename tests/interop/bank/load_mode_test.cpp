@@ -143,17 +143,11 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     // The report of the run opens in a real browser with its charts drawn
     // (skipped where chromium is not installed).
     std::string check;
-    FILE *p = popen(("bash " ORBELLE_SOURCE_DIR "/tests/browser/check_report.sh " + dir_.path() +
-                     "/report.html 2>&1")
-                        .c_str(),
-                    "r");
-    ASSERT_NE(p, nullptr);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) check.append(buf, n);
-    int checked = pclose(p);
-    if (WIFEXITED(checked) && WEXITSTATUS(checked) == 77) GTEST_SKIP() << check;
-    EXPECT_TRUE(WIFEXITED(checked) && WEXITSTATUS(checked) == 0) << check;
+    int checked = testsupport::run_command(
+        "bash " ORBELLE_SOURCE_DIR "/tests/browser/check_report.sh " + dir_.path() + "/report.html",
+        check);
+    if (checked == 77) GTEST_SKIP() << check;
+    EXPECT_EQ(checked, 0) << check;
 }
 
 TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {

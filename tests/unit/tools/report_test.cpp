@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/support.h"
+#include "tests/unit/tools/run_tool.h"
 
 #ifndef _WIN32
 #include <sys/wait.h>
@@ -270,15 +271,8 @@ TEST(ReportHtml, AFailedWriteSaysWhereAndWhy) {
 #ifndef _WIN32
 // Runs the browser check on a report; its exit status, its output in output.
 int check_report(const std::string &report, std::string &output) {
-    const std::string command =
-        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report + " 2>&1";
-    FILE *p = popen(command.c_str(), "r");
-    if (!p) return -1;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) output.append(buffer, n);
-    const int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return testsupport::run_command(
+        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report, output);
 }
 
 constexpr int kSkipped = 77;  // the check's status when chromium is absent
