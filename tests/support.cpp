@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 
@@ -25,6 +26,11 @@ int unsetenv(const char *name) {
 extern "C" int32_t _iiop_entry(iiop_record *record);
 
 namespace testsupport {
+
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 hostkit::Host linked_host() {
     hostkit::Host host(&_iiop_entry);

@@ -19,6 +19,9 @@ namespace testsupport {
 // captured lines cleared.
 hostkit::Host linked_host();
 
+// The whole content of a file, empty if it cannot be read.
+std::string read_file(const std::string &path);
+
 // Path of a file under tests/data.
 std::string data_path(const std::string &relative);
 

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "tests/interop/bank/bank_fixture.h"
+#include "tests/unit/tools/run_tool.h"
 
 namespace bank {
 namespace {
@@ -44,15 +45,9 @@ TEST_F(DemoScripts, RunWithoutFailure) {
     std::string command = std::string(ORBELLE_RUNNER_PATH) + " -C " + dir_.path() +
                           " scripts/01-binding.orb scripts/02-accounts.orb"
                           " scripts/03-transfers.orb scripts/04-deferred.orb"
-                          " scripts/05-values.orb scripts/06-load.orb 2>&1";
-    FILE *p = popen(command.c_str(), "r");
-    ASSERT_NE(p, nullptr);
+                          " scripts/05-values.orb scripts/06-load.orb";
     std::string out;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-    int status = pclose(p);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
+    EXPECT_EQ(testsupport::run_command(command, out), 0) << out;
     EXPECT_EQ(out.find("FAILED"), std::string::npos) << out;
     // Each script ends with its summary.
     size_t summaries = 0;
@@ -62,17 +57,6 @@ TEST_F(DemoScripts, RunWithoutFailure) {
     EXPECT_EQ(summaries, 6u) << out;
 }
 
-// What a program prints (standard error too) and its exit status.
-int output_of(const std::string &command, std::string &out) {
-    FILE *p = popen((command + " 2>&1").c_str(), "r");
-    if (p == nullptr) return -1;
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-    int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(DemoCheck, ScriptsAndTheSkeletonOfEveryInterfacePassTheCheck) {
     testsupport::TempDir dir;
     const std::string runner = std::string(ORBELLE_RUNNER_PATH) + " -C " ORBELLE_DEMO_DIR " ";
@@ -80,18 +64,20 @@ TEST(DemoCheck, ScriptsAndTheSkeletonOfEveryInterfacePassTheCheck) {
     setenv("NS_PORT", "2809", 1);
     setenv("AGENT_PORT", "14000", 1);
     std::string out;
-    EXPECT_EQ(output_of(runner + "--check scripts/01-binding.orb scripts/02-accounts.orb"
-                                 " scripts/03-transfers.orb scripts/04-deferred.orb"
-                                 " scripts/05-values.orb scripts/06-load.orb",
-                        out),
-              0);
+    EXPECT_EQ(
+        testsupport::run_command(runner + "--check scripts/01-binding.orb scripts/02-accounts.orb"
+                                          " scripts/03-transfers.orb scripts/04-deferred.orb"
+                                          " scripts/05-values.orb scripts/06-load.orb",
+                                 out),
+        0);
     EXPECT_EQ(out, "OK\n");
     for (const char *id : {"IDL:Banking/Bank:1.0", "IDL:Banking/Account:1.0",
                            "IDL:Banking/SavingsAccount:1.0", "IDL:Banking/Diagnostics:1.0"}) {
         std::string file = dir.path() + "/skeleton.orb";
         out.clear();
-        ASSERT_EQ(output_of(runner + "--skeleton " + id + " >" + file, out), 0) << id << out;
-        EXPECT_EQ(output_of(runner + "--check " + file, out), 0) << id;
+        ASSERT_EQ(testsupport::run_command(runner + "--skeleton " + id + " >" + file, out), 0)
+            << id << out;
+        EXPECT_EQ(testsupport::run_command(runner + "--check " + file, out), 0) << id;
         EXPECT_EQ(out, "OK\n") << id;
     }
 }

@@ -18,15 +18,9 @@
 
 namespace bank {
 namespace {
+using testsupport::read_file;
 
 using Clock = std::chrono::steady_clock;
-
-std::string read_all(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 // Runner processes whose command line holds text (the users of a run are
 // forks of the runner, with its command line).
@@ -37,8 +31,8 @@ int processes_with(const std::string &text) {
     while (dirent *entry = readdir(proc)) {
         std::string pid = entry->d_name;
         if (pid.find_first_not_of("0123456789") != std::string::npos) continue;
-        std::string cmdline = read_all("/proc/" + pid + "/cmdline");
-        std::string state = read_all("/proc/" + pid + "/stat");
+        std::string cmdline = read_file("/proc/" + pid + "/cmdline");
+        std::string state = read_file("/proc/" + pid + "/stat");
         size_t paren = state.rfind(')');
         bool zombie =
             paren != std::string::npos && state.size() > paren + 2 && state[paren + 2] == 'Z';
@@ -131,11 +125,11 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     EXPECT_NE(out.find(", 20 failures, 20 iterations"), std::string::npos) << out;
 
     // The CSV holds the summary's rows, and the history adds up to them.
-    std::string stats = read_all(dir_.path() + "/run_stats.csv");
+    std::string stats = read_file(dir_.path() + "/run_stats.csv");
     EXPECT_NE(stats.find("\nall requests,all,80,20,"), std::string::npos) << stats;
     EXPECT_NE(stats.find("\ninvoke echo_long twoway,call,20,0,"), std::string::npos) << stats;
     EXPECT_NE(stats.find("\ncheck ^echo_long,check,20,0,"), std::string::npos) << stats;
-    std::istringstream history(read_all(dir_.path() + "/run_history.csv"));
+    std::istringstream history(read_file(dir_.path() + "/run_history.csv"));
     std::string line;
     long total = 0;
     std::getline(history, line);
@@ -149,17 +143,11 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     // The report of the run opens in a real browser with its charts drawn
     // (skipped where chromium is not installed).
     std::string check;
-    FILE *p = popen(("bash " ORBELLE_SOURCE_DIR "/tests/browser/check_report.sh " + dir_.path() +
-                     "/report.html 2>&1")
-                        .c_str(),
-                    "r");
-    ASSERT_NE(p, nullptr);
-    char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) check.append(buf, n);
-    int checked = pclose(p);
-    if (WIFEXITED(checked) && WEXITSTATUS(checked) == 77) GTEST_SKIP() << check;
-    EXPECT_TRUE(WIFEXITED(checked) && WEXITSTATUS(checked) == 0) << check;
+    int checked = testsupport::run_command(
+        "bash " ORBELLE_SOURCE_DIR "/tests/browser/check_report.sh " + dir_.path() + "/report.html",
+        check);
+    if (checked == 77) GTEST_SKIP() << check;
+    EXPECT_EQ(checked, 0) << check;
 }
 
 TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
@@ -171,7 +159,7 @@ TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
     ASSERT_GT(pid, 0);
     // All five started once the progress shows them.
     auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (read_all(dir_.path() + "/out.txt").find("users 5/5") == std::string::npos &&
+    while (read_file(dir_.path() + "/out.txt").find("users 5/5") == std::string::npos &&
            Clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(processes_with(dir_.path()), 6);
@@ -180,12 +168,12 @@ TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
     int status = 0;
     waitpid(pid, &status, 0);
     double seconds = std::chrono::duration<double>(Clock::now() - stop).count();
-    std::string out = read_all(dir_.path() + "/out.txt");
+    std::string out = read_file(dir_.path() + "/out.txt");
     EXPECT_LT(seconds, 3.0) << out;
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
     EXPECT_NE(out.find("stopping every user"), std::string::npos) << out;
     EXPECT_NE(out.find("OK: 5 requests"), std::string::npos) << out;
-    EXPECT_NE(read_all(dir_.path() + "/run_stats.csv").find("all requests,all,5,0"),
+    EXPECT_NE(read_file(dir_.path() + "/run_stats.csv").find("all requests,all,5,0"),
               std::string::npos);
     EXPECT_EQ(processes_with(dir_.path()), 0);
 }
@@ -253,7 +241,7 @@ TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
               0)
         << out;
     EXPECT_NE(out.find("'bogus' is not a request"), std::string::npos) << out;
-    std::string events = read_all(dir_.path() + "/events.jsonl");
+    std::string events = read_file(dir_.path() + "/events.jsonl");
     // Iteration 1: fail(1) raises a user exception; iteration 2 finds no
     // row left, says so and ends the user before the third run line.
     EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"call\", \"name\": \"invoke fail twoway\""),

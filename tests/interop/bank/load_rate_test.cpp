@@ -16,13 +16,7 @@
 
 namespace bank {
 namespace {
-
-std::string read_all(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
+using testsupport::read_file;
 
 // The cells of a stats file's row by column name; names hold no comma here.
 std::map<std::string, std::string> stats_row(const std::string &csv, const std::string &name) {
@@ -67,7 +61,7 @@ protected:
     }
 
     std::string stats(const std::string &prefix) {
-        return read_all(dir_.path() + "/" + prefix + "_stats.csv");
+        return read_file(dir_.path() + "/" + prefix + "_stats.csv");
     }
 
     testsupport::TempDir dir_;
@@ -142,7 +136,7 @@ TEST_F(LoadRate, StagesRampTheUsersOrTheRate) {
     // Closed: up to 3 users in a second, 3 for a second, down to none in 2 s.
     std::string out;
     EXPECT_EQ(run("--stages 1s:3,1s:3,2s:0 --csv closed slow.orb", out), 0) << out;
-    auto closed = users_and_targets(read_all(dir_.path() + "/closed_history.csv"));
+    auto closed = users_and_targets(read_file(dir_.path() + "/closed_history.csv"));
     ASSERT_GE(closed.size(), 3u) << out;
     EXPECT_EQ(closed[1].first, 3) << out;        // all three during the hold
     EXPECT_LT(closed.back().first, 3) << out;    // and going in the last stage
@@ -151,7 +145,7 @@ TEST_F(LoadRate, StagesRampTheUsersOrTheRate) {
     // Open: the rate from 10 up to 50 a second over 2 s, then held for 1 s.
     std::string open;
     EXPECT_EQ(run("--users 4 --rate 10 --stages 2s:50,1s:50 --csv open slow.orb", open), 0) << open;
-    auto targets = users_and_targets(read_all(dir_.path() + "/open_history.csv"));
+    auto targets = users_and_targets(read_file(dir_.path() + "/open_history.csv"));
     ASSERT_GE(targets.size(), 3u) << open;
     EXPECT_NEAR(targets[0].second, 30, 1) << open;  // at the end of the first second
     EXPECT_NEAR(targets[2].second, 50, 1) << open;

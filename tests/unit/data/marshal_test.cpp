@@ -209,26 +209,6 @@ TEST_F(MarshalTest, PrimitiveWireForms) {
     EXPECT_EQ(w, le.structure("IDL:S:1.0", {{"a", le.simple(tk_long)}}));
 }
 
-TEST_F(MarshalTest, TypeCodesReadFromTheWire) {
-    Bytes wire = Enc(false, false)
-                     .ulong(tk_string)
-                     .ulong(0)
-                     .ulong(tk_string)
-                     .ulong(5)
-                     .ulong(tk_long)
-                     .bytes();
-    CDR &s = input(wire, false);
-    TypeCode *t[3] = {nullptr, nullptr, nullptr};
-    for (auto &p : t) ASSERT_EQ(decoder(tc_TypeCode(), &p, nullptr, &s, env), 1);
-    EXPECT_EQ(t[0], tc_string());
-    EXPECT_NE(t[1], tc_string());
-    EXPECT_EQ(t[1]->length, 5u);
-    EXPECT_EQ(t[1]->owned, 1u);
-    EXPECT_EQ(t[2], tc_long());
-    EXPECT_EQ(s.space_left, 0u);
-    TypeCode::release(t[1]);
-}
-
 TEST_F(MarshalTest, AnysHoldingAnys) {
     // any(any(any(long 42))), then an any of tk_null.
     Enc e(false, false);

@@ -159,45 +159,6 @@ TEST_F(TypeCodeTest, CountingAndCopiedBuffers) {
     EXPECT_STREQ(copied.repositoryId(env), "IDL:X:1.0");
 }
 
-TEST_F(TypeCodeTest, WalksVisitMembersAtTheirOffsets) {
-    Held s(t.structure("IDL:S:1.0", {{"c", t.simple(tk_char)},
-                                     {"d", t.simple(tk_double)},
-                                     {"q", t.sequence(t.simple(tk_long))}}));
-    alignas(8) unsigned char value[64] = {0};
-    auto v = walk(s.get(), value, value);
-    ASSERT_EQ(v.size(), 3u);
-    EXPECT_EQ(v[1].kind, tk_double);
-    EXPECT_EQ(v[1].offset, 8);
-    EXPECT_EQ(v[2].offset, 16);
-
-    // Discriminator short; default is member 0; labels 1 and 2.
-    Held u(t.union_of(t.simple(tk_short), tk_short, 0,
-                      {{1, t.simple(tk_double)}, {2, t.simple(tk_long)}}));
-    Held no_default(t.union_of(t.simple(tk_short), tk_short, -1, {{1, t.simple(tk_long)}}));
-    auto walk_union = [&](TypeCode *tc, int16_t disc) {
-        std::memcpy(value, &disc, 2);
-        return walk(tc, value, value);
-    };
-    v = walk_union(u.get(), 2);  // a later label matches: the default is ignored
-    ASSERT_EQ(v.size(), 2u);
-    EXPECT_EQ(v[0].kind, tk_short);
-    EXPECT_EQ(v[1].kind, tk_long);
-    EXPECT_EQ(v[1].offset, 8);   // discriminator part aligned to the double
-    v = walk_union(u.get(), 9);  // no label: the default member
-    ASSERT_EQ(v.size(), 2u);
-    EXPECT_EQ(v[1].kind, tk_double);
-    EXPECT_EQ(walk_union(no_default.get(), 7).size(), 1u);  // only the discriminator
-
-    Held seq(t.sequence(t.simple(tk_long)));
-    SequenceRecord rec{0, 0, nullptr};
-    EXPECT_TRUE(walk(seq.get(), &rec, nullptr).empty());
-    int32_t elements[3] = {1, 2, 3};
-    rec = SequenceRecord{3, 3, elements};
-    v = walk(seq.get(), &rec, elements);
-    ASSERT_EQ(v.size(), 3u);
-    EXPECT_EQ(v[2].offset, 8);
-}
-
 TEST_F(TypeCodeTest, LabelMatchesByDiscriminatorWidth) {
     alignas(4) unsigned char label[8] = {1, 1, 0, 0, 1, 0, 0, 0};  // order, octet label, long label
     uint32_t word_true = 1, word_false = 0;

@@ -25,12 +25,6 @@ const std::string down_ior = peer::ior_text(peer::ior_bytes("IDL:A:1.0", "127.0.
 char *const untouched = reinterpret_cast<char *>(0x1234);
 using lines = std::vector<std::string>;
 
-std::string hex(const void *p) {
-    char text[32];
-    std::snprintf(text, sizeof text, PTR_FMT, ptrv(p));
-    return text;
-}
-
 struct Bind : ::testing::Test {
     Bind() : host(testsupport::linked_host()) { set_debug_level(1); }
     ~Bind() override {
@@ -89,54 +83,6 @@ struct Bind : ::testing::Test {
     std::string bound_modus, status_text;
     int32_t index = 0;
 };
-
-TEST_F(Bind, FirstBindSetsUpOnceAndAWellFormedReferenceBindsWithoutContactingItsServer) {
-    ASSERT_EQ(bind("IOR", down_ior.c_str()), IIOP_OK);
-    EXPECT_EQ(
-        bind_lines(),
-        (lines{"_iiop_bind:  calling inittypecodes...\n", "_iiop_bind:  creating orb_ptr...\n",
-               "get_ior:  IOR modus\n", "attempt_to_bind: string_to_object(\"" + down_ior + "\")\n",
-               "attempt_to_bind:  success, returning objref " + hex(handle()) + "\n"}));
-    EXPECT_EQ(bound_modus, "IOR");
-    EXPECT_EQ(status_text, "untouched");
-    EXPECT_EQ(client_list, nullptr);
-    objref *first = handle();
-    ASSERT_EQ(bind("IOR", down_ior.c_str()), IIOP_OK);
-    EXPECT_EQ(bind_lines().front(), "get_ior:  IOR modus\n");
-    EXPECT_NE(handle(), first);  // each bind makes its own handle
-}
-
-TEST_F(Bind, AlternativesAreTrimmedTriedInOrderAndFallBackToTheIorOnlyWithoutAnIorKind) {
-    dir.write(" a b ", "IDL:A:1.0," + down + "\n");
-    dir.write("empty", "");
-    ASSERT_EQ(bind(" FILE(none) |  | IOR(x) |  FILE( a b ) ", "IOR:zz"), IIOP_OK);
-    EXPECT_EQ(bound_modus, "FILE( a b )");
-    EXPECT_TRUE(printed("MC_8_6_8: unknown binding alternative '  ' is ignored"));
-    EXPECT_FALSE(printed("_iiop_bind:  done"));  // not after the last alternative
-    ASSERT_EQ(bind("IOR | FILE( a b )", down.c_str()), IIOP_OK);
-    EXPECT_EQ(bound_modus, "IOR");
-    EXPECT_EQ(hostkit::printed().back(), "_iiop_bind:  done\n");
-    EXPECT_FALSE(printed("findiorinfile"));
-    ASSERT_EQ(bind("FILE(empty)", down.c_str()), IIOP_OK);
-    EXPECT_EQ(bound_modus, "IOR");
-
-    using alternatives_and_ior = std::pair<const char *, const char *>;
-    for (auto [modus, ior] :
-         {alternatives_and_ior{"IOR", nullptr}, {"ior(x) | FILE(empty)", "IOR:zz"}}) {
-        EXPECT_EQ(bind(modus, ior), 3) << modus;
-        EXPECT_EQ(record.u.bind.objref, nullptr);
-        EXPECT_EQ(record.exception_index, 2);
-        EXPECT_EQ(status_text,
-                  "MC_8_6_1: could not bind: no binding alternative yielded an object reference");
-        EXPECT_EQ(hostkit::allocation_sizes().back(), 132u);
-        lines tail = bind_lines();
-        tail.erase(tail.begin(), tail.end() - 4);
-        EXPECT_EQ(tail, (lines{"attempt_to_bind: string_to_object(\"\")\n",
-                               "attempt_to_bind: object does not exist or bad IOR\n",
-                               "_iiop_bind:  SEVERE ERROR -- Unable to bind with any modi\n",
-                               "_iiop_bind:  return\n"}));
-    }
-}
 
 TEST_F(Bind, HostileModusAndReferenceTextsFailOrBindWithoutHarm) {
     std::string many;

@@ -191,52 +191,6 @@ TEST_F(Invoke, ALongRunGoesOutInBlocksAsRecordByRecord) {
     EXPECT_EQ(eighth, 77u);
 }
 
-// The Reply's reading passes over the runs of in records that went out as
-// words. More runs than are noted, a run with an in-out record inside, and a
-// Request built twice (after a forward) must all read as record by record.
-TEST_F(Invoke, RunsOfInRecordsArePassedOverOnlyWhereTheReplyHoldsNothingForThem) {
-    std::vector<std::string> got[2];
-    for (int level : {1, 0}) {
-        set_debug_level(level);
-        peer::ScriptedPeer first, second;
-        // A run with an in-out record inside and an out record after it,
-        // then twelve runs of in records with an out record behind each.
-        auto reply = [](peer::Writer &w) {
-            w.ulong(7).ulong(8);
-            for (uint32_t k = 0; k < 12; ++k) w.ulong(100 + k);
-        };
-        second.accept().read_message().send_for(answer(reply));
-        second.start();
-        uint16_t there = second.port();
-        first.accept().read_message().send_for(
-            answer([there](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", there, "there"); }, 3));
-        first.start();
-        Parms p;
-        p.add(PARM_IN, 3, "m0", "1");
-        p.add(PARM_INOUT, 3, "m1", "2");
-        p.add(PARM_IN, 3, "m2", "3");
-        p.add(PARM_OUT, 3, "z", nullptr);
-        for (int k = 0; k < 12; ++k) {
-            for (int i = 0; i <= k; ++i)
-                p.add(PARM_IN, 3, ("a" + std::to_string(k) + "[" + std::to_string(i) + "]").c_str(),
-                      std::to_string(k * 10 + i).c_str());
-            p.add(PARM_OUT, k % 2 == 0 ? 3 : 5, ("r" + std::to_string(k)).c_str(), "old");
-        }
-        ASSERT_EQ(invoke(request(bind(first.port()), IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
-        ASSERT_TRUE(first.wait());
-        ASSERT_TRUE(second.wait());
-        EXPECT_EQ(args_of(first.messages()[0]), args_of(second.messages()[0]));
-        for (ScriptParm *q = p.head; q != nullptr; q = q->next)
-            got[level].push_back(std::string(q->name) + "=" + (q->strval ? q->strval : "(null)"));
-        EXPECT_STREQ(p.value("r0"), "100");
-        EXPECT_STREQ(p.value("r11"), "111");
-        EXPECT_STREQ(p.value("m1"), "7");
-        EXPECT_STREQ(p.value("z"), "8");
-    }
-    set_debug_level(0);
-    EXPECT_EQ(got[0], got[1]);
-}
-
 TEST_F(Invoke, EmptyAndOutOnlyListsSendNoBodyAndUnknownTypesSendNothing) {
     Parms empty, out_only, bad;
     out_only.add(PARM_OUT, 3, "r", nullptr);

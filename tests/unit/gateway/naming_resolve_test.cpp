@@ -28,34 +28,6 @@ struct NamingResolve : road::Road {
     std::string bound_modus;
 };
 
-TEST_F(NamingResolve, TheNamingServicesAnswerBecomesTheBoundReference) {
-    peer::ScriptedPeer ns;
-    ns.accept().read_message().send_for(
-        road::answer([](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", 4321, "found"); }));
-    ns.start();
-    objref *obj = bind_by(naming(ns), "");
-    ASSERT_NE(obj, nullptr);
-    EXPECT_EQ(obj->data->profile.port, 4321);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(obj->data->profile.object_key.buffer),
-                          obj->data->profile.object_key.length),
-              "found");
-    EXPECT_EQ(bound_modus, naming(ns));
-    ASSERT_TRUE(ns.wait());
-    peer::Request sent = peer::parse_request(ns.messages()[0]);
-    EXPECT_EQ(sent.operation, "resolve");
-    EXPECT_EQ(sent.key, "NameService");
-    // Padding keeps whatever the stream's memory held; blank it before comparing.
-    peer::Writer name(true, sent.args_offset);
-    name.ulong(1).string("teller");
-    size_t padding = name.bytes().size();
-    name.align(4);
-    size_t padded = name.bytes().size();
-    name.string("");
-    std::string got = road::args_of(ns.messages()[0]);
-    for (size_t at = padding; at < padded && at < got.size(); ++at) got[at] = 0;
-    EXPECT_EQ(got, name.bytes());
-}
-
 TEST_F(NamingResolve, ANamingServiceThatFailsGivesWayToTheNextAlternative) {
     peer::ScriptedPeer refusing, closing;
     // NotFound is a user exception, unknown to scripts.

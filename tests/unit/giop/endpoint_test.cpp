@@ -44,27 +44,6 @@ TEST(Endpoint, IdleConnectionsAreReusedBusyAndDeadOnesPassedOver) {
     EXPECT_EQ(last_connect_port, p.port());
 }
 
-TEST(Endpoint, RunStateIsSetAroundEveryConnectOnly) {
-    giop_test::install_keeping_host();
-    peer::ScriptedPeer p;
-    p.accept().wait_forever();
-    p.start();
-    Environment env;
-    HarnixTestReset();
-    HarnixRunStateSet(5);
-    client_endpoint *e = lookup("127.0.0.1", p.port(), env);
-    ASSERT_NE(e, nullptr);
-    release_endpoint(e);
-    EXPECT_EQ(lookup("127.0.0.1", p.port(), env), e);
-    EXPECT_EQ(lookup("127.0.0.1", peer::closed_port(), env), nullptr);
-    int32_t states[8];
-    ASSERT_EQ(HarnixTestRunStates(states, 8), 5);
-    EXPECT_EQ(states[1], 0x11);
-    EXPECT_EQ(states[2], 5);
-    EXPECT_EQ(states[3], 0x11);
-    EXPECT_EQ(states[4], 5);
-}
-
 TEST(Endpoint, ConnectAndNameFailuresRaiseTheirExceptions) {
     uint16_t closed = peer::closed_port();
     Environment env;

@@ -23,38 +23,6 @@ std::string shape(PirTypNod *t) {
 }
 }  // namespace
 
-TEST(PirCsvFile, WorkedExampleParsesToTheDescribedTree) {
-    Tree ifc(PirReadInterfaceFile(testsupport::data_path("idl/Bank-Teller-Account.csv").c_str()));
-    ASSERT_EQ(ifc->children.size(), 3u);
-    auto *att = dynamic_cast<PirAttNod *>(ifc->children[0]);
-    auto *balance = dynamic_cast<PirOprNod *>(ifc->children[1]);
-    auto *transfer = dynamic_cast<PirOprNod *>(ifc->children[2]);
-    ASSERT_TRUE(att && balance && transfer);
-    EXPECT_EQ(att->attId + att->attNam + std::to_string(att->attMod), "a1owner1");
-    EXPECT_EQ(shape(type_of(att)), "18 '' 0 0 0");
-    EXPECT_EQ(balance->oprId + balance->oprNam + std::to_string(balance->oprMod), "o1balance0");
-    EXPECT_EQ(shape(type_of(balance->children.at(0))), "7 '' 0 0 0");
-    EXPECT_EQ(transfer->oprNam + std::to_string(transfer->oprMod), "transfer1");
-    ASSERT_EQ(transfer->children.size(), 3u);
-    EXPECT_EQ(transfer->children[0]->kind, pirResKind);
-    EXPECT_EQ(shape(type_of(transfer->children[0])), "1 '' 0 0 0");
-    auto *to = dynamic_cast<PirParNod *>(transfer->children[1]);
-    auto *choice = dynamic_cast<PirParNod *>(transfer->children[2]);
-    ASSERT_TRUE(to && choice);
-    EXPECT_EQ(to->parNam + std::to_string(to->parDir), "to0");
-    EXPECT_EQ(shape(type_of(to)), "15 '' 2 0 2");
-    EXPECT_EQ(shape(type_of(type_of(to), 0)), "18 'bank' 0 0 0");
-    EXPECT_EQ(shape(type_of(type_of(to), 1)), "3 'branch' 0 0 0");
-    EXPECT_EQ(choice->parNam + std::to_string(choice->parDir), "choice1");
-    PirTypNod *un = type_of(choice);
-    EXPECT_EQ(shape(un), "16 '' 2 0 3");
-    EXPECT_EQ(shape(type_of(un, 0)), "3 '^discriminator' 0 0 0");
-    EXPECT_EQ(shape(type_of(un, 1)), "2 'a' 0 0 0");
-    EXPECT_EQ(shape(type_of(un, 2)), "19 'b' 0 10 1");
-    EXPECT_EQ(shape(type_of(type_of(un, 2))), "10 '' 0 0 0");
-    for (PirNod *c : ifc->children) EXPECT_EQ(c->parent, ifc.get());
-}
-
 TEST(PirCsvFile, TokeniserJoinsAtCommentsAndCommasAndSplitsAtWhiteSpace) {
     using V = std::vector<std::string>;
     EXPECT_EQ(tokens_of("ab#x\ncd normal#x\nres"), (V{"abcd", "normalres"}));

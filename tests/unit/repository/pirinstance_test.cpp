@@ -40,27 +40,6 @@ private:
 };
 }  // namespace
 
-TEST(PirCreateInstance, UnionWalkMakesTheCallsOfTheWorkedExample) {
-    Tree ifc(PirReadInterfaceFile(testsupport::data_path("idl/Bank-Teller-Account.csv").c_str()));
-    PirParNod *to = PirGetFirstParameter(PirGetOperation(ifc.get(), "transfer"));
-    Recorder rec;
-    rec.member = 1;
-    rec.lengths["choice:b^length"] = 2;
-    PirFreeInstance(PirCreateInstance(PirGetParameterType(to), &rec));
-    PirFreeInstance(PirCreateInstance(PirGetParameterType(PirGetNextParameter(to)), &rec));
-    EXPECT_EQ(rec.calls, (std::vector<std::string>{
-                             "NP 18 15 0 to.bank to.bank  0",
-                             "NP 3 15 0 to.branch to.branch  1",
-                             "NU 16 0 0 choice choice  0",
-                             "NP 3 16 1 choice^discriminator choice^discriminator  0",
-                             "NUD 16 0 0 choice choice choice^discriminator 0",
-                             "NS 19 16 0 choice:b choice:b  1",
-                             "NSL 19 16 0 choice:b choice:b choice:b^length 1",
-                             "NP 10 19 0 choice:b[] choice:b[0]  0",
-                             "NP 10 19 0 choice:b[] choice:b[1]  1",
-                         }));
-}
-
 TEST(PirCreateInstance, InstancesMirrorTheValueAndAreReleasedOnFailure) {
     Tree ifc = parse_text(
         "opr o x normal res . void par in s . sequence 3 . struct 2 a long b array 2 . short "

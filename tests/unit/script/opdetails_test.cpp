@@ -47,18 +47,6 @@ protected:
 };
 }  // namespace
 
-TEST_F(OperationDetails, SequenceLengthFromPlistExpandsTheList) {
-    EXPECT_EQ(parms("op"),
-              (Recs{"^op 2 3 0 -", "a^length 1 3 19 0", "b.c 2 2 15 -", "b.d 2 8 15 -"}));
-    EXPECT_TRUE(hostkit::printed_contains("getseqlen:  ERROR -- sequence 'a' not in script plist"));
-    hostkit::Plist plist;
-    plist.set("a^length", "2");
-    EXPECT_EQ(parms("op", &plist), (Recs{"^op 2 3 0 -", "a^length 1 3 19 2", "a[0] 1 18 19 -",
-                                         "a[1] 1 18 19 -", "b.c 2 2 15 -", "b.d 2 8 15 -"}));
-    EXPECT_TRUE(hostkit::printed_contains("GetOpDetails:  found operation 'op'"));
-    EXPECT_TRUE(parms("nothing").empty());
-}
-
 TEST_F(OperationDetails, EveryShapeOfNameIsComposed) {
     hostkit::Plist plist;
     for (const char *name : {"p^length", "p[0].m^length", "^rseq^length", "^rseqstruct^length",

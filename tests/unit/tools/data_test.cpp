@@ -13,40 +13,6 @@ namespace {
 using runner::CsvTable;
 using Rows = std::vector<std::vector<std::string>>;
 
-TEST(RunnerCsv, ReadsQuotedFieldsMarksAndLineEnds) {
-    struct Case {
-        const char *what;
-        std::string text;
-        std::vector<std::string> columns;
-        Rows rows;
-    };
-    const std::vector<Case> cases = {
-        {"plain, no final line end", "a,b\n1,2\n3,4", {"a", "b"}, {{"1", "2"}, {"3", "4"}}},
-        {"byte-order mark and CR-LF",
-         "\xEF\xBB\xBF"
-         "a,b\r\n1,2\r\n",
-         {"a", "b"},
-         {{"1", "2"}}},
-        {"quoted comma, doubled quote, empty fields",
-         "a,b,c\n\"x, y\",\"say \"\"hi\"\"\",\n,\"\",z\n",
-         {"a", "b", "c"},
-         {{"x, y", "say \"hi\"", ""}, {"", "", "z"}}},
-        {"quoted field across lines (LF and CR-LF kept)",
-         "a,b\r\n\"one\r\ntwo\nthree\",2\r\n",
-         {"a", "b"},
-         {{"one\r\ntwo\nthree", "2"}}},
-        {"blank lines skipped", "a\n\n1\n\r\n2\n", {"a"}, {{"1"}, {"2"}}},
-        {"CR inside an unquoted field stays", "a,b\nx\ry,2\n", {"a", "b"}, {{"x\ry", "2"}}},
-    };
-    for (const Case &c : cases) {
-        CsvTable table;
-        std::string error;
-        ASSERT_TRUE(runner::parse_csv("d.csv", c.text, table, error)) << c.what << ": " << error;
-        EXPECT_EQ(table.columns, c.columns) << c.what;
-        EXPECT_EQ(table.rows, c.rows) << c.what;
-    }
-}
-
 TEST(RunnerCsv, BadFilesNameTheFileAndLine) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"", "d.csv:1: empty: no header row"},

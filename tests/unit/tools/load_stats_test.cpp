@@ -17,6 +17,7 @@
 
 namespace runner {
 namespace {
+using testsupport::read_file;
 
 // The value at rank ceil(p * n) of sorted values, as the histogram defines it.
 uint64_t exact(const std::vector<uint64_t> &sorted, double p) {
@@ -286,13 +287,6 @@ TEST(Aggregator, FailureIds) {
     EXPECT_EQ(failure_id(e), "check failed");
 }
 
-std::string read_all(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {
     testsupport::TempDir dir;
     RunReport report;
@@ -337,7 +331,7 @@ TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {
     report.history.push_back(second);
     std::string error;
     ASSERT_TRUE(write_csv_report(report, dir.path() + "/run", error)) << error;
-    EXPECT_EQ(read_all(dir.path() + "/run_stats.csv"),
+    EXPECT_EQ(read_file(dir.path() + "/run_stats.csv"),
               "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,p99_ms,max_ms,"
               "mean_ms,response_p50_ms,response_p90_ms,response_p95_ms,response_p99_ms,"
               "response_max_ms,response_mean_ms,dropped\n"
@@ -346,11 +340,11 @@ TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {
               "iterations,iteration,3,1,1.500,0.100,0.200,0.200,0.200,0.200,0.300,0.200,5.000,"
               "5.000,5.000,5.000,7.000,7.000,42\n"
               "check x,check,3,1,1.500,,,,,,,,,,,,,,\n");
-    EXPECT_EQ(read_all(dir.path() + "/run_history.csv"),
+    EXPECT_EQ(read_file(dir.path() + "/run_history.csv"),
               "second,name,count,failures,p50_ms,p95_ms,p99_ms,users,iterations,target,dropped\n"
               "0,all requests,3,0,0.000,0.000,0.000,2,3,2.500,1\n"
               "0,check x,3,0,0.000,0.000,0.000,2,,,\n");
-    EXPECT_EQ(read_all(dir.path() + "/run_percentiles.csv"),
+    EXPECT_EQ(read_file(dir.path() + "/run_percentiles.csv"),
               "name,time,percentile,ms\n"
               "\"invoke \"\"a,b\"\" twoway\",service,0.000000,0.100\n"
               "\"invoke \"\"a,b\"\" twoway\",service,50.000000,0.200\n"
@@ -370,15 +364,15 @@ TEST(EventWriter, BatchedWriterFlushesATenthOfASecondAfterItsLastFlush) {
     writer.set_batched(true);
     writer.write(event(epoch_ms(), "call", "invoke a twoway", 1));  // fresh: flushed
     writer.write(event(epoch_ms(), "call", "invoke b twoway", 1));  // held
-    EXPECT_EQ(read_all(path).find("invoke b"), std::string::npos);
+    EXPECT_EQ(read_file(path).find("invoke b"), std::string::npos);
     writer.write(event(epoch_ms() + 200, "call", "invoke c twoway", 1));  // 100 ms passed
-    EXPECT_NE(read_all(path).find("invoke c"), std::string::npos);
+    EXPECT_NE(read_file(path).find("invoke c"), std::string::npos);
     writer.write(event(epoch_ms(), "call", "invoke d twoway", 1));
     writer.write(event(epoch_ms(), "iteration", "iteration", 3));  // held as well
-    EXPECT_EQ(read_all(path).find("\"iteration\""), std::string::npos);
+    EXPECT_EQ(read_file(path).find("\"iteration\""), std::string::npos);
     writer.write(event(epoch_ms(), "transaction", "transaction t", 1));
     writer.flush();
-    EXPECT_NE(read_all(path).find("transaction t"), std::string::npos);
+    EXPECT_NE(read_file(path).find("transaction t"), std::string::npos);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ namespace {
 using runner::Script;
 using runner::Verb;
 using testsupport::closed_ior;
+using testsupport::read_file;
 using testsupport::run_runner;
 
 std::string check_error(const std::string &text, const runner::DataColumns &columns = {}) {
@@ -64,6 +65,14 @@ std::string without_times(std::string line) {
     return line;
 }
 
+// An event line as without_times leaves it; tail follows "ok": .
+std::string event_line(int vu, const std::string &kind, const std::string &name,
+                       const std::string &script, int line, const std::string &tail = "true") {
+    return "{\"t\": T, \"vu\": " + std::to_string(vu) + ", \"iter\": 1, \"kind\": \"" + kind +
+           "\", \"name\": \"" + name + "\", \"script\": \"" + script +
+           "\", \"line\": " + std::to_string(line) + ", \"ms\": MS, \"ok\": " + tail + "}";
+}
+
 TEST(LoadScript, ParsesTheLoadCommands) {
     Script s;
     std::string error;
@@ -97,39 +106,31 @@ TEST(LoadScript, ParsesTheLoadCommands) {
 
 TEST(LoadScript, MistakesAreFoundBeforeAnythingRuns) {
     const std::string bound = "bind o IDL:T:1.0 i IOR\nparams o _is_a\n";
+    auto unset = [](const char *at, const char *name) {
+        return std::string("s.orb:") + at + ": variable " + name +
+               " is used before it is set (neither the environment, let, save nor a data line "
+               "above sets it)";
+    };
+    const std::string data_usage = "'); usage: data FILE.csv [sequential|random|unique] [as NAME]";
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"end t\n", "s.orb:1:5: end t without its begin"},
         {"begin t\nbegin t\n", "s.orb:2:7: transaction t is already open"},
         {"begin a\nbegin b\nend b\n", "s.orb:1:7: transaction a has no end"},
         {"begin a\nend a\nbegin a\n", "s.orb:3:7: transaction a has no end"},
-        {"let a ${b}\nlet b 1\n",
-         "s.orb:1:7: variable b is used before it is set (neither the environment, let, save nor "
-         "a data line above sets it)"},
-        {"let a ${a}\n",
-         "s.orb:1:7: variable a is used before it is set (neither the environment, let, save nor "
-         "a data line above sets it)"},
-        {bound + "set logical_type_id ${id}\nsave logical_type_id id\n",
-         "s.orb:3:21: variable id is used before it is set (neither the environment, let, save nor "
-         "a data line above sets it)"},
+        {"let a ${b}\nlet b 1\n", unset("1:7", "b")},
+        {"let a ${a}\n", unset("1:7", "a")},
+        {bound + "set logical_type_id ${id}\nsave logical_type_id id\n", unset("3:21", "id")},
         {"save x y\n", "s.orb:1:6: no parameter list yet: use 'params' first"},
         {"let a ${RANDOM:3..1}\n",
          "s.orb:1:7: '${RANDOM:3..1}' takes whole numbers MIN..MAX, MIN <= MAX"},
         {"think 5..1\n", "s.orb:1:7: '5..1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
         {"think -1\n", "s.orb:1:7: '-1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
         {"pace 1..2\n", "s.orb:1:6: '1..2' is not a number of milliseconds from 0 to 3600000"},
-        {"data d.csv sometimes\n",
-         "s.orb:1:12: too many arguments ('sometimes'); usage: data FILE.csv "
-         "[sequential|random|unique] [as NAME]"},
-        {"data d.csv as\n",
-         "s.orb:1:12: too many arguments ('as'); usage: data FILE.csv "
-         "[sequential|random|unique] [as NAME]"},
+        {"data d.csv sometimes\n", "s.orb:1:12: too many arguments ('sometimes" + data_usage},
+        {"data d.csv as\n", "s.orb:1:12: too many arguments ('as" + data_usage},
         // a data line names its columns for the lines below it only
-        {"let a ${p.x}\ndata d.csv as p\n",
-         "s.orb:1:7: variable p.x is used before it is set (neither the environment, let, save "
-         "nor a data line above sets it)"},
-        {"data d.csv as p\nlet a ${x}\n",
-         "s.orb:2:7: variable x is used before it is set (neither the environment, let, save nor "
-         "a data line above sets it) (did you mean `p.x`?)"},
+        {"let a ${p.x}\ndata d.csv as p\n", unset("1:7", "p.x")},
+        {"data d.csv as p\nlet a ${x}\n", unset("2:7", "x") + " (did you mean `p.x`?)"},
     };
     for (const auto &c : cases)
         EXPECT_EQ(check_error(c.first, {{1, {"x"}}, {2, {"x"}}}), c.second) << c.first;
@@ -251,30 +252,22 @@ TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
     EXPECT_EQ(run_runner("--quiet --iterations 3 --events - f.orb 2>/dev/null", events), 1);
     std::vector<std::string> lines = lines_of(events);
     for (std::string &line : lines) line = without_times(line);
-    const std::string fail_check =
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"check\", \"name\": \"check "
-        "logical_type_id\", \"script\": \"f.orb\", \"line\": 9, \"ms\": MS, \"ok\": false, "
-        "\"error\": \"expected 'x2', got 'x1' (string)\"}";
+    auto f = [](const char *kind, const std::string &name, int line,
+                const std::string &tail = "true") {
+        return event_line(1, kind, name, "f.orb", line, tail);
+    };
+    const std::string ended = "false, \"error\": \"the iteration ended at f.orb:9\"";
     const std::vector<std::string> first = {
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"call\", \"name\": \"bind obj\", "
-        "\"script\": \"f.orb\", \"line\": 1, \"ms\": MS, \"ok\": true}",
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"call\", \"name\": \"params _is_a\", "
-        "\"script\": \"f.orb\", \"line\": 2, \"ms\": MS, \"ok\": true}",
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"check\", \"name\": \"check "
-        "logical_type_id\", \"script\": \"f.orb\", \"line\": 6, \"ms\": MS, \"ok\": true}",
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"transaction\", \"name\": \"transaction "
-        "a\", \"script\": \"f.orb\", \"line\": 8, \"ms\": MS, \"ok\": true}",
-        fail_check,
+        f("call", "bind obj", 1),
+        f("call", "params _is_a", 2),
+        f("check", "check logical_type_id", 6),
+        f("transaction", "transaction a", 8),
+        f("check", "check logical_type_id", 9,
+          "false, \"error\": \"expected 'x2', got 'x1' (string)\""),
         // still open when the failure ended the iteration
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"transaction\", \"name\": \"transaction "
-        "b\", \"script\": \"f.orb\", \"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"the "
-        "iteration ended at f.orb:9\"}",
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"transaction\", \"name\": \"transaction "
-        "outer\", \"script\": \"f.orb\", \"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"the "
-        "iteration ended at f.orb:9\"}",
-        "{\"t\": T, \"vu\": 1, \"iter\": 1, \"kind\": \"iteration\", \"name\": \"iteration\", "
-        "\"script\": \"f.orb\", \"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"ended at "
-        "f.orb:9\"}",
+        f("transaction", "transaction b", 0, ended),
+        f("transaction", "transaction outer", 0, ended),
+        f("iteration", "iteration", 0, "false, \"error\": \"ended at f.orb:9\""),
     };
     ASSERT_GE(lines.size(), first.size() + 10) << events;
     for (size_t i = 0; i < first.size(); ++i) EXPECT_EQ(lines[i], first[i]) << i;
@@ -347,47 +340,31 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
         const long long before = runner::epoch_ms();
         if (stream == "file") {
             EXPECT_EQ(run_runner("--vu 5 --events ev.jsonl e.orb", out), 1) << out;
-            std::ifstream in("ev.jsonl");
-            std::stringstream text;
-            text << in.rdbuf();
-            events = text.str();
+            events = read_file("ev.jsonl");
         } else if (stream == "-") {
             // text goes to standard error, which is dropped here
             EXPECT_EQ(run_runner("--vu 5 --trace 5 --events - e.orb 2>/dev/null", events), 1);
         } else {
             EXPECT_EQ(run_runner("--vu 5 --events fd:3 e.orb 3>ev.fd >/dev/null 2>&1", out), 1);
-            std::ifstream in("ev.fd");
-            std::stringstream text;
-            text << in.rdbuf();
-            events = text.str();
+            events = read_file("ev.fd");
         }
         const long long after = runner::epoch_ms();
         ASSERT_TRUE(server.wait(5000)) << server.failure();
         std::vector<std::string> lines = lines_of(events);
-        const std::string head = "{\"t\": T, \"vu\": 5, \"iter\": 1, ";
+        auto e = [](const char *kind, const std::string &name, int line,
+                    const std::string &tail = "true") {
+            return event_line(5, kind, name, "e.orb", line, tail);
+        };
         const std::vector<std::string> expected = {
-            head +
-                "\"kind\": \"call\", \"name\": \"bind obj\", \"script\": \"e.orb\", \"line\": "
-                "1, \"ms\": MS, \"ok\": true}",
-            head +
-                "\"kind\": \"call\", \"name\": \"params _non_existent\", \"script\": "
-                "\"e.orb\", \"line\": 3, \"ms\": MS, \"ok\": true}",
-            head +
-                "\"kind\": \"call\", \"name\": \"invoke _non_existent twoway\", \"script\": "
-                "\"e.orb\", \"line\": 4, \"ms\": MS, \"ok\": true}",
-            head +
-                "\"kind\": \"check\", \"name\": \"check ^non_existent\", \"script\": "
-                "\"e.orb\", \"line\": 5, \"ms\": MS, \"ok\": true}",
-            head +
-                "\"kind\": \"transaction\", \"name\": \"transaction t\", \"script\": "
-                "\"e.orb\", \"line\": 6, \"ms\": MS, \"ok\": true}",
-            head +
-                "\"kind\": \"call\", \"name\": \"invoke _non_existent twoway\", \"script\": "
-                "\"e.orb\", \"line\": 7, \"ms\": MS, \"ok\": false, \"status\": 1, "
-                "\"index\": 17, \"error\": \"IDL:omg.org/CORBA/TRANSIENT:1.0\"}",
-            head +
-                "\"kind\": \"iteration\", \"name\": \"iteration\", \"script\": \"e.orb\", "
-                "\"line\": 0, \"ms\": MS, \"ok\": false, \"error\": \"ended at e.orb:7\"}",
+            e("call", "bind obj", 1),
+            e("call", "params _non_existent", 3),
+            e("call", "invoke _non_existent twoway", 4),
+            e("check", "check ^non_existent", 5),
+            e("transaction", "transaction t", 6),
+            e("call", "invoke _non_existent twoway", 7,
+              "false, \"status\": 1, \"index\": 17, \"error\": "
+              "\"IDL:omg.org/CORBA/TRANSIENT:1.0\""),
+            e("iteration", "iteration", 0, "false, \"error\": \"ended at e.orb:7\""),
         };
         ASSERT_EQ(lines.size(), expected.size()) << stream << "\n" << events;
         for (size_t i = 0; i < lines.size(); ++i) {

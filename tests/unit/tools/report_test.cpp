@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/support.h"
+#include "tests/unit/tools/run_tool.h"
 
 #ifndef _WIN32
 #include <sys/wait.h>
@@ -20,6 +21,7 @@
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
+using testsupport::read_file;
 using testsupport::TempDir;
 
 // A row of the table: times are min, p50, p90, p95, p99 and max.
@@ -91,13 +93,6 @@ RunReport sample_run(int seconds) {
         run.history.push_back(row);
     }
     return run;
-}
-
-std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 std::string write_page(const RunReport &run, const std::string &path = "report.html") {
@@ -276,15 +271,8 @@ TEST(ReportHtml, AFailedWriteSaysWhereAndWhy) {
 #ifndef _WIN32
 // Runs the browser check on a report; its exit status, its output in output.
 int check_report(const std::string &report, std::string &output) {
-    const std::string command =
-        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report + " 2>&1";
-    FILE *p = popen(command.c_str(), "r");
-    if (!p) return -1;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) output.append(buffer, n);
-    const int status = pclose(p);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return testsupport::run_command(
+        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report, output);
 }
 
 constexpr int kSkipped = 77;  // the check's status when chromium is absent

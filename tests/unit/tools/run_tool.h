@@ -13,10 +13,10 @@
 
 namespace testsupport {
 
-// Runs "orbelle-run args" through the shell; output gets standard output
-// (and standard error unless args redirect it). Returns the exit status.
-inline int run_runner(const std::string &args, std::string &output) {
-    std::string command = std::string(ORBELLE_RUNNER_PATH) + " " + args;
+// Runs command through the shell, standard error with standard output
+// unless the command redirects it; output gets what it printed. Returns the
+// exit status.
+inline int run_command(std::string command, std::string &output) {
     if (command.find("2>") == std::string::npos) command += " 2>&1";
     FILE *p = popen(command.c_str(), "r");
     if (!p) return -1;
@@ -29,6 +29,11 @@ inline int run_runner(const std::string &args, std::string &output) {
 #else
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 #endif
+}
+
+// Runs "orbelle-run args" as run_command does.
+inline int run_runner(const std::string &args, std::string &output) {
+    return run_command(std::string(ORBELLE_RUNNER_PATH) + " " + args, output);
 }
 
 // A well-formed reference to a port nothing listens on: it binds, and only

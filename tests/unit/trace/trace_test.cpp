@@ -27,24 +27,6 @@ TEST(Trace, FilterComparesLevelsAsUnsignedNumbers) {
     EXPECT_EQ(printed(), (std::vector<std::string>{"six\n", "zero\n", "high\n"}));
 }
 
-TEST(Trace, NewlineIsAddedOnlyWhenTheFormatHasNone) {
-    testsupport::linked_host();
-    dmsg_v("plain %d", 7);
-    dmsg_v("%s\n%s\n", "a", "b");
-    dmsg_v("mid\nline");
-    dmsg_v("%s", "arg has\nnewline");
-    EXPECT_EQ(printed(),
-              (std::vector<std::string>{"plain 7\n", "a\nb\n", "mid\nline", "arg has\nnewline\n"}));
-}
-
-TEST(Trace, LongLinesAreSizedFromTheFormat) {
-    testsupport::linked_host();
-    std::string big(100000, 'q');
-    dmsg_v("x%sy", big.c_str());
-    ASSERT_EQ(printed().size(), 1u);
-    EXPECT_EQ(printed()[0], "x" + big + "y\n");
-}
-
 TEST(Trace, OpaqueDumpLaysOutHexAndCharacters) {
     testsupport::linked_host();
     const unsigned char five[] = {'a', 0x01, 'b', 0xff, ' '};
