@@ -30,6 +30,9 @@ struct Options {
     // Every bind releases and binds anew, as a new client would; by default
     // a bind with the arguments of the binding it finds keeps it.
     bool fresh_binds = false;
+    // The scripts were checked against the descriptions already (a load
+    // run's users: by their parent), so prepare reads only the data files.
+    bool checked = false;
 };
 
 // One virtual user running scripts: its bound objects, variables, data

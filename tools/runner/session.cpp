@@ -237,7 +237,7 @@ bool Session::prepare(std::string &error) {
                                .first->second;
             files[cmd.line] = DataFile{path, &source.table()};
         }
-        check_script(*script, files, &descriptions, mistakes);
+        if (!s.options.checked) check_script(*script, files, &descriptions, mistakes);
     }
     error = mistakes.text();
     return mistakes.empty();

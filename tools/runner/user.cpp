@@ -81,6 +81,7 @@ void run_user(const UserSetup &setup, int vu, int fd, pid_t parent,
     options.vu = vu;
     options.users_total = setup.users_total;
     options.quiet = true;
+    options.checked = true;  // by the parent, before any user started
     options.stop = &user_stop;
     EventWriter events;
     std::string error;
