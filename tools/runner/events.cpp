@@ -191,7 +191,11 @@ void EventWriter::write(const Event &event) {
 
 void EventWriter::set_batched(bool batched) {
     batched_ = batched;
-    if (batched && stream_ != nullptr) std::setvbuf(stream_, nullptr, _IOFBF, 1 << 16);
+    // The C library takes a size only with a buffer of the caller's.
+    if (batched && stream_ != nullptr && buffer_ == nullptr) {
+        buffer_ = std::make_unique<char[]>(buffer_bytes);
+        std::setvbuf(stream_, buffer_.get(), _IOFBF, buffer_bytes);
+    }
 }
 
 void EventWriter::flush() {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 namespace runner {
@@ -67,6 +68,8 @@ private:
     bool batched_ = false;
     int64_t flushed_ms_ = 0;
     std::string line_;  // the line being written, its buffer kept
+    static constexpr size_t buffer_bytes = 1 << 16;
+    std::unique_ptr<char[]> buffer_;  // a batched stream's, freed after it
 };
 
 }  // namespace runner
