@@ -319,7 +319,6 @@ bool parse_script(const std::string &file, const std::string &text, Script &scri
         cmd.broken = bad;
         script.commands.push_back(std::move(cmd));
     }
-    if (script.teardown_from == SIZE_MAX) script.teardown_from = script.commands.size();
     if (seen[0] && !seen[1]) {
         // Without it every line after setup would run once, which is
         // never what a script with a set-up means.

@@ -3,6 +3,8 @@
 #ifndef ORBELLE_RUNNER_SCRIPT_H
 #define ORBELLE_RUNNER_SCRIPT_H
 
+#include <algorithm>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -73,19 +75,21 @@ struct Script {
     std::string file;
     // Set-up, iteration and tear-down, in this order, as written.
     std::vector<Command> commands;
-    size_t iteration_from = 0;  // where the iteration's commands start
-    size_t teardown_from = 0;   // where tear-down's start (the end when none)
+    size_t iteration_from = 0;        // where the iteration's commands start
+    size_t teardown_from = SIZE_MAX;  // where tear-down's start (none: the end)
 
     // The commands of one section, as [first, last).
     std::pair<const Command *, const Command *> section(Section which) const {
         const Command *all = commands.data();
+        const size_t end = commands.size();
+        const size_t from = std::min(iteration_from, end), to = std::min(teardown_from, end);
         switch (which) {
             case Section::Setup:
-                return {all, all + iteration_from};
+                return {all, all + from};
             case Section::Iteration:
-                return {all + iteration_from, all + teardown_from};
+                return {all + from, all + to};
             default:
-                return {all + teardown_from, all + commands.size()};
+                return {all + to, all + end};
         }
     }
 };

@@ -289,7 +289,10 @@ Session::Outcome Session::State::run_section(Section which) {
 Session::Outcome Session::set_up() {
     State &s = *state_;
     bool any = false;
-    for (const Script *script : s.scripts) any = any || script->iteration_from > 0;
+    for (const Script *script : s.scripts) {
+        auto [first, last] = script->section(Section::Setup);
+        any = any || first != last;
+    }
     if (!any) return Outcome::Ok;
     if (!s.options.quiet) std::fprintf(s.out, "-- set-up\n");
     s.iteration = 0;
@@ -323,8 +326,10 @@ Session::Outcome Session::run_iteration(int iteration) {
 void Session::tear_down() {
     State &s = *state_;
     bool any = false;
-    for (const Script *script : s.scripts)
-        any = any || script->teardown_from < script->commands.size();
+    for (const Script *script : s.scripts) {
+        auto [first, last] = script->section(Section::Teardown);
+        any = any || first != last;
+    }
     if (!any) return;
     if (!s.options.quiet) std::fprintf(s.out, "-- tear-down\n");
     const bool had_error = s.error;
