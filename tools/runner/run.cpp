@@ -230,8 +230,9 @@ Step Session::State::call_step(const Command &cmd) {
                         "give the call a shorter time-out";
                 }
             }
-            report(cmd, "invoke " + call.operation + " " + kind_name(cmd.kind), result, r, ms,
-                   extra);
+            call_name.assign("invoke ").append(call.operation).append(1, ' ');
+            call_name.append(kind_name(cmd.kind));
+            report(cmd, call_name, result, r, ms, extra);
             host.release_references(call.req.parms);
             std::free(r.u.invoke.connect_host);
             std::free(r.status_text);
@@ -279,7 +280,8 @@ Step Session::State::call_step(const Command &cmd) {
                 return script_error(cmd, "no parameter named '" + cmd.args[0] +
                                              "' in the list of " + current->operation);
             const char *have = p->strval ? p->strval : "";
-            Result outcome{Kind::Check, "check " + cmd.args[0]};
+            call_name.assign("check ").append(cmd.args[0]);
+            Result outcome{Kind::Check, call_name};
             Expectation want = expectation_of(cmd.args);
             std::string why;
             if (p->strval == nullptr) {

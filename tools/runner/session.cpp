@@ -56,13 +56,13 @@ Session::State::State(hostkit::Host &host, std::vector<const Script *> scripts,
 void Session::State::tally(const Command *cmd, const Result &outcome) {
     // Set-up and tear-down count apart from the iterations.
     std::string prefixed;
-    if (*prefix) prefixed = prefix + outcome.name;
-    const std::string &name = *prefix ? prefixed : outcome.name;
+    if (*prefix) prefixed.assign(prefix).append(outcome.name);
+    const std::string_view name = *prefix ? std::string_view(prefixed) : outcome.name;
     if (outcome.kind != Kind::Iteration) {  // iterations are not rows of the table
         auto found = timings.find(name);
         if (found == timings.end()) {
-            found = timings.emplace(name, Timings{}).first;
-            timing_order.push_back(name);
+            found = timings.emplace(std::string(name), Timings{}).first;
+            timing_order.emplace_back(name);
         }
         Timings &t = found->second;
         ++t.count;
@@ -107,11 +107,11 @@ Step Session::State::script_error(const Command &cmd, const std::string &message
 
 void Session::State::end_transactions(const std::string &why) {
     for (auto &open : transactions) {
-        Result o{Kind::Transaction, "transaction " + open.first, elapsed_ms(open.second.start)};
+        const std::string name = "transaction " + open.first;
+        Result o{Kind::Transaction, name, elapsed_ms(open.second.start)};
         o.ok = false;
         o.error = why;
-        std::fprintf(out, "%-24s %-32s FAILED: %s  %.3f ms\n", "", o.name.c_str(), why.c_str(),
-                     o.ms);
+        std::fprintf(out, "%-24s %-32s FAILED: %s  %.3f ms\n", "", name.c_str(), why.c_str(), o.ms);
         tally(nullptr, o);
     }
     transactions.clear();
@@ -146,12 +146,13 @@ Step Session::State::step(const Command &cmd, const Command &written) {
             auto it = transactions.find(cmd.args[0]);
             if (it == transactions.end())
                 return script_error(cmd, "end " + cmd.args[0] + " without its begin");
-            Result o{Kind::Transaction, "transaction " + cmd.args[0], elapsed_ms(it->second.start)};
+            const std::string name = "transaction " + cmd.args[0];
+            Result o{Kind::Transaction, name, elapsed_ms(it->second.start)};
             o.ok = !it->second.failed;
             if (!o.ok) o.error = "a call or check inside failed";
             transactions.erase(it);
             if (!o.ok || !options.quiet)
-                std::fprintf(out, "%-24s %-32s %s  %.3f ms\n", where(cmd).c_str(), o.name.c_str(),
+                std::fprintf(out, "%-24s %-32s %s  %.3f ms\n", where(cmd).c_str(), name.c_str(),
                              o.ok ? "ok" : "FAILED: a call or check inside failed", o.ms);
             tally(&cmd, o);
             return Step::Next;

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -54,11 +55,11 @@ enum class Step { Next, Error, NoMoreRows };
 // One outcome to count, show in the summary and send as an event.
 enum class Kind { Call, Check, Transaction, Iteration };
 
+// name must outlive the result: it is counted and sent, never kept.
 struct Result {
-    Result(Kind kind, std::string name, double ms = 0)
-        : kind(kind), name(std::move(name)), ms(ms) {}
+    Result(Kind kind, std::string_view name, double ms = 0) : kind(kind), name(name), ms(ms) {}
     Kind kind;
-    std::string name;
+    std::string_view name;
     double ms = 0;
     bool ok = true;
     bool has_status = false;
@@ -108,7 +109,8 @@ struct Session::State {
     // The parameter lists the library made, by interface, operation and
     // sequence lengths: params hands out copies of them.
     std::unordered_map<std::string, ScriptParm *> parm_lists;
-    std::string list_key;  // params' lookup, its buffer kept
+    std::string list_key;   // params' lookup, its buffer kept
+    std::string call_name;  // the name of a call or check, its buffer kept
     // Deferred calls whose replies have not been fetched, per operation,
     // oldest first. The library keeps pointers to their request blocks.
     std::map<std::string, std::list<std::shared_ptr<Call>>> deferred;
@@ -119,7 +121,7 @@ struct Session::State {
     double wait_ms = -1;  // Session::set_wait_ms
     Event event;          // tally's, reused
 
-    std::map<std::string, Timings> timings;
+    std::map<std::string, Timings, std::less<>> timings;
     std::vector<std::string> timing_order;
     int failures = 0;
     bool error = false;
