@@ -23,26 +23,8 @@ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$build" -j2 --target orbelle compare_client omni_stub_client echo_server >/dev/null
 
 work=$(mktemp -d /tmp/orbelle-compare-XXXXXX)
-server_pid=
-cleanup() {
-    if [ -n "$server_pid" ]; then kill "$server_pid" 2>/dev/null || true; wait "$server_pid" 2>/dev/null || true; fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-mkdir -p "$work/idl"
-cp "$root/tests/data/idl/EchoTest-Echo.csv" "$work/idl/"
-port=$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-taskset -c $cpu "$build/bin/echo_server" -ORBendPoint "giop:tcp:127.0.0.1:$port" \
-    -ORBmaxGIOPVersion 1.0 >"$work/server.out" 2>&1 &
-server_pid=$!
-ior=
-for _ in $(seq 100); do
-    ior=$(sed -n 's/^ECHO //p' "$work/server.out")
-    [ -n "$ior" ] && break
-    sleep 0.1
-done
-[ -n "$ior" ] || { echo "compare.sh: the echo server did not start" >&2; exit 1; }
+# shellcheck source=bench/echo_server.sh
+. "$root/bench/echo_server.sh"
 
 # ORBELLE_LIBRARY compares another build of the library (an older one, say).
 library=${ORBELLE_LIBRARY:-$build/lib/liborbelle.so}
