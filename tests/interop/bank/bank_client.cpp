@@ -122,8 +122,6 @@ Outcome Call::invoke(int32_t flags, int32_t timeout_ms) {
     return run(IIOP_INVOKE, timeout_ms);
 }
 
-Outcome Call::get_response(int32_t timeout_ms) { return run(IIOP_GET_RESPONSE, timeout_ms); }
-
 std::string direction(const Call &call, const std::string &name) {
     const ScriptParm *p = hostkit::find(call.parms(), name.c_str());
     if (p == nullptr) return "no such record";

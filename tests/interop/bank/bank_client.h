@@ -92,8 +92,6 @@ public:
 
     // iiop_invoke with flags IIOP_ONEWAY, IIOP_TWOWAY or IIOP_DEFERRED.
     Outcome invoke(int32_t flags = IIOP_TWOWAY, int32_t timeout_ms = kCallTimeoutMs);
-    // iiop_get_response: timeout_ms 0 polls, anything else waits.
-    Outcome get_response(int32_t timeout_ms);
 
 private:
     Outcome run(int32_t op, int32_t timeout_ms);

@@ -46,10 +46,6 @@ void expect_echo(Client &client, void *diagnostics, const std::string &operation
                  const std::string &construct, const std::vector<Field> &fields,
                  const std::map<std::string, std::string> &lengths = {});
 
-// Checks one record of a finished call, naming construct and direction.
-void expect_value(const Call &call, const std::string &name, const std::string &expected,
-                  const std::string &construct);
-
 // Sends the references of accounts 1001 and 1002 through echo_account in a
 // and c, then binds the references that come back (result, b, c) and calls
 // each one to show which account it is.
