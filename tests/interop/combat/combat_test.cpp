@@ -6,6 +6,7 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "gtest/gtest.h"
 #include "tests/interop/bank/bank_client.h"
@@ -121,25 +122,17 @@ TEST_F(CombatTest, CallsOnTheDepotServerTravelBothWays) {
     ASSERT_EQ(count.invoke().result, 0);
     EXPECT_EQ(count.get("^count"), "40");
 
-    const struct {
-        const char *operation;
-        std::string a_in, a_out, c_in, c_out;
-    } echoes[] = {
-        {"echo_short", "-32768", "-32768", "32767", "32767"},
-        {"echo_long", "-2147483648", "-2147483648", "2147483647", "2147483647"},
-        {"echo_ushort", "65535", "65535", "1", "1"},
-        {"echo_ulong", "4294967295", "4294967295", "7", "7"},
-        {"echo_float", "1.5", "1.500000", "-0.25", "-0.250000"},
-        {"echo_double", "-2250.125", "-2250.125000", "1e10", "10000000000.000000"},
-        {"echo_boolean", "1", "1", "0", "0"},
-        {"echo_char", "Z", "Z", "y", "y"},
-        {"echo_octet", "`ff`", "`ff`", "A", "A"},
-        {"echo_string", "x`60`y", "`7860`y", "two`0a`lines", "two\nlines"},
-        {"echo_grade", "2", "2", "0", "0"},
-        // References go back as 1.0 profiles, which Combat takes for its own
-        // objects; those it returns are bound and called.
-        {"echo_item", server_.ior("Item/bolts"), "bolts", server_.ior("Item/nuts"), "nuts"},
+    struct Echo {
+        std::string operation, a_in, a_out, c_in, c_out;
     };
+    std::vector<Echo> echoes;
+    for (const bank::PrimitiveEcho &e : bank::kPrimitiveEchoes)
+        echoes.push_back({e.operation, e.a_in, e.a_out, e.c_in, e.c_out});
+    echoes.push_back({"echo_grade", "2", "2", "0", "0"});
+    // References go back as 1.0 profiles, which Combat takes for its own
+    // objects; those it returns are bound and called.
+    echoes.push_back(
+        {"echo_item", server_.ior("Item/bolts"), "bolts", server_.ior("Item/nuts"), "nuts"});
     for (const auto &e : echoes) {
         Call call(client_, store_, kStoreId, e.operation);
         call.set("a", e.a_in).set("c", e.c_in);
@@ -148,7 +141,7 @@ TEST_F(CombatTest, CallsOnTheDepotServerTravelBothWays) {
         auto shown = [&](const std::string &name) {
             return e.a_in.rfind("IOR:", 0) == 0 ? label_of(call.get(name), name) : call.get(name);
         };
-        EXPECT_EQ(shown(std::string("^") + e.operation), e.a_out) << e.operation << ", result";
+        EXPECT_EQ(shown("^" + e.operation), e.a_out) << e.operation << ", result";
         EXPECT_EQ(shown("b"), e.c_out) << e.operation << ", out";
         EXPECT_EQ(shown("c"), e.a_out) << e.operation << ", inout";
     }
