@@ -112,17 +112,7 @@ inline const Operation &operation(uint8_t index) {
 class ScriptCall {
 public:
     ScriptCall(const Operation &op, int length, int32_t flags) {
-        ScriptParm **tail = &req.parms;
-        for (const ScriptParm *p = made_list(op, length); p != nullptr; p = p->next) {
-            auto *copy = static_cast<ScriptParm *>(std::calloc(1, sizeof(ScriptParm)));
-            copy->flags = p->flags;
-            copy->type = p->type;
-            copy->supertype = p->supertype;
-            copy->name = strdup(p->name);
-            copy->strval = p->strval != nullptr ? strdup(p->strval) : nullptr;
-            *tail = copy;
-            tail = &copy->next;
-        }
+        req.parms = hostkit::copy_list(made_list(op, length));
         target.repoid = const_cast<char *>(op.repo_id.c_str());
         req.target = &target;
         req.operation = const_cast<char *>(op.name.c_str());

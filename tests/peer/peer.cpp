@@ -220,13 +220,9 @@ ScriptedPeer &ScriptedPeer::send_for(std::function<std::string(const Request &)>
     return add([this, make](Request &last) { return send_all(make(last)); });
 }
 ScriptedPeer &ScriptedPeer::send_bytewise(const std::string &bytes) {
-    return send_pieces(bytes, 1);
-}
-
-ScriptedPeer &ScriptedPeer::send_pieces(const std::string &bytes, size_t piece) {
-    return add([this, bytes, piece](Request &) {
-        for (size_t at = 0; at < bytes.size(); at += piece) {
-            if (!send_all(bytes.substr(at, piece))) return false;
+    return add([this, bytes](Request &) {
+        for (char c : bytes) {
+            if (!send_all(std::string(1, c))) return false;
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
         return true;

@@ -92,8 +92,7 @@ public:
     ScriptedPeer &send(const std::string &bytes);
     // Sends what make returns, given the latest message read.
     ScriptedPeer &send_for(std::function<std::string(const Request &last)> make);
-    ScriptedPeer &send_bytewise(const std::string &bytes);              // one byte per write
-    ScriptedPeer &send_pieces(const std::string &bytes, size_t piece);  // piece bytes per write
+    ScriptedPeer &send_bytewise(const std::string &bytes);  // one byte per write
     ScriptedPeer &pause(int ms);
     ScriptedPeer &close();         // closes the current connection
     ScriptedPeer &read_to_eof();   // records everything until the client closes

@@ -21,6 +21,17 @@ constexpr const char *kSavingsId = "IDL:Banking/SavingsAccount:1.0";
 // enough that a lost reply fails the test quickly.
 constexpr int32_t kCallTimeoutMs = 5000;
 
+// A primitive script type echoed by the demo servers' echo_ operations: the
+// texts sent in a and c and those read back, at the edges of each type's
+// range, and texts whose read-back form differs from what was sent (numbers
+// in the library's print format, bytes in the backquote notation).
+struct PrimitiveEcho {
+    const char *construct;  // the IDL type, for messages
+    const char *operation;
+    const char *a_in, *a_out, *c_in, *c_out;
+};
+extern const PrimitiveEcho kPrimitiveEchoes[10];
+
 // What one operation on the door reported.
 struct Outcome {
     int32_t result = -1;
@@ -92,8 +103,6 @@ public:
 
     // iiop_invoke with flags IIOP_ONEWAY, IIOP_TWOWAY or IIOP_DEFERRED.
     Outcome invoke(int32_t flags = IIOP_TWOWAY, int32_t timeout_ms = kCallTimeoutMs);
-    // iiop_get_response: timeout_ms 0 polls, anything else waits.
-    Outcome get_response(int32_t timeout_ms);
 
 private:
     Outcome run(int32_t op, int32_t timeout_ms);

@@ -2,11 +2,14 @@
 
 namespace bank {
 
+namespace {
+// Checks one record of a finished call, naming construct and direction.
 void expect_value(const Call &call, const std::string &name, const std::string &expected,
                   const std::string &construct) {
     EXPECT_EQ(call.get(name), expected)
         << construct << ", " << direction(call, name) << " (record " << name << ")";
 }
+}  // namespace
 
 void expect_echo(Client &client, void *diagnostics, const std::string &operation,
                  const std::string &construct, const std::vector<Field> &fields,

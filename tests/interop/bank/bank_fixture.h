@@ -3,6 +3,9 @@
 #ifndef ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
 #define ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -11,6 +14,7 @@
 #include "tests/interop/bank/bank_client.h"
 #include "tests/interop/bank/bank_servers.h"
 #include "tests/support.h"
+#include "tests/unit/tools/run_tool.h"
 
 namespace bank {
 
@@ -24,6 +28,25 @@ protected:
     testsupport::TempDir dir_;
     BankServer server_{dir_.path()};
     Client client_;
+};
+
+// orbelle-run against the bank: the demo's descriptions linked into the
+// test's folder, and the Diagnostics reference in DIAG_IOR for its scripts.
+class RunnerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(server_.running()) << "bank_server did not start";
+        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
+        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
+    }
+    // orbelle-run with args in the test's folder: its exit status, its
+    // standard output and error together in out.
+    int run(const std::string &args, std::string &out) {
+        return testsupport::run_runner("-C " + dir_.path() + " " + args, out);
+    }
+
+    testsupport::TempDir dir_;
+    BankServer server_{dir_.path()};
 };
 
 // One value of an echo_ operation: the record name behind the parameter's
@@ -45,10 +68,6 @@ struct Field {
 void expect_echo(Client &client, void *diagnostics, const std::string &operation,
                  const std::string &construct, const std::vector<Field> &fields,
                  const std::map<std::string, std::string> &lengths = {});
-
-// Checks one record of a finished call, naming construct and direction.
-void expect_value(const Call &call, const std::string &name, const std::string &expected,
-                  const std::string &construct);
 
 // Sends the references of accounts 1001 and 1002 through echo_account in a
 // and c, then binds the references that come back (result, b, c) and calls

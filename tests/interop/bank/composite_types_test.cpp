@@ -118,41 +118,6 @@ TEST_F(BankTest, CompositeTypesTravelInOutAndInout) {
     for (const Echoed &c : cases) expect_echo(client_, diag, c.operation, c.construct, c.fields);
 }
 
-// The script's lengths and the wire's need not agree: elements the wire
-// lacks keep their text, and an empty sequence ends the reading.
-TEST_F(BankTest, SequenceLengthsThatDifferFromTheScriptsAreReported) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    {
-        // c goes out with 1 element, so b comes back with 1 where the
-        // script prepared 2.
-        Call call(
-            client_, diag, kDiagnosticsId, "echo_longs",
-            {{"a^length", "1"}, {"b^length", "2"}, {"c^length", "1"}, {"^echo_longs^length", "1"}});
-        call.set("a[0]", "5").set("c[0]", "6").set("b[1]", "untouched");
-        ASSERT_EQ(call.invoke().result, 0) << "sequence<long> Longs: " << call.get("b^length");
-        const char *shorter = "sequence<long> Longs shorter on the wire";
-        expect_value(call, "b^length", "1", shorter);
-        expect_value(call, "b[0]", "6", shorter);
-        expect_value(call, "b[1]", "untouched", shorter);
-        expect_value(call, "c[0]", "5", shorter);
-    }
-    {
-        // An empty c: b comes back empty where the script prepared one
-        // element, and nothing behind it is read.
-        Call call(
-            client_, diag, kDiagnosticsId, "echo_longs",
-            {{"a^length", "1"}, {"b^length", "1"}, {"c^length", "0"}, {"^echo_longs^length", "1"}});
-        call.set("a[0]", "5").set("b[0]", "kept").set("c^length", "0");
-        ASSERT_EQ(call.invoke().result, 0);
-        const char *empty = "sequence<long> Longs empty on the wire";
-        expect_value(call, "^echo_longs[0]", "5", empty);
-        expect_value(call, "b^length", "0", empty);
-        expect_value(call, "b[0]", "kept", empty);
-        expect_value(call, "c^length", "0", empty);
-    }
-}
-
 // An any has no text form in scripts: the call fails before anything is
 // sent, and the connection is still usable for the next call.
 TEST_F(BankTest, AnyIsRefusedWithMarshalBeforeSending) {
@@ -172,52 +137,6 @@ TEST_F(BankTest, AnyIsRefusedWithMarshalBeforeSending) {
     Outcome next = count.invoke();
     EXPECT_EQ(next.result, 0) << "the call after a refused any: " << next.text;
     EXPECT_EQ(count.get("^notes_count"), "0");
-}
-
-// Sequences as results of the bank's own operations, and the struct and
-// array results around them.
-TEST_F(BankTest, AccountResultsSequencesStructsAndArrays) {
-    void *acct = client_.bind_ior(kAccountId, server_.ior("Account/1001"));
-    ASSERT_NE(acct, nullptr);
-
-    Call statement(client_, acct, kAccountId, "statement", {{"^statement^length", "3"}});
-    statement.set("max_entries", "2");
-    ASSERT_EQ(statement.invoke().result, 0) << "sequence<struct Entry> Entries, result";
-    expect_value(statement, "^statement^length", "2", "sequence<struct Entry> Entries");
-    expect_value(statement, "^statement[0].text", "Rent", "sequence<struct Entry> Entries");
-    expect_value(statement, "^statement[1].kind", "3", "sequence<struct Entry> Entries");
-    expect_value(statement, "^statement[1].amount.amount", "1.250000",
-                 "sequence<struct Entry> Entries");
-    expect_value(statement, "^statement[2].text", "(no value)", "sequence<struct Entry> Entries");
-
-    Call mini(client_, acct, kAccountId, "mini_statement", {{"^mini_statement^length", "5"}});
-    ASSERT_EQ(mini.invoke().result, 0) << "sequence<struct Entry,5> RecentEntries, result";
-    expect_value(mini, "^mini_statement^length", "5", "sequence<struct Entry,5> RecentEntries");
-    expect_value(mini, "^mini_statement[4].balance_after", "5406.850000",
-                 "sequence<struct Entry,5> RecentEntries");
-
-    Call months(client_, acct, kAccountId, "month_end_balances");
-    months.set("year", "2024");
-    ASSERT_EQ(months.invoke().result, 0) << "array MonthEnd, out";
-    expect_value(months, "balances[0]", "5200.000000", "array MonthEnd");
-    expect_value(months, "balances[2]", "5406.850000", "array MonthEnd");
-    expect_value(months, "balances[11]", "5406.850000", "array MonthEnd");
-
-    Call history(client_, acct, kAccountId, "history",
-                 {{"history^length", "2"}, {"history[0]^length", "4"}, {"history[1]^length", "2"}});
-    history.set("months", "2");
-    const char *nested = "sequence<sequence<struct Entry>> MonthlyEntries";
-    ASSERT_EQ(history.invoke().result, 0) << nested << ", out";
-    expect_value(history, "history^length", "2", nested);
-    expect_value(history, "history[0]^length", "4", nested);
-    expect_value(history, "history[0][3].text", "Salary", nested);
-    expect_value(history, "history[1]^length", "2", nested);
-    expect_value(history, "history[1][1].date", "2024-03-31", nested);
-
-    Call balance(client_, acct, kAccountId, "_get_balance");
-    ASSERT_EQ(balance.invoke().result, 0) << "struct Money, result";
-    expect_value(balance, "^_get_balance.amount", "5406.850000", "struct Money");
-    expect_value(balance, "^_get_balance.currency", "0", "struct Money");
 }
 
 }  // namespace

@@ -44,23 +44,11 @@ int processes_with(const std::string &text) {
     return found;
 }
 
-class LoadMode : public ::testing::Test {
+class LoadMode : public RunnerTest {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(server_.running()) << "bank_server did not start";
-        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
-        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
-    }
-
     std::string script(const std::string &name, const std::string &text) {
         std::ofstream(dir_.path() + "/" + name) << text;
         return name;
-    }
-
-    // orbelle-run with args in the test's folder: its exit status, its
-    // standard output and error together in out.
-    int run(const std::string &args, std::string &out) {
-        return testsupport::run_runner("-C " + dir_.path() + " " + args, out);
     }
 
     // The server's count of the requests it has served, this question
@@ -86,9 +74,6 @@ protected:
         }
         return pid;
     }
-
-    testsupport::TempDir dir_;
-    BankServer server_{dir_.path()};
 };
 
 // Each iteration: three echoes and a call that fails with TRANSIENT, which

@@ -18,24 +18,27 @@ namespace bank {
 namespace {
 using testsupport::read_file;
 
-// The cells of a stats file's row by column name; names hold no comma here.
-std::map<std::string, std::string> stats_row(const std::string &csv, const std::string &name) {
+// The cells of each line of a CSV file whose cells hold no comma.
+std::vector<std::vector<std::string>> cells_of(const std::string &csv) {
+    std::vector<std::vector<std::string>> lines;
     std::istringstream in(csv);
-    std::string header, line;
-    std::getline(in, header);
-    auto split = [](const std::string &text) {
-        std::vector<std::string> cells;
-        std::istringstream s(text);
-        for (std::string cell; std::getline(s, cell, ',');) cells.push_back(cell);
-        if (!text.empty() && text.back() == ',') cells.emplace_back();
-        return cells;
-    };
-    std::vector<std::string> columns = split(header);
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream s(line);
+        lines.emplace_back();
+        for (std::string cell; std::getline(s, cell, ',');) lines.back().push_back(cell);
+        if (!line.empty() && line.back() == ',') lines.back().emplace_back();
+    }
+    return lines;
+}
+
+// The cells of a stats file's row by column name.
+std::map<std::string, std::string> stats_row(const std::string &csv, const std::string &name) {
+    auto lines = cells_of(csv);
     std::map<std::string, std::string> row;
-    while (std::getline(in, line)) {
-        std::vector<std::string> cells = split(line);
-        if (cells.empty() || cells[0] != name) continue;
-        for (size_t i = 0; i < columns.size() && i < cells.size(); ++i) row[columns[i]] = cells[i];
+    for (size_t at = 1; at < lines.size(); ++at) {
+        if (lines[at].empty() || lines[at][0] != name) continue;
+        for (size_t i = 0; i < lines[0].size() && i < lines[at].size(); ++i)
+            row[lines[0][i]] = lines[at][i];
     }
     return row;
 }
@@ -45,27 +48,18 @@ double number(const std::map<std::string, std::string> &row, const std::string &
     return found == row.end() || found->second.empty() ? -1 : std::stod(found->second);
 }
 
-class LoadRate : public ::testing::Test {
+class LoadRate : public RunnerTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(server_.running()) << "bank_server did not start";
-        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
-        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
+        RunnerTest::SetUp();
         std::ofstream(dir_.path() + "/slow.orb")
             << "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
                "begin wait\nparams diag delay\nset ms 20\ninvoke\nend wait\n";
     }
 
-    int run(const std::string &args, std::string &out) {
-        return testsupport::run_runner("-C " + dir_.path() + " " + args, out);
-    }
-
     std::string stats(const std::string &prefix) {
         return read_file(dir_.path() + "/" + prefix + "_stats.csv");
     }
-
-    testsupport::TempDir dir_;
-    BankServer server_{dir_.path()};
 };
 
 TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
@@ -119,16 +113,9 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
 // The history's rows of every request together: (users, target) by second.
 std::vector<std::pair<int, double>> users_and_targets(const std::string &csv) {
     std::vector<std::pair<int, double>> out;
-    std::istringstream in(csv);
-    std::string line;
-    std::getline(in, line);
-    while (std::getline(in, line)) {
-        std::vector<std::string> cells;
-        std::istringstream s(line);
-        for (std::string cell; std::getline(s, cell, ',');) cells.push_back(cell);
+    for (const auto &cells : cells_of(csv))
         if (cells.size() >= 10 && cells[1] == "all requests")
             out.emplace_back(std::stoi(cells[7]), cells[9].empty() ? -1 : std::stod(cells[9]));
-    }
     return out;
 }
 

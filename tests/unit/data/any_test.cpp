@@ -27,27 +27,6 @@ char *text(const char *s) {
     return t;
 }
 
-TEST_F(AnyTest, DestroyReleasesOnlyWhatIsOwned) {
-    unsigned char slot[sizeof(Any) + 1];
-    store_any(slot + 1, Any());  // at an odd address
-    EXPECT_EQ(load_any(slot + 1).type, tc_null());
-    destroy_any(slot + 1);
-    EXPECT_EQ(tc_null()->refCount, 1u);
-
-    // Not owned: the value is left alone, the type's reference given back.
-    tcb::Held seq(le.sequence(le.simple(tk_long)));
-    auto *owned_type = new TypeCode(tk_sequence, seq->length, std::malloc(seq->length), 1);
-    std::memcpy(owned_type->buffer, seq->buffer, seq->length);
-    int32_t values[2] = {1, 2};
-    SequenceRecord rec{2, 2, values};
-    store_any(slot, Any(owned_type, &rec, 0));
-    EXPECT_EQ(owned_type->refCount, 2u);
-    destroy_any(slot);
-    EXPECT_EQ(owned_type->refCount, 1u);
-    EXPECT_EQ(values[1], 2);
-    TypeCode::release(owned_type);
-}
-
 TEST_F(AnyTest, FreeValueWalksArraysAndRefusesNullTypes) {
     tcb::Held arr(le.array(le.simple(tk_string), 2));
     char *pair[2] = {text("x"), text("y")};

@@ -110,4 +110,27 @@ TEST(Cdr, GrowWithSizeAndStepSizes) {
     set_debug_level(0);
 }
 
+// Counted bytes are read in place; a count one past what is left is refused
+// by every reader, which then has consumed the count only.
+TEST(Cdr, CountedBytesAreReadInPlaceAndRefusedPastTheEnd) {
+    alignas(16) unsigned char bytes[12] = {1, 0, 0, 0, 4, 0, 0, 0, 'a', 'b', 'c', 0};
+    CDR cdr;
+    cdr.open_encapsulation(bytes, 12);
+    unsigned char *at = nullptr;
+    uint32_t count = 0;
+    ASSERT_TRUE(cdr.get_counted(&at, &count));
+    EXPECT_EQ(at, bytes + 8);
+    EXPECT_EQ(count, 4u);
+    EXPECT_EQ(cdr.space_left, 0u);
+    bytes[4] = 5;
+    for (int reader = 0; reader < 3; ++reader) {
+        cdr.open_encapsulation(bytes, 12);
+        bool ok = reader == 0   ? cdr.get_counted(&at, &count) != 0
+                  : reader == 1 ? get_counted_text(cdr) != nullptr
+                                : cdr.skip_counted() != 0;
+        EXPECT_FALSE(ok) << reader;
+        EXPECT_EQ(cdr.space_left, 4u) << reader;
+    }
+}
+
 }  // namespace

@@ -56,19 +56,6 @@ TEST(Dispatch, SelectorsOutOfRangeFailWithoutTouchingThePause) {
     std::free(again.status_text);
 }
 
-// The environment is read once, at the first valid call (init here): a
-// variable set later brings no pause.
-TEST(Dispatch, PauseLooksAtTheEnvironmentOnlyAtTheFirstValidCall) {
-    unsetenv("orbelledebug");
-    platform::set_sleep_hook(record_pause);
-    hostkit::Host host = testsupport::linked_host();
-    setenv("orbelledebug", "", 1);  // set to anything, even the empty text
-    iiop_record r = hostkit::make_record(IIOP_MAKE_IOR);
-    host.call(r);
-    EXPECT_TRUE(pauses.empty());
-    std::free(r.status_text);
-}
-
 // Only the time-out operation traces that it is not implemented.
 TEST(Dispatch, UnimplementedOperationsFailWithTheirCatalogueText) {
     hostkit::Host host = testsupport::linked_host();
@@ -94,25 +81,6 @@ TEST(Dispatch, UnimplementedOperationsFailWithTheirCatalogueText) {
             std::free(r.status_text);
         }
     }
-}
-
-TEST(Dispatch, SuccessLeavesTheOutcomeFieldsAsTheHostLeftThem) {
-    hostkit::Host host(&_iiop_entry);
-    iiop_record init = sentinel_record(IIOP_INIT);
-    init.u.init = hostkit::slots();
-    EXPECT_EQ(host.call(init), 0);
-    EXPECT_EQ(outcome(init), "77 88 sentinel");
-
-    iiop_target target{};
-    iiop_req req{};
-    target.repoid = const_cast<char *>("IDL:Any:1.0");
-    req.target = &target;
-    req.operation = const_cast<char *>("_non_existent");
-    iiop_record parms = sentinel_record(IIOP_GET_PARMS);
-    parms.u.get_parms.req = &req;
-    EXPECT_EQ(host.call(parms), 0);
-    EXPECT_EQ(outcome(parms), "77 88 sentinel");
-    hostkit::free_list(req.parms);
 }
 
 TEST(Dispatch, RequestsWithoutATargetFailWithoutTouchingTheWire) {
@@ -182,18 +150,6 @@ TEST(Catalogue, TextsLongerThanTheirBlocksAreCutAndTerminated) {
     EXPECT_EQ(std::strlen(mc_msg("MC_8_6_1")), 10u + 500u);
     TellcatTestSetIdentity(8, 6, 1, long_identity.c_str());
     EXPECT_EQ(std::strlen(mc_msg("MC_8_6_1")), 511u);
-}
-
-TEST(Catalogue, MessageTextsServeAsFormats) {
-    std::string six = mc_msg("MC_8_6_6");
-    EXPECT_EQ(six.rfind("MC_8_6_6: ", 0), 0u);
-    char line[600];
-    std::snprintf(line, sizeof line, six.c_str(), "IDL:Bank:1.0", "main");
-    EXPECT_NE(std::string(line).find("'IDL:Bank:1.0' named 'main'"), std::string::npos);
-    // the buffer is shared: the next call replaces the text
-    const char *first = mc_msg("MC_8_6_1");
-    mc_msg("MC_8_6_2");
-    EXPECT_NE(std::string(first).find("MC_8_6_2"), std::string::npos);
 }
 
 TEST(Exports, AHostFindsTheDoorAndTheNamedExportsOnly) {

@@ -146,77 +146,6 @@ TEST_F(Invoke, RunsOfNumbersGoOutAsRecordByRecord) {
     EXPECT_EQ(sent[1], w.bytes());
 }
 
-// A run longer than the block the words gather in, starting off the word
-// boundary, with out records and an in-out record among its records and the
-// stream growing under it: bytes and records as record by record.
-TEST_F(Invoke, ALongRunGoesOutInBlocksAsRecordByRecord) {
-    const char *texts[] = {"0", " -2", "+3", "x9", nullptr, "4294967297", "-2147483648", "77"};
-    std::string sent[2];
-    std::vector<std::string> records[2];
-    for (int level : {1, 0}) {
-        set_debug_level(level);
-        peer::ScriptedPeer peer;
-        // v[399], v[700] (in-out), v[799] and v[1199] receive.
-        peer.accept().read_message().send_for(
-            answer([](peer::Writer &w) { w.ulong(4).ulong(5).ulong(6).ulong(7); }));
-        peer.start();
-        Parms p;
-        p.add(PARM_IN, 9, "c", "z");
-        for (int i = 0; i < 1300; ++i) {
-            std::string name = "v[" + std::to_string(i) + "]";
-            int32_t flags = i == 700 ? PARM_INOUT : i % 400 == 399 ? PARM_OUT : PARM_IN;
-            ScriptParm *r = p.add(flags, i % 3 == 0 ? 5 : 3, name.c_str(), texts[i % 8]);
-            r->valuesize = i % 5 == 0 && flags == PARM_IN ? 4 : 0;
-            r->ptr = r;
-        }
-        ASSERT_EQ(invoke(request(bind(peer.port()), IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
-        ASSERT_TRUE(peer.wait());
-        sent[level] = args_of(peer.messages()[0]);
-        EXPECT_STREQ(p.value("v[700]"), "5");
-        EXPECT_STREQ(p.value("v[1199]"), "7");
-        for (ScriptParm *q = p.head; q != nullptr; q = q->next) {
-            EXPECT_EQ(q->ptr, nullptr) << q->name;
-            records[level].push_back(std::to_string(q->valuesize));
-        }
-    }
-    set_debug_level(0);
-    EXPECT_EQ(sent[0], sent[1]);
-    EXPECT_EQ(records[0], records[1]);
-    // 1 char, 3 bytes of padding and the 1297 words of the in records.
-    ASSERT_EQ(sent[1].size(), 4u + 4u * 1297);
-    uint32_t second, eighth;
-    std::memcpy(&second, &sent[1][4 + 4], 4);
-    std::memcpy(&eighth, &sent[1][4 + 4 * 7], 4);
-    EXPECT_EQ(second, 0xfffffffeu);  // " -2"
-    EXPECT_EQ(eighth, 77u);
-}
-
-TEST_F(Invoke, EmptyAndOutOnlyListsSendNoBodyAndUnknownTypesSendNothing) {
-    Parms empty, out_only, bad;
-    out_only.add(PARM_OUT, 3, "r", nullptr);
-    bad.add(PARM_IN, 3, "a", "1");
-    bad.add(PARM_OUT, 23, "big", nullptr);
-    peer.accept().read_message().send_for(answer(nullptr));
-    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(9); }));
-    peer.start();
-    void *obj = bind(peer.port());
-    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "none", empty)), IIOP_OK) << text;
-    // The unknown type is found before anything goes out.
-    hostkit::clear_printed();
-    uint32_t id = next_request_id;
-    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "bad", bad)), 1);
-    EXPECT_EQ(record.exception_index, 8);
-    EXPECT_EQ(text, "IDL:omg.org/CORBA/MARSHAL:1.0");
-    EXPECT_TRUE(hostkit::printed_contains("vu_do_call:  dataptr NULL -- unsupported data type"));
-    ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "out", out_only)), IIOP_OK) << text;
-    ASSERT_TRUE(peer.wait());
-    ASSERT_EQ(peer.messages().size(), 2u);
-    EXPECT_EQ(args_of(peer.messages()[0]), "");
-    EXPECT_EQ(args_of(peer.messages()[1]), "");
-    EXPECT_EQ(peer::parse_request(peer.messages()[1]).request_id, id + 1);
-    EXPECT_STREQ(out_only.value("r"), "9");
-}
-
 TEST_F(Invoke, OpaqueParametersGoOutAsTheirBytesAndTakeTheRestOfTheReply) {
     Parms opaque, plain;
     opaque.add(PARM_IN, 3, "a", "7");
@@ -327,46 +256,6 @@ TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
     ASSERT_TRUE(peer.wait());
     EXPECT_EQ(peer::parse_request(peer.messages()[0]).response_expected, 0);
     EXPECT_EQ(peer.connections(), 1);
-}
-
-TEST_F(Invoke, ExceptionsOfTheReplyReachTheHostAndLeaveTheValues) {
-    peer.accept().read_message().send_for(
-        answer([](peer::Writer &w) { w.string("IDL:T/Oops:1.0").string("why").ulong(3); }, 1));
-    peer.read_message().send_for([](const peer::Request &r) {
-        return peer::system_exception_reply(r.request_id, "IDL:omg.org/CORBA/NO_PERMISSION:1.0", 5,
-                                            1);
-    });
-    peer.start();
-    void *obj = bind(peer.port());
-    Parms p;
-    p.add(PARM_OUT, 3, "r", "old");
-    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), 2);
-    EXPECT_EQ(record.status, 2);
-    EXPECT_EQ(record.exception_index, 23);
-    EXPECT_EQ(text, "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0");
-    EXPECT_FALSE(on_connection_list(static_cast<objref *>(obj)));
-    EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), 1);
-    EXPECT_EQ(record.status, 1);
-    EXPECT_EQ(record.exception_index, 6);
-    EXPECT_EQ(text, "IDL:omg.org/CORBA/NO_PERMISSION:1.0");
-    EXPECT_EQ(env.system_exception()->minor, 5u);
-    EXPECT_STREQ(p.value("r"), "old");
-    EXPECT_EQ(record.u.invoke.connect_host, nullptr);
-    ASSERT_TRUE(peer.wait());
-}
-
-TEST_F(Invoke, ASilentPeerEndsTheRequestInCommFailure) {
-    peer.accept().read_message().wait_forever();
-    peer.start();
-    Parms p;
-    p.add(PARM_OUT, 3, "r", "old");
-    iiop_req &req = request(bind(peer.port()), IIOP_TWOWAY, "op", p);
-    // Below one second the wait is a whole second.
-    EXPECT_EQ(invoke(req, 1), 1);
-    EXPECT_EQ(timeout_ms, 1);
-    EXPECT_EQ(record.exception_index, 4);
-    EXPECT_EQ(text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
-    EXPECT_STREQ(p.value("r"), "old");
 }
 
 // A two-way call takes an idle connection without looking at it first. When

@@ -28,6 +28,26 @@ struct NamingResolve : road::Road {
     std::string bound_modus;
 };
 
+// The resolve request names one component, the instance id and an empty
+// kind in that order; the reference answered is the one bound.
+TEST_F(NamingResolve, TheNamingServicesAnswerBecomesTheBoundReference) {
+    peer::ScriptedPeer ns;
+    ns.accept().read_message().send_for(
+        road::answer([](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", 4321, "found"); }));
+    ns.start();
+    objref *obj = bind_by(naming(ns), "");
+    ASSERT_NE(obj, nullptr);
+    EXPECT_EQ(obj->data->profile.port, 4321);
+    ASSERT_TRUE(ns.wait());
+    peer::Request sent = peer::parse_request(ns.messages()[0]);
+    EXPECT_EQ(sent.operation, "resolve");
+    peer::Writer name(true, sent.args_offset);
+    name.ulong(1).string("teller").align(4).string("");
+    std::string got = road::args_of(ns.messages()[0]);
+    EXPECT_EQ(got.substr(0, 15), name.bytes().substr(0, 15));
+    EXPECT_EQ(got.substr(got.size() - 5), name.bytes().substr(name.bytes().size() - 5));
+}
+
 TEST_F(NamingResolve, ANamingServiceThatFailsGivesWayToTheNextAlternative) {
     peer::ScriptedPeer refusing, closing;
     // NotFound is a user exception, unknown to scripts.

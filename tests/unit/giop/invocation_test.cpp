@@ -90,34 +90,6 @@ TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
     wait_list_remove(&other);
 }
 
-TEST(Invocation, ExceptionRepliesSetTheEnvironment) {
-    Call c;
-    c.peer.accept()
-        .read_message()
-        .send_for([](const peer::Request &r) {
-            return peer::system_exception_reply(r.request_id, exid::COMM_FAILURE, 0x41540002, 1);
-        })
-        .read_message()
-        .send_for(answer(1, [](peer::Writer &w) { w.string("IDL:EchoTest/Oops:1.0").ulong(3); }))
-        .read_message()
-        .send_for(answer(0, [](peer::Writer &w) { w.ulong(1); }))
-        .wait_forever();
-    c.begin();
-    GIOP::Invocation inv(c.ref->data, "echo", 1);
-    EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);
-    ASSERT_NE(c.env.system_exception(), nullptr);
-    EXPECT_EQ(id_of(c.env), exid::COMM_FAILURE);
-    EXPECT_EQ(c.env.system_exception()->minor, 0x41540002u);
-    EXPECT_EQ(c.env.system_exception()->completed, 1u);
-    EXPECT_EQ(reply_kind, 1);
-
-    EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);
-    EXPECT_EQ(id_of(c.env), exid::OBJ_ADAPTER);
-    EXPECT_EQ(reply_kind, 2);
-    // The connection is still good for the next call.
-    EXPECT_EQ(c.call(inv), NO_EXCEPTION);
-}
-
 TEST(Invocation, BadReplyStatusAbortsWithTheFixedMessageError) {
     Call c;
     c.peer.accept().read_message().send_for(answer(4)).read_to_eof();
@@ -202,26 +174,6 @@ TEST(Invocation, WaitOnlySendsNothingAndPeerMessageErrorFails) {
     EXPECT_EQ(inv.invoke(kNoExceptions, c.env, 1), SYSTEM_EXCEPTION);
     EXPECT_EQ(id_of(c.env), exid::COMM_FAILURE);
     EXPECT_EQ(c.peer.received(), "");
-}
-
-TEST(Invocation, CloseconnWithOnlyABusyConnectionMakesAndClosesANewOne) {
-    Call c;
-    c.peer.accept().accept().read_to_eof();
-    c.begin();
-    GIOP::Invocation busy(c.ref->data, "echo", 1);
-    busy.start(nullptr, c.env, 1, nullptr);
-    ASSERT_NE(busy.endpoint, nullptr);
-    {
-        GIOP::Invocation closer(c.ref->data, "echo", 1);
-        closer.closeconn(c.env);
-        ASSERT_NE(closer.endpoint, nullptr);
-        EXPECT_NE(closer.endpoint, busy.endpoint);
-        EXPECT_EQ(closer.endpoint->fd, -1);
-        EXPECT_EQ(closer.fd, -1);
-    }
-    EXPECT_NE(busy.endpoint->fd, -1);
-    ASSERT_TRUE(c.peer.wait());
-    EXPECT_EQ(c.peer.connections(), 2);
 }
 
 }  // namespace

@@ -175,21 +175,4 @@ TEST(ProfileVersions, NewestReadableProfileIsUsedOnlyWithoutOneZero) {
     set_debug_level(0);
 }
 
-// A reference read from a 1.2 profile goes back to the server as a 1.0
-// profile with the same host, port and key, in both text forms.
-TEST(ProfileVersions, NewerProfileIsWrittenBackAsOneZero) {
-    Environment env;
-    objref *obj = string_to_object(ior({v12("host.example")}).c_str(), env);
-    ASSERT_NE(obj, nullptr) << id_of(env);
-    char *text = ior_text_of(obj, env);
-    ASSERT_NE(text, nullptr) << id_of(env);
-    EXPECT_EQ(text, peer::ior_text(peer::ior_bytes("IDL:Stock:1.0", "host.example", 2809,
-                                                   "Khost.example", true)));
-    std::free(text);
-    text = iiop_text_of(obj, env);
-    EXPECT_STREQ(text, "iiop:1.0//host.example:2809/Khost.example");
-    std::free(text);
-    release_objref(obj, env);
-}
-
 }  // namespace

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/peer/peer.h"
+
 namespace capwrite {
 
 // Little helpers that append numbers in a chosen byte order.
@@ -167,70 +169,57 @@ inline std::string pcapng_file(int link, const std::vector<Packet> &packets) {
 // message's first byte.
 class Giop {
 public:
-    Giop(uint8_t minor, bool little, uint8_t type, uint8_t more_flag = 0) : little_(little) {
-        m_ = "GIOP";
-        m_ += static_cast<char>(1);
-        m_ += static_cast<char>(minor);
-        m_ += static_cast<char>((little ? 1 : 0) | more_flag);
-        m_ += static_cast<char>(type);
-        m_.append(4, '\0');
+    Giop(uint8_t minor, bool little, uint8_t type, uint8_t more_flag = 0)
+        : w_(little, 0), little_(little) {
+        w_.raw("GIOP").octet(1).octet(minor).octet((little ? 1 : 0) | more_flag).octet(type);
+        w_.ulong(0);
     }
     Giop &align(size_t n) {
-        m_.append((n - m_.size() % n) % n, '\0');
+        w_.align(n);
         return *this;
     }
     Giop &octet(uint8_t v) {
-        m_ += static_cast<char>(v);
+        w_.octet(v);
         return *this;
     }
     Giop &ushort(uint16_t v) {
-        align(2);
-        put16(m_, v, little_);
+        w_.ushort(v);
         return *this;
     }
     Giop &ulong(uint32_t v) {
-        align(4);
-        put32(m_, v, little_);
+        w_.ulong(v);
         return *this;
     }
     Giop &octets(const std::string &s) {
-        ulong(static_cast<uint32_t>(s.size()));
-        m_ += s;
+        w_.octets(s);
         return *this;
     }
-    Giop &string(const std::string &s) { return octets(s + '\0'); }
+    Giop &string(const std::string &s) {
+        w_.string(s);
+        return *this;
+    }
     Giop &raw(const std::string &s) {
-        m_ += s;
+        w_.raw(s);
         return *this;
     }
     // The message with its body size filled in.
     std::string bytes() const {
-        std::string out = m_;
+        std::string out = w_.bytes();
         std::string size;
         put32(size, static_cast<uint32_t>(out.size() - 12), little_);
-        out.replace(8, 4, size);
-        return out;
+        return out.replace(8, 4, size);
     }
 
 private:
-    std::string m_;
+    peer::Writer w_;
     bool little_;
 };
 
 // An IIOP 1.0 profile body (an encapsulation) addressing key.
 inline std::string iiop_profile(const std::string &key, bool little = false) {
-    std::string out(1, static_cast<char>(little ? 1 : 0));
-    out += static_cast<char>(1);
-    out += static_cast<char>(0);
-    out.append((4 - out.size() % 4) % 4, '\0');
-    put32(out, 10, little);
-    out += std::string("127.0.0.1") + '\0';
-    out.append((2 - out.size() % 2) % 2, '\0');
-    put16(out, 2809, little);
-    out.append((4 - out.size() % 4) % 4, '\0');
-    put32(out, static_cast<uint32_t>(key.size()), little);
-    out += key;
-    return out;
+    peer::Writer p(little, 0);
+    p.octet(little ? 1 : 0).octet(1).octet(0).string("127.0.0.1").ushort(2809).octets(key);
+    return p.bytes();
 }
 
 }  // namespace capwrite

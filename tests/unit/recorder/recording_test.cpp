@@ -132,52 +132,6 @@ std::string record(const std::string &capture, RecordOptions options, WriteOptio
 
 }  // namespace
 
-// Every line a script needs to repeat the conversation, in order: the first
-// object bound by its address, the returned reference saved and bound by
-// variable, the returned id used again, the exception expected, the
-// sequence's length asked for, the step after the pause.
-TEST(Recording, TheConversationBecomesAScriptThatRepeatsIt) {
-    Recording *rec = nullptr;
-    std::string script = record(bank_capture(), {}, {}, &rec);
-    const char *const lines[] = {
-        "begin step1",
-        "bind bank IDL:Banking/Bank:1.0 bank IOR IOR:",
-        "params bank find_account",
-        "set number 1001",
-        "invoke",
-        "save ^find_account account_ior",
-        "bind account IDL:Banking/Account:1.0 account IOR ${account_ior}",
-        "params account _get_number",
-        "save ^_get_number get_number_2",
-        "set number ${get_number_2}",
-        "invoke expect=user  # IDL:Banking/UnknownAccount:1.0",
-        "params account statement ^statement^length=1",
-        "set max_entries 2",
-        "end step1",
-        "begin step2",
-        "params bank audit",
-        "set event \"ev ent\"",
-        "invoke oneway",
-        "# not decoded: transfer on bank: ",
-        "end step2",
-    };
-    size_t at = 0;
-    for (const char *line : lines) {
-        size_t found = script.find(std::string("\n") + line, at);
-        ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n"
-                                            << script;
-        at = found + 1;
-    }
-    EXPECT_NE(script.find("1 _is_a/_non_existent"), std::string::npos) << script;
-    EXPECT_EQ(script.find("check "), std::string::npos);
-    ASSERT_NE(rec, nullptr);
-    EXPECT_EQ(rec->calls_recorded, 6u);
-    EXPECT_EQ(rec->framer_counts.messages, 12u);
-    // The bank's reference points where the client sent its requests.
-    EXPECT_NE(script.find(reference_text("IDL:Banking/Bank:1.0", "127.0.0.2", 2809, "bank-key")),
-              std::string::npos);
-}
-
 // Options: checks of the reply values (references and saved ids left
 // out), pauses as think lines, servers and clients filtered, an object's
 // interface given by hand.

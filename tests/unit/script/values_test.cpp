@@ -166,27 +166,4 @@ TEST_F(ScriptValues, LongReplyStringsEnlargeTheTextAreaInThousandByteSteps) {
     }
 }
 
-TEST_F(ScriptValues, MissingTextsSendNothingAndReferencesGoBackWithTheirArea) {
-    set_debug_level(1);
-    Environment env;
-    Record none(tk_string);
-    none.parm.valuesize = 7;
-    void *area = newdataptr(&none.parm);
-    putdata(&none.parm, area, env);
-    EXPECT_EQ(*static_cast<char **>(area), nullptr);
-    EXPECT_EQ(none.parm.valuesize, 7);  // untouched when there is no text
-    EXPECT_TRUE(hostkit::printed_contains("putdata:  WARNING - no string data to convert"));
-    none.parm.ptr = area;
-    deletedataptr(&none.parm);
-
-    // A reference made for an in record goes back with its area.
-    Record good(tk_objref);
-    good.set("iiop:1.0//127.0.0.1:9/k");
-    area = newdataptr(&good.parm);
-    putdata(&good.parm, area, env);
-    ASSERT_NE(*static_cast<objref **>(area), nullptr);
-    good.parm.ptr = area;
-    deletedataptr(&good.parm);
-}
-
 }  // namespace

@@ -118,11 +118,6 @@ void play(uint32_t capacity, const std::vector<Taken> &steps, double end = 10) {
     }
 }
 
-TEST(Arrivals, FreeUsersTakeTheNextOnTime) {
-    // Users free early each wait for the next arrival: none is dropped.
-    play(0, {{0, true, 0, 0}, {0, true, 0.1, 0}, {0.05, true, 0.2, 0}, {0.3, true, 0.3, 0}});
-}
-
 TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDropped) {
     // Room for two: at 0.55 s arrivals 0.1 .. 0.5 have come; 0.1 and 0.2
     // wait, 0.3, 0.4 and 0.5 are dropped; the oldest goes first.
@@ -156,46 +151,6 @@ TEST(Arrivals, PoissonGapsKeepTheMean) {
 }
 
 #ifndef _WIN32
-TEST(Arrivals, ProcessesShareTheScheduleAndEachArrivalGoesToOne) {
-    // 1000 a second for 0.2 s: 200 arrivals, taken by three processes as
-    // fast as they can; those due while the processes start wait, in a
-    // ring with room for all, so none is dropped.
-    SharedArrivals arrivals;
-    std::string error;
-    ASSERT_TRUE(arrivals.create(Profile(1000), false, 200, 0.2, error)) << error;
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    std::vector<pid_t> children;
-    for (int c = 0; c < 3; ++c) {
-        pid_t pid = fork();
-        if (pid == 0) {
-            close(fds[0]);
-            for (double due; arrivals.next(due);) {
-                if (write(fds[1], &due, sizeof due) != sizeof due) _exit(1);
-            }
-            _exit(0);
-        }
-        children.push_back(pid);
-    }
-    close(fds[1]);
-    std::multiset<long> taken;
-    for (double due; read(fds[0], &due, sizeof due) == sizeof due;)
-        taken.insert(std::lround(due * 1000));
-    close(fds[0]);
-    for (pid_t pid : children) {
-        int status = 0;
-        waitpid(pid, &status, 0);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
-    uint64_t due = 0, dropped = 0;
-    arrivals.counts(due, dropped);
-    EXPECT_EQ(dropped, 0u);
-    EXPECT_EQ(due, 200u);
-    ASSERT_EQ(taken.size(), 200u);
-    EXPECT_EQ(std::set<long>(taken.begin(), taken.end()).size(), 200u);  // each once
-    EXPECT_EQ(*taken.begin(), 0);
-    EXPECT_EQ(*taken.rbegin(), 199);
-}
 #endif
 
 StatsRow row(const char *name, double p50, double p95, double rate, uint64_t count = 100,

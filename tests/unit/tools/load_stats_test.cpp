@@ -228,49 +228,6 @@ TEST(Aggregator, ProgressLineShowsTheLastSecond) {
     EXPECT_NE(line.find("calls/s 0.0"), std::string::npos) << line;
 }
 
-TEST(Aggregator, UnderARateTimesFromWhenDueAndCountsWhatWasDropped) {
-    const int64_t start = 0;
-    Aggregator totals(start);
-    totals.set_schedule(50, 0);
-    for (int i = 0; i < 10; ++i) {
-        Event t = event(100 + i, "transaction", "transaction pay", 2.0);
-        t.wait_ms = i < 5 ? 0 : 8.0;  // the second half started 8 ms late
-        totals.add(t);
-        Event it = event(100 + i, "iteration", "iteration", 3.0);
-        it.wait_ms = t.wait_ms;
-        totals.add(it);
-        totals.add(event(100 + i, "call", "invoke pay twoway", 1.0));  // calls have no wait
-    }
-    totals.set_schedule(50, 7);
-    std::string line = totals.tick(1000, 2, 2);
-    EXPECT_NE(line.find("iterations/s 10.0 of 50.0  dropped 7"), std::string::npos) << line;
-    totals.set_schedule(40, 9);
-    totals.tick(2000, 2, 2);
-    RunReport report;
-    totals.finish(2000, report);
-    ASSERT_EQ(report.rows.size(), 4u);
-    const StatsRow &pay = report.rows[0];
-    EXPECT_TRUE(pay.has_response);
-    EXPECT_DOUBLE_EQ(pay.p99_ms, 2.0);      // service time
-    EXPECT_NEAR(pay.r_p50_ms, 2.0, 0.01);   // response time: the first half ...
-    EXPECT_NEAR(pay.r_p99_ms, 10.0, 0.04);  // ... and the late half
-    EXPECT_DOUBLE_EQ(pay.r_mean_ms, 6.0);
-    EXPECT_FALSE(report.rows[1].has_response);  // the call
-    EXPECT_DOUBLE_EQ(report.rows[2].r_max_ms, 11.0);
-    EXPECT_TRUE(report.open_model);
-    EXPECT_EQ(report.dropped, 9u);
-    // The seconds: iterations ended, the target and the drops of each.
-    std::vector<std::pair<uint64_t, uint64_t>> seconds;
-    for (const SecondRow &r : report.history)
-        if (r.name == kAllCalls) seconds.emplace_back(r.iterations, r.dropped);
-    EXPECT_EQ(seconds, (std::vector<std::pair<uint64_t, uint64_t>>{{10, 7}, {0, 2}}));
-    // The spectrum rises from the smallest to the largest, ending at 100.
-    ASSERT_FALSE(pay.r_spectrum.empty());
-    EXPECT_NEAR(pay.r_spectrum.front().second, 2.0, 0.01);
-    EXPECT_EQ(pay.r_spectrum.back(), std::make_pair(100.0, 10.0));
-    EXPECT_TRUE(std::is_sorted(pay.r_spectrum.begin(), pay.r_spectrum.end()));
-}
-
 TEST(Aggregator, FailureIds) {
     Event e = event(0, "call", "invoke x twoway", 1, false,
                     "status 1, exception 4, "
