@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -43,6 +44,22 @@ protected:
     // standard output and error together in out.
     int run(const std::string &args, std::string &out) {
         return testsupport::run_runner("-C " + dir_.path() + " " + args, out);
+    }
+    // Writes a script into the test's folder; its name.
+    std::string script(const std::string &name, const std::string &text) {
+        std::ofstream(dir_.path() + "/" + name) << text;
+        return name;
+    }
+    // The server's count of the requests it has served, this question
+    // included (read from the failed check's message).
+    long requests_served() {
+        std::string out;
+        run(script("count.orb",
+                   "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
+                   "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"),
+            out);
+        size_t at = out.find("got '");
+        return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
     }
 
     testsupport::TempDir dir_;

@@ -1,10 +1,6 @@
 // A user's life against the demo bank: bindings and their connections kept
 // across iterations, and set-up and tear-down once per user alone, under
 // --users and under --serve, counted by the server itself.
-#include <unistd.h>
-
-#include <fstream>
-
 #include "tests/interop/bank/bank_fixture.h"
 #include "tests/unit/tools/run_tool.h"
 
@@ -29,37 +25,15 @@ std::string squashed(const std::string &text) {
     return out;
 }
 
-class Lifecycle : public ::testing::Test {
+class Lifecycle : public RunnerTest {
 protected:
-    void SetUp() override {
-        ASSERT_TRUE(server_.running()) << "bank_server did not start";
-        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
-        setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
-    }
-
     // Writes the script and runs orbelle-run on it with args; its exit
     // status, and its output with runs of blanks made one.
-    int run(const std::string &args, const std::string &script, std::string &out) {
-        std::ofstream(dir_.path() + "/s.orb") << script;
-        int status = testsupport::run_runner("-C " + dir_.path() + " " + args + " s.orb", out);
+    int run_script(const std::string &args, const std::string &text, std::string &out) {
+        int status = run(args + " " + script("s.orb", text), out);
         out = squashed(out);
         return status;
     }
-
-    // The server's count of the requests it has served, this question
-    // included (read from the failed check's message).
-    long served() {
-        std::string out;
-        run("",
-            std::string(bind_line) + "params diag requests_served\ninvoke\n" +
-                "check ^requests_served < 0\n",
-            out);
-        size_t at = out.find("got '");
-        return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
-    }
-
-    testsupport::TempDir dir_;
-    BankServer server_{dir_.path()};
 };
 
 TEST_F(Lifecycle, BindingsAndTheirConnectionsAreKeptUnlessArgumentsChangeOrFreshIsAsked) {
@@ -77,7 +51,9 @@ TEST_F(Lifecycle, BindingsAndTheirConnectionsAreKeptUnlessArgumentsChangeOrFresh
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.flags) + " " + c.bind);
         std::string out;
-        EXPECT_EQ(run(std::string(c.flags) + " --iterations 3", std::string(c.bind) + echo, out), 0)
+        EXPECT_EQ(
+            run_script(std::string(c.flags) + " --iterations 3", std::string(c.bind) + echo, out),
+            0)
             << out;
         EXPECT_EQ(count(out, "connected to 127.0.0.1:"), c.connects) << out;
         EXPECT_EQ(count(out, "kept: bound so already, nothing sent"), c.kept) << out;
@@ -124,15 +100,15 @@ TEST_F(Lifecycle, SetUpAndTearDownRunOncePerUserInEveryMode) {
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.args + ", set-up check " + c.setup_check);
-        long before = served();
+        long before = requests_served();
         std::string out;
-        EXPECT_EQ(run(c.args,
-                      std::string("setup\n") + bind_line + echo + "check ^echo_long " +
-                          c.setup_check + "\niteration\n" + echo + "teardown\n" + echo,
-                      out),
+        EXPECT_EQ(run_script(c.args,
+                             std::string("setup\n") + bind_line + echo + "check ^echo_long " +
+                                 c.setup_check + "\niteration\n" + echo + "teardown\n" + echo,
+                             out),
                   c.status)
             << out;
-        EXPECT_EQ(served() - before - 1, c.requests) << out;
+        EXPECT_EQ(requests_served() - before - 1, c.requests) << out;
         for (const std::string &text : c.seen)
             EXPECT_EQ(count(out, text), 1) << text << "\n" << out;
     }

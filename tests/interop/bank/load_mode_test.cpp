@@ -46,23 +46,6 @@ int processes_with(const std::string &text) {
 
 class LoadMode : public RunnerTest {
 protected:
-    std::string script(const std::string &name, const std::string &text) {
-        std::ofstream(dir_.path() + "/" + name) << text;
-        return name;
-    }
-
-    // The server's count of the requests it has served, this question
-    // included (read from the failed check's message).
-    long requests_served() {
-        std::string out;
-        run(script("count.orb",
-                   "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-                   "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"),
-            out);
-        size_t at = out.find("got '");
-        return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
-    }
-
     // Starts orbelle-run with args in the background, its output in a file.
     pid_t start(const std::string &args) {
         pid_t pid = fork();
