@@ -28,7 +28,7 @@ extern "C" int32_t _iiop_entry(iiop_record *record);
 namespace testsupport {
 
 std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(path);  // text: Windows line ends read as "\n"
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 

@@ -19,7 +19,8 @@ namespace testsupport {
 // captured lines cleared.
 hostkit::Host linked_host();
 
-// The whole content of a file, empty if it cannot be read.
+// The whole text of a file (Windows line ends read as "\n"), empty if it
+// cannot be read.
 std::string read_file(const std::string &path);
 
 // Path of a file under tests/data.
