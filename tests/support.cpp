@@ -1,5 +1,7 @@
 #include "tests/support.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -30,6 +32,18 @@ namespace testsupport {
 std::string read_file(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void expect_has(const std::string &text, const std::vector<std::string> &parts) {
+    for (const std::string &part : parts)
+        if (text.find(part) == std::string::npos)
+            ADD_FAILURE() << "missing: " << part << "\nin:\n" << text;
+}
+
+void expect_lacks(const std::string &text, const std::vector<std::string> &parts) {
+    for (const std::string &part : parts)
+        if (text.find(part) != std::string::npos)
+            ADD_FAILURE() << "present: " << part << "\nin:\n" << text;
 }
 
 hostkit::Host linked_host() {

@@ -105,18 +105,10 @@ TEST(EventReader, ReadsBackWhatTheWriterWrites) {
     e.error = "IDL:omg.org/CORBA/TRANSIENT:1.0 </script>";
     Event back;
     ASSERT_TRUE(read_event(to_json(e), back)) << to_json(e);
-    EXPECT_EQ(back.t, e.t);
-    EXPECT_EQ(back.vu, 17);
-    EXPECT_EQ(back.iter, 3);
+    // Every field the writer wrote, written again the same.
+    EXPECT_EQ(to_json(back), to_json(e));
     EXPECT_STREQ(back.kind, "call");
-    EXPECT_EQ(back.name, e.name);
-    EXPECT_EQ(back.script, e.script);
-    EXPECT_EQ(back.line, 42);
     EXPECT_DOUBLE_EQ(back.ms, 12.345);
-    EXPECT_FALSE(back.ok);
-    EXPECT_TRUE(back.has_status);
-    EXPECT_EQ(back.index, 3);
-    EXPECT_EQ(back.error, e.error);
 
     // Newer keys are passed over; escapes JSON allows are read.
     ASSERT_TRUE(read_event(R"({"kind": "check", "name": "a\/b\u00e9\ud83d\ude00", "x": [1]})",

@@ -18,6 +18,8 @@ namespace {
 using runner::Script;
 using runner::Verb;
 using testsupport::closed_ior;
+using testsupport::expect_has;
+using testsupport::expect_lacks;
 using testsupport::read_file;
 using testsupport::run_runner;
 
@@ -163,11 +165,10 @@ TEST_F(LoadRun, VariablesDataRowsAndSavedValuesFlowIntoRequests) {
            "check logical_type_id ${seen}\n");
     std::string out;
     EXPECT_EQ(run_runner("--iterations 3 --vu 4 data/s.orb", out), 0) << out;
-    for (const char *seen : {"    logical_type_id = hi Bo, \"Jr\" from Bern/4/1\n",
-                             "check logical_type_id = 'hi Bo, \"Jr\" from Bern/4/1' ok\n",
-                             "    logical_type_id = hi Ann from Two\nLines/4/2\n",
-                             "    logical_type_id = hi Bo, \"Jr\" from Bern/4/3\n"})
-        EXPECT_NE(out.find(seen), std::string::npos) << seen << "\n" << out;
+    expect_has(out, {"    logical_type_id = hi Bo, \"Jr\" from Bern/4/1\n",
+                     "check logical_type_id = 'hi Bo, \"Jr\" from Bern/4/1' ok\n",
+                     "    logical_type_id = hi Ann from Two\nLines/4/2\n",
+                     "    logical_type_id = hi Bo, \"Jr\" from Bern/4/3\n"});
 }
 
 TEST_F(LoadRun, RunTimeErrorsNameTheLine) {
@@ -215,16 +216,13 @@ TEST_F(LoadRun, UniqueRowsAreSplitBetweenUsersUntilUsedUp) {
     script("u.orb", "data d.csv unique\nset logical_type_id ${n}\nprint logical_type_id\n");
     std::string out;
     EXPECT_EQ(run_runner("--iterations 9 --vu 2 --users-total 2 u.orb", out), 0) << out;
-    EXPECT_NE(out.find("= b\n"), std::string::npos) << out;
-    EXPECT_NE(out.find("= d\n"), std::string::npos) << out;
-    EXPECT_NE(
-        out.find("u.orb:3                  no row of d.csv is left for user 2: the user stops\n"),
-        std::string::npos)
-        << out;
-    EXPECT_EQ(out.find("-- iteration 4"), std::string::npos) << out;
+    expect_has(out,
+               {"= b\n", "= d\n",
+                "u.orb:3                  no row of d.csv is left for user 2: the user stops\n"});
+    expect_lacks(out, {"-- iteration 4"});
     out.clear();
     EXPECT_EQ(run_runner("--iterations 9 u.orb 2>/dev/null", out), 0);
-    EXPECT_NE(out.find("= e\n-- iteration 6 of 9\n"), std::string::npos) << out;
+    expect_has(out, {"= e\n-- iteration 6 of 9\n"});
     // The parent of a load run may pass the user's place in the environment.
     out.clear();
     setenv("ORBELLE_VU", "3", 1);
@@ -232,8 +230,7 @@ TEST_F(LoadRun, UniqueRowsAreSplitBetweenUsersUntilUsedUp) {
     EXPECT_EQ(run_runner("--iterations 9 u.orb", out), 0);
     unsetenv("ORBELLE_VU");
     unsetenv("ORBELLE_USERS_TOTAL");
-    EXPECT_NE(out.find("= c\n-- iteration 2 of 9\n"), std::string::npos) << out;
-    EXPECT_NE(out.find("left for user 3: the user stops"), std::string::npos) << out;
+    expect_has(out, {"= c\n-- iteration 2 of 9\n", "left for user 3: the user stops"});
 }
 
 TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
@@ -275,19 +272,15 @@ TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
     std::string second;
     for (const std::string &line : lines)
         if (line.find("\"iter\": 2,") != std::string::npos) second += line + "\n";
-    EXPECT_EQ(second.find("\"ok\": false"), std::string::npos) << second;
-    EXPECT_NE(second.find("\"name\": \"transaction outer\", \"script\": \"f.orb\", \"line\": 12"),
-              std::string::npos)
-        << second;
-    EXPECT_NE(events.find("\"iter\": 3, \"kind\": \"iteration\""), std::string::npos) << events;
+    expect_lacks(second, {"\"ok\": false"});
+    expect_has(second, {"\"name\": \"transaction outer\", \"script\": \"f.orb\", \"line\": 12"});
+    expect_has(events, {"\"iter\": 3, \"kind\": \"iteration\""});
 
     std::string out;
     EXPECT_EQ(run_runner("--quiet --iterations 3 --stop-on-error f.orb", out), 1);
-    EXPECT_EQ(out.find("iteration 2"), std::string::npos) << out;
-    EXPECT_NE(out.find("transaction outer                        1        1"), std::string::npos)
-        << out;
-    EXPECT_NE(out.find("check logical_type_id                    2        1\n"), std::string::npos)
-        << out;
+    expect_lacks(out, {"iteration 2"});
+    expect_has(out, {"transaction outer                        1        1",
+                     "check logical_type_id                    2        1\n"});
 }
 
 TEST_F(LoadRun, PaceSpacesIterationsAndNoThinkSkipsThinking) {
