@@ -11,6 +11,9 @@
 #include "tests/unit/recorder/capture_writer.h"
 #include "tools/recorder/script_writer.h"
 
+using testsupport::expect_has;
+using testsupport::expect_lacks;
+
 using namespace recorder;
 using capwrite::Giop;
 using capwrite::Packet;
@@ -140,12 +143,10 @@ TEST(Recording, OptionsShapeTheScript) {
     write.checks = true;
     write.think = true;
     std::string script = record(bank_capture(), {}, write);
-    for (const char *line : {"\ncheck ^statement[0].text Salary\n",
-                             "\ncheck ^statement[0].amount.amount 2600.000000\n",
-                             "\ncheck ^statement[0].kind 0\n", "\nthink 2000\n"})
-        EXPECT_NE(script.find(line), std::string::npos) << line << script;
-    EXPECT_EQ(script.find("check ^find_account"), std::string::npos);
-    EXPECT_EQ(script.find("check ^_get_number"), std::string::npos);
+    expect_has(script, {"\ncheck ^statement[0].text Salary\n",
+                        "\ncheck ^statement[0].amount.amount 2600.000000\n",
+                        "\ncheck ^statement[0].kind 0\n", "\nthink 2000\n"});
+    expect_lacks(script, {"check ^find_account", "check ^_get_number"});
 
     // In values to a data file: strings and numbers, one column per
     // operation and name, the recorded value its row; ids sent back stay
@@ -153,10 +154,9 @@ TEST(Recording, OptionsShapeTheScript) {
     WriteOptions data;
     data.data_file = "some/where/values.csv";
     script = record(bank_capture(), {}, data);
-    for (const char *line :
-         {"\ndata values.csv as recorded\n", "\nset number ${recorded.find_account_number}\n",
-          "\nset number ${get_number_2}\n", "\nset event ${recorded.audit_event}\n"})
-        EXPECT_NE(script.find(line), std::string::npos) << line << script;
+    expect_has(script,
+               {"\ndata values.csv as recorded\n", "\nset number ${recorded.find_account_number}\n",
+                "\nset number ${get_number_2}\n", "\nset event ${recorded.audit_event}\n"});
     EXPECT_EQ(last_writer->data_text(),
               "find_account_number,statement_max_entries,audit_who,audit_event\n"
               "1001,2,who,ev ent\n");
@@ -164,8 +164,8 @@ TEST(Recording, OptionsShapeTheScript) {
     RecordOptions other;
     other.servers = {"127.0.0.2:9999"};
     script = record(bank_capture(), other);
-    EXPECT_EQ(script.find("params"), std::string::npos) << script;
-    EXPECT_NE(script.find("12 messages of other hosts"), std::string::npos) << script;
+    expect_lacks(script, {"params"});
+    expect_has(script, {"12 messages of other hosts"});
 
     RecordOptions mine;
     mine.servers = {"127.0.0.2:2809"};
@@ -175,8 +175,7 @@ TEST(Recording, OptionsShapeTheScript) {
     RecordOptions given;
     given.objects["bank-key"] = "IDL:Banking/Diagnostics:1.0";
     script = record(bank_capture(), given);
-    EXPECT_NE(script.find("# not decoded: find_account on diagnostics"), std::string::npos)
-        << script;
+    expect_has(script, {"# not decoded: find_account on diagnostics"});
 }
 
 // A naming service's resolve becomes a bind through it, by the name the
@@ -202,11 +201,9 @@ TEST(Recording, NamingResolvesBecomeBindsAndTheNetworkChangesNothing) {
     std::string script = record(c.capture(), {}, {}, &rec);
     const std::string naming =
         reference_text("IDL:omg.org/CosNaming/NamingContext:1.0", "127.0.0.2", 2809, "NameService");
-    EXPECT_NE(script.find("\nbind bank IDL:Banking/Bank:1.0 Bank \"NameService(" + naming +
-                          ")\"\nparams bank _get_name\ninvoke\nparams bank audit_count\n"),
-              std::string::npos)
-        << script;
-    EXPECT_NE(script.find("1 naming service calls"), std::string::npos) << script;
+    expect_has(script, {"\nbind bank IDL:Banking/Bank:1.0 Bank \"NameService(" + naming +
+                            ")\"\nparams bank _get_name\ninvoke\nparams bank audit_count\n",
+                        "1 naming service calls"});
     ASSERT_NE(rec, nullptr);
     EXPECT_EQ(rec->calls_recorded, 2u);
     EXPECT_EQ(rec->left_out.unanswered, 0u);
@@ -239,7 +236,7 @@ TEST(Recording, ValuesAreSavedWithinTheHeldCallsOnly) {
 TEST(Recording, LossesAreReportedNotGuessed) {
     std::string whole = bank_capture();
     std::string script = record(whole.substr(0, whole.size() - 30), {});
-    EXPECT_NE(script.find("(read up to there)"), std::string::npos) << script;
+    expect_has(script, {"(read up to there)"});
 
     // The first request's segment lost: its bytes are missing before the next.
     Conversation lost;
@@ -248,8 +245,6 @@ TEST(Recording, LossesAreReportedNotGuessed) {
     lost.lose_first();
     std::string dropped = lost.capture();
     script = record(dropped, {});
-    EXPECT_NE(script.find("bytes missing from the capture"), std::string::npos) << script;
-    EXPECT_NE(script.find("params bank audit_count"), std::string::npos) << script;
-    EXPECT_NE(script.find("# 1 requests have no reply in the capture"), std::string::npos)
-        << script;
+    expect_has(script, {"bytes missing from the capture", "params bank audit_count",
+                        "# 1 requests have no reply in the capture"});
 }

@@ -18,6 +18,8 @@
 #include <sys/wait.h>
 #endif
 
+using testsupport::expect_has;
+
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
@@ -131,10 +133,8 @@ TEST(ReportHtml, EveryTextFromTheModelIsEscaped) {
     const std::string page = write_page(run);
 
     for (const std::string &text : hostile) EXPECT_EQ(page.find(text), std::string::npos) << text;
-    EXPECT_NE(page.find("<h1>&lt;/script&gt;&lt;script&gt;alert(1)&lt;/script&gt;</h1>"),
-              std::string::npos);
-    EXPECT_NE(page.find("&lt;img src=x onerror=alert(2)&gt;"), std::string::npos);
-    EXPECT_NE(page.find("&quot;q&quot; &amp; &#39;a&#39;"), std::string::npos);
+    expect_has(page, {"<h1>&lt;/script&gt;&lt;script&gt;alert(1)&lt;/script&gt;</h1>",
+                      "&lt;img src=x onerror=alert(2)&gt;", "&quot;q&quot; &amp; &#39;a&#39;"});
     // Only the page's own elements: the chart data, uPlot and the charts' script.
     EXPECT_EQ(count_of(page, "<script"), 3u);
     EXPECT_EQ(count_of(page, "</script"), 3u);
@@ -161,34 +161,26 @@ TEST(ReportHtml, TablesShowTheRunsFigures) {
     // The verdicts come first, escaped; then the response times, the drops
     // and the changes against the baseline.
     EXPECT_LT(page.find("<h2>Thresholds</h2>"), page.find("<h2>Settings</h2>"));
-    EXPECT_NE(page.find("<td class=\"good\">passed</td><td class=\"text\">all requests: "
-                        "p95&lt;5ms</td><td class=\"text\">p95 2.000 ms</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("<td class=\"bad\">BREACHED</td><td class=\"text\">transaction open: "
-                        "p99&lt;1ms &amp; &lt;b&gt;</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("<tr><td>transaction open</td><td>2.90</td><td>7.50</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("Dropped iterations (due while every user was busy): 17."),
-              std::string::npos);
-    EXPECT_NE(page.find("<tr><td>Bank.open_account</td><td>+12.3%</td><td>-5.0%</td><td>+0.0%"
-                        "</td><td>new</td></tr>"),
-              std::string::npos);
+    expect_has(page, {"<td class=\"good\">passed</td><td class=\"text\">all requests: "
+                      "p95&lt;5ms</td><td class=\"text\">p95 2.000 ms</td>",
+                      "<td class=\"bad\">BREACHED</td><td class=\"text\">transaction open: "
+                      "p99&lt;1ms &amp; &lt;b&gt;</td>",
+                      "<tr><td>transaction open</td><td>2.90</td><td>7.50</td>",
+                      "Dropped iterations (due while every user was busy): 17.",
+                      "<tr><td>Bank.open_account</td><td>+12.3%</td><td>-5.0%</td><td>+0.0%"
+                      "</td><td>new</td></tr>"});
 
     // Milliseconds with enough digits, a figure that is not a number shown as a dash.
-    EXPECT_NE(page.find("<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
-                        "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"),
-              std::string::npos);
+    expect_has(page, {"<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
+                      "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"});
     // A check has a count and failures but no latency.
-    EXPECT_NE(page.find("check balance</td><td class=\"kind\">check</td><td>1200</td>"
-                        "<td class=\"bad\">1</td><td>40.0</td><td></td><td></td><td></td>"
-                        "<td></td><td></td><td></td></tr>"),
-              std::string::npos);
-    EXPECT_NE(page.find(std::string("<tr class=\"all\"><td>") + kAllCalls + "</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("<b>3 (0.08%)</b><span>failed</span>"), std::string::npos);
+    expect_has(page, {"check balance</td><td class=\"kind\">check</td><td>1200</td>"
+                      "<td class=\"bad\">1</td><td>40.0</td><td></td><td></td><td></td>"
+                      "<td></td><td></td><td></td></tr>",
+                      std::string("<tr class=\"all\"><td>") + kAllCalls + "</td>",
+                      "<b>3 (0.08%)</b><span>failed</span>"});
     // A long example is cut, between two characters, and marked.
-    EXPECT_NE(page.find("\xC3\xA9\xE2\x80\xA6</pre>"), std::string::npos);
+    expect_has(page, {"\xC3\xA9\xE2\x80\xA6</pre>"});
     EXPECT_LT(page.find("\xE2\x80\xA6</pre>") - page.find("xxxxx"), 2100u);
 }
 
@@ -250,10 +242,8 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
 TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
     TempDir dir;
     const std::string page = write_page(RunReport{});
-    EXPECT_NE(page.find("<title>Load run</title>"), std::string::npos);
-    EXPECT_NE(page.find("Nothing was counted."), std::string::npos);
-    EXPECT_NE(page.find("No failures."), std::string::npos);
-    EXPECT_NE(page.find("data-seconds=\"0\""), std::string::npos);
+    expect_has(page, {"<title>Load run</title>", "Nothing was counted.", "No failures.",
+                      "data-seconds=\"0\""});
     EXPECT_EQ(chart_data(page),
               "{\"seconds\":[],\"calls\":[],\"failures\":[],\"p50\":[],\"p95\":[],\"p99\":[],"
               "\"users\":[],\"iterations\":[],\"target\":[],\"dropped\":[],\"names\":[]}");
@@ -264,8 +254,7 @@ TEST(ReportHtml, AFailedWriteSaysWhereAndWhy) {
     TempDir dir;
     std::string error;
     EXPECT_FALSE(runner::write_html_report(sample_run(2), "missing/report.html", error));
-    EXPECT_NE(error.find("missing/report.html"), std::string::npos) << error;
-    EXPECT_NE(error.find(": "), std::string::npos) << error;
+    expect_has(error, {"missing/report.html", ": "});
 }
 
 #ifndef _WIN32
@@ -296,7 +285,7 @@ TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
         const int status = check_report(path, output);
         if (status == kSkipped) GTEST_SKIP() << output;
         EXPECT_EQ(status, 0) << c.seconds << " seconds: " << output;
-        EXPECT_NE(output.find(c.says), std::string::npos) << output;
+        expect_has(output, {c.says});
     }
 }
 
