@@ -128,12 +128,21 @@ Request parse_request(const std::string &msg) {
     return r;
 }
 
-std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,
-                      const std::string &key, bool little) {
+std::string iiop_profile(const std::string &host, uint16_t port, const std::string &key,
+                         bool little) {
     Writer profile(little, 0);
     profile.octet(little ? 1 : 0).octet(1).octet(0).string(host).ushort(port).octets(key);
+    return profile.bytes();
+}
+
+std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,
+                      const std::string &key, bool little) {
     Writer w(little, 0);
-    w.octet(little ? 1 : 0).string(type_id).ulong(1).ulong(0).octets(profile.bytes());
+    w.octet(little ? 1 : 0)
+        .string(type_id)
+        .ulong(1)
+        .ulong(0)
+        .octets(iiop_profile(host, port, key, little));
     return w.bytes();
 }
 

@@ -69,6 +69,10 @@ struct Request {
 };
 Request parse_request(const std::string &msg);
 
+// An IIOP 1.0 profile body (an encapsulation) addressing key at host:port.
+std::string iiop_profile(const std::string &host, uint16_t port, const std::string &key,
+                         bool little = true);
+
 // An IIOP 1.0 IOR (a CDR encapsulation, byte-order octet first) with one
 // profile, in either byte order; and its "IOR:" text.
 std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,

@@ -56,9 +56,7 @@ inline std::string iiop_text(uint16_t port, const std::string &key) {
 // An object reference in a message body: type id, one IIOP 1.0 profile.
 inline void put_ior(peer::Writer &w, const std::string &type_id, uint16_t port,
                     const std::string &key) {
-    peer::Writer profile(true, 0);
-    profile.octet(1).octet(1).octet(0).string("127.0.0.1").ushort(port).octets(key);
-    w.string(type_id).ulong(1).ulong(0).octets(profile.bytes());
+    w.string(type_id).ulong(1).ulong(0).octets(peer::iiop_profile("127.0.0.1", port, key));
 }
 
 // The arguments of a Request as the peer received it.
