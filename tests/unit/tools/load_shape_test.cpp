@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/support.h"
+#include "tests/unit/tools/stats_row.h"
 #include "tools/runner/baseline.h"
 #include "tools/runner/rates.h"
 #include "tools/runner/thresholds.h"
@@ -155,17 +156,11 @@ TEST(Arrivals, PoissonGapsKeepTheMean) {
 #ifndef _WIN32
 #endif
 
+// A row whose p90 is its p50, and p99 and max its p95.
 StatsRow row(const char *name, double p50, double p95, double rate, uint64_t count = 100,
              uint64_t failed = 0) {
-    StatsRow r;
-    r.name = name;
-    r.count = count;
-    r.failed = failed;
-    r.per_second = rate;
-    r.p50_ms = r.p90_ms = p50;
-    r.p95_ms = r.p99_ms = r.max_ms = p95;
-    r.mean_ms = (p50 + p95) / 2;
-    return r;
+    return testsupport::stats_row(name, "", count, failed, rate,
+                                  {0, p50, p50, p95, p95, p95, (p50 + p95) / 2});
 }
 
 TEST(Thresholds, JudgedOnTheRowsAsWritten) {

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "tests/support.h"
+#include "tests/unit/tools/stats_row.h"
 #include "tools/runner/aggregate.h"
 #include "tools/runner/event_reader.h"
 #include "tools/runner/histogram.h"
@@ -239,16 +240,8 @@ TEST(Aggregator, FailureIds) {
 TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {
     testsupport::TempDir dir;
     RunReport report;
-    StatsRow row;
-    row.name = "invoke \"a,b\" twoway";
-    row.kind = "call";
-    row.count = 3;
-    row.failed = 1;
-    row.per_second = 1.5;
-    row.min_ms = 0.1;
-    row.p50_ms = row.p90_ms = row.p95_ms = row.p99_ms = 0.2;
-    row.max_ms = 0.3;
-    row.mean_ms = 0.2;
+    StatsRow row = testsupport::stats_row("invoke \"a,b\" twoway", "call", 3, 1, 1.5,
+                                          {0.1, 0.2, 0.2, 0.2, 0.2, 0.3, 0.2});
     row.spectrum = {{0, 0.1}, {50, 0.2}, {100, 0.3}};
     report.rows.push_back(row);
     StatsRow iterations = row;

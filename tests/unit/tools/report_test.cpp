@@ -13,6 +13,7 @@
 
 #include "tests/support.h"
 #include "tests/unit/tools/run_tool.h"
+#include "tests/unit/tools/stats_row.h"
 
 #ifndef _WIN32
 #include <sys/wait.h>
@@ -24,28 +25,8 @@ namespace {
 using runner::kAllCalls;
 using runner::RunReport;
 using testsupport::read_file;
+using testsupport::stats_row;
 using testsupport::TempDir;
-
-// A row of the table: times are min, p50, p90, p95, p99 and max.
-runner::StatsRow stats(const char *name, const char *kind, uint64_t count, uint64_t failed,
-                       double rate, bool timed, std::vector<double> times) {
-    runner::StatsRow r;
-    r.name = name;
-    r.kind = kind;
-    r.count = count;
-    r.failed = failed;
-    r.per_second = rate;
-    r.timed = timed;
-    if (times.size() == 6) {
-        r.min_ms = times[0];
-        r.p50_ms = times[1];
-        r.p90_ms = times[2];
-        r.p95_ms = times[3];
-        r.p99_ms = times[4];
-        r.max_ms = times[5];
-    }
-    return r;
-}
 
 // A run of 8 users over the given seconds, with calls, a transaction, a
 // check, two kinds of failure and a row per second for an operation and
@@ -57,10 +38,10 @@ RunReport sample_run(int seconds) {
     run.started_ms = 1795856765000;
     run.duration_s = seconds;
     run.rows = {
-        stats("Bank.open_account", "call", 1200, 3, 40, true, {0.21, 0.9, 1.8, 2.4, 5.1, 12.3}),
-        stats("transaction open", "transaction", 1200, 3, 40, true, {1.1, 2.9, 4.8, 6.4, 11, 42}),
-        stats("check balance", "check", 1200, 1, 40, false, {}),
-        stats(kAllCalls, "all", 3600, 3, 120, true, {0.11, 0.7, 1.5, 2.0, 4.2, 12.3})};
+        stats_row("Bank.open_account", "call", 1200, 3, 40, {0.21, 0.9, 1.8, 2.4, 5.1, 12.3}),
+        stats_row("transaction open", "transaction", 1200, 3, 40, {1.1, 2.9, 4.8, 6.4, 11, 42}),
+        stats_row("check balance", "check", 1200, 1, 40),
+        stats_row(kAllCalls, "all", 3600, 3, 120, {0.11, 0.7, 1.5, 2.0, 4.2, 12.3})};
     // Spectra as a run makes them: percentiles halving the distance to 100.
     for (runner::StatsRow &row : run.rows) {
         if (!row.timed) continue;
@@ -223,10 +204,10 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
     // Under a rate: the target and drops are charted; each timed name's
     // seconds and spectrum (its maximum left out) go by number.
     run.open_model = true;
-    runner::StatsRow open = stats("Bank.open", "call", 12, 0, 4, true, {1, 1.5, 2, 2, 3, 3});
+    runner::StatsRow open = stats_row("Bank.open", "call", 12, 0, 4, {1, 1.5, 2, 2, 3, 3});
     open.spectrum = {{0, 1}, {50, 2}, {100, 3}};
     open.r_spectrum = {{0, 4}, {50, 5}, {100, 6}};
-    run.rows = {open, stats("check x", "check", 3, 0, 1, false, {})};
+    run.rows = {open, stats_row("check x", "check", 3, 0, 1)};
     // Out of order, a second twice, another name between, a second without calls.
     run.history = {second(1, kAllCalls, 0, 4),  second(0, "Bank.open", 7, 2),
                    second(0, kAllCalls, 20, 2), second(2, kAllCalls, 35, 8),
