@@ -227,10 +227,9 @@ TEST_F(Invoke, ObjectReferencesTravelAsTextsAndStayInPtrAfterAReply) {
 }
 
 TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
-    Parms one, two;
+    Parms one, two("r");
     one.add(PARM_IN, 3, "a", "1");
     one.add(PARM_OUT, 3, "r", "old");
-    two.add(PARM_OUT, 3, "r", "old");
     peer.accept().read_message().read_message().send_for(
         answer([](peer::Writer &w) { w.ulong(3); }));
     peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(4); }));
@@ -282,8 +281,7 @@ TEST_F(Invoke, AnIdleConnectionFoundClosedSendsTheRequestAgainOnANewOne) {
         else
             peer.send_for(value(2));
         peer.start();
-        Parms p;
-        p.add(PARM_OUT, 3, "r", "old");
+        Parms p("r");
         void *obj = bind(peer.port());
         ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
         hostkit::clear_printed();

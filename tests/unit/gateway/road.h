@@ -24,6 +24,9 @@ namespace road {
 // A parameter list on the C heap, released with the fixture.
 class Parms {
 public:
+    Parms() = default;
+    // A list of one out long, holding "old".
+    explicit Parms(const char *out_long) { add(PARM_OUT, 3, out_long, "old"); }
     ~Parms() { hostkit::free_list(head); }
     ScriptParm *add(int32_t flags, int32_t type, const char *name, const char *value,
                     int32_t supertype = 0) {
