@@ -16,10 +16,6 @@ struct Deferred : road::Road {
         while (wait_list != nullptr) wait_list_remove(wait_list->req);
     }
     int32_t poll(iiop_req &req) { return call(IIOP_GET_RESPONSE, req, 0); }
-    // A Reply to request id holding the long v.
-    static std::string reply_to(uint32_t id, uint32_t v) {
-        return peer::reply(id, 0, [v](peer::Writer &w) { w.ulong(v); });
-    }
     peer::ScriptedPeer peer;
 };
 
@@ -27,7 +23,7 @@ TEST_F(Deferred, RequestsStandNewestFirstUntilTheirReplyIsRead) {
     uint32_t first = next_request_id;
     // A and B twice; the Replies come only after all three Requests.
     peer.accept().read_message().read_message().read_message();
-    peer.send(reply_to(first, 1)).send(reply_to(first + 2, 2));
+    peer.send(peer::long_reply(first, 1)).send(peer::long_reply(first + 2, 2));
     peer.start();
     void *obj = bind(peer.port());
     Parms pa("r"), pb("r");
@@ -81,9 +77,9 @@ TEST_F(Deferred, RequestsStandNewestFirstUntilTheirReplyIsRead) {
 TEST_F(Deferred, AReplyArrivingDuringAnotherObjectsCallFillsItsParameters) {
     uint32_t first = next_request_id;
     peer.accept().read_message().read_message();
-    peer.send(reply_to(first, 5)).send(reply_to(first + 1, 6));
+    peer.send(peer::long_reply(first, 5)).send(peer::long_reply(first + 1, 6));
     // A deferred request whose Reply comes in time: its values stay unread.
-    peer.read_message().send(reply_to(first + 2, 7));
+    peer.read_message().send(peer::long_reply(first + 2, 7));
     peer.start();
     Parms pa("r"), pt("r"), pd("r");
     iiop_req &a = request(bind(peer.port(), "one"), IIOP_DEFERRED, "a", pa);
@@ -112,7 +108,7 @@ TEST_F(Deferred, AReplyArrivingDuringAnotherObjectsCallFillsItsParameters) {
 TEST_F(Deferred, AReplyReadAheadOutlivesThePeerClosingAfterIt) {
     uint32_t first = next_request_id;
     peer.accept().read_message().read_message();
-    peer.send(reply_to(first + 1, 6) + reply_to(first, 5));
+    peer.send(peer::long_reply(first + 1, 6) + peer::long_reply(first, 5));
     peer.close();
     peer.start();
     Parms pa("r"), pb("r");

@@ -68,13 +68,7 @@ inline std::string args_of(const std::string &message) {
     return r.valid ? message.substr(r.args_offset) : "<invalid>";
 }
 
-// A peer step that answers the latest Request with a Reply whose body
-// the writer fills.
-inline std::function<std::string(const peer::Request &)> answer(
-    std::function<void(peer::Writer &)> body, uint32_t status = 0) {
-    return
-        [body, status](const peer::Request &r) { return peer::reply(r.request_id, status, body); };
-}
+using peer::answer;
 
 class Road : public ::testing::Test {
 protected:
