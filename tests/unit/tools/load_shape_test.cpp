@@ -13,11 +13,6 @@
 #include "tools/runner/rates.h"
 #include "tools/runner/thresholds.h"
 #ifndef _WIN32
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <set>
-
 #include "tools/runner/arrivals.h"
 #endif
 
@@ -152,9 +147,6 @@ TEST(Arrivals, PoissonGapsKeepTheMean) {
     EXPECT_NEAR(last / n, 0.001, 0.00005);                     // mean gap 1 ms
     EXPECT_NEAR(std::sqrt(sum_sq / n - 1e-6), 0.001, 0.0001);  // exponential: sd = mean
 }
-
-#ifndef _WIN32
-#endif
 
 // A row whose p90 is its p50, and p99 and max its p95.
 StatsRow row(const char *name, double p50, double p95, double rate, uint64_t count = 100,
