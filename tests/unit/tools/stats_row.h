@@ -2,6 +2,7 @@
 #ifndef ORBELLE_TESTS_UNIT_TOOLS_STATS_ROW_H
 #define ORBELLE_TESTS_UNIT_TOOLS_STATS_ROW_H
 
+#include <cstdint>
 #include <vector>
 
 #include "tools/runner/report.h"
