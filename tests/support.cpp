@@ -46,6 +46,12 @@ void expect_lacks(const std::string &text, const std::vector<std::string> &parts
             ADD_FAILURE() << "present: " << part << "\nin:\n" << text;
 }
 
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
+}
+
 hostkit::Host linked_host() {
     hostkit::Host host(&_iiop_entry);
     host.init();

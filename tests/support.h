@@ -28,6 +28,9 @@ std::string read_file(const std::string &path);
 void expect_has(const std::string &text, const std::vector<std::string> &parts);
 void expect_lacks(const std::string &text, const std::vector<std::string> &parts);
 
+// How many times what occurs in text, overlaps counted.
+size_t count_of(const std::string &text, const std::string &what);
+
 // Path of a file under tests/data.
 std::string data_path(const std::string &relative);
 

@@ -24,6 +24,7 @@ using testsupport::expect_has;
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
+using testsupport::count_of;
 using testsupport::read_file;
 using testsupport::stats_row;
 using testsupport::TempDir;
@@ -82,12 +83,6 @@ std::string write_page(const RunReport &run, const std::string &path = "report.h
     std::string error;
     EXPECT_TRUE(runner::write_html_report(run, path, error)) << error;
     return read_file(path);
-}
-
-size_t count_of(const std::string &text, const std::string &what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
 }
 
 // The JSON element the charts are drawn from.

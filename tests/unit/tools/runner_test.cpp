@@ -130,11 +130,7 @@ TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     testsupport::expect_has(
         out, {"_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n",
               "    logical_type_id = IDL:Thing:1.0", "-- iteration 2 of 2", "params _is_a"});
-    auto count = [&](const std::string &text) {
-        size_t n = 0;
-        for (size_t at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) ++n;
-        return n;
-    };
+    auto count = [&](const char *text) { return testsupport::count_of(out, text); };
     EXPECT_EQ(count(" bind obj "), 2u) << out;
     EXPECT_EQ(count(" bind kept "), 1u) << out;
     EXPECT_EQ(count(" bind once "), 2u) << out;
