@@ -23,15 +23,6 @@ using testsupport::expect_lacks;
 using testsupport::read_file;
 using testsupport::run_runner;
 
-std::string check_error(const std::string &text, const runner::DataColumns &columns = {}) {
-    Script script;
-    std::string error;
-    if (runner::parse_script("s.orb", text, script, error) &&
-        runner::check_script(script, columns, error))
-        return "";
-    return error;
-}
-
 // Lines of text, one per element.
 std::vector<std::string> lines_of(const std::string &text) {
     std::vector<std::string> lines;
@@ -73,73 +64,6 @@ std::string event_line(int vu, const std::string &kind, const std::string &name,
     return "{\"t\": T, \"vu\": " + std::to_string(vu) + ", \"iter\": 1, \"kind\": \"" + kind +
            "\", \"name\": \"" + name + "\", \"script\": \"" + script +
            "\", \"line\": " + std::to_string(line) + ", \"ms\": MS, \"ok\": " + tail + "}";
-}
-
-TEST(LoadScript, ParsesTheLoadCommands) {
-    Script s;
-    std::string error;
-    ASSERT_TRUE(runner::parse_script("s.orb",
-                                     "data people.csv unique as p\n"
-                                     "data more.csv as m\n"
-                                     "data plain.csv random\n"
-                                     "let who \"${p.name} x\"\n"
-                                     "think 10..250\n"
-                                     "think ${gap}\n"
-                                     "pace 1000\n"
-                                     "begin visit\n"
-                                     "end visit\n",
-                                     s, error))
-        << error;
-    ASSERT_EQ(s.commands.size(), 9u);
-    EXPECT_EQ(s.commands[0].row_mode, runner::RowMode::Unique);
-    EXPECT_EQ(s.commands[0].alias, "p");
-    EXPECT_EQ(s.commands[0].args, (std::vector<std::string>{"people.csv"}));
-    EXPECT_EQ(s.commands[1].row_mode, runner::RowMode::Sequential);
-    EXPECT_EQ(s.commands[1].alias, "m");
-    EXPECT_EQ(s.commands[2].row_mode, runner::RowMode::Random);
-    EXPECT_TRUE(s.commands[2].alias.empty());
-    EXPECT_TRUE(s.commands[3].has_variables);
-    EXPECT_EQ(s.commands[4].number, 10);
-    EXPECT_EQ(s.commands[4].number_max, 250);
-    EXPECT_TRUE(s.commands[5].has_variables);  // read when it runs
-    EXPECT_EQ(s.commands[6].verb, Verb::Pace);
-    EXPECT_EQ(s.commands[6].number, 1000);
-}
-
-TEST(LoadScript, MistakesAreFoundBeforeAnythingRuns) {
-    const std::string bound = "bind o IDL:T:1.0 i IOR\nparams o _is_a\n";
-    auto unset = [](const char *at, const char *name) {
-        return std::string("s.orb:") + at + ": variable " + name +
-               " is used before it is set (neither the environment, let, save nor a data line "
-               "above sets it)";
-    };
-    const std::string data_usage = "'); usage: data FILE.csv [sequential|random|unique] [as NAME]";
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"end t\n", "s.orb:1:5: end t without its begin"},
-        {"begin t\nbegin t\n", "s.orb:2:7: transaction t is already open"},
-        {"begin a\nbegin b\nend b\n", "s.orb:1:7: transaction a has no end"},
-        {"begin a\nend a\nbegin a\n", "s.orb:3:7: transaction a has no end"},
-        {"let a ${b}\nlet b 1\n", unset("1:7", "b")},
-        {"let a ${a}\n", unset("1:7", "a")},
-        {bound + "set logical_type_id ${id}\nsave logical_type_id id\n", unset("3:21", "id")},
-        {"save x y\n", "s.orb:1:6: no parameter list yet: use 'params' first"},
-        {"let a ${RANDOM:3..1}\n",
-         "s.orb:1:7: '${RANDOM:3..1}' takes whole numbers MIN..MAX, MIN <= MAX"},
-        {"think 5..1\n", "s.orb:1:7: '5..1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
-        {"think -1\n", "s.orb:1:7: '-1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
-        {"pace 1..2\n", "s.orb:1:6: '1..2' is not a number of milliseconds from 0 to 3600000"},
-        {"data d.csv sometimes\n", "s.orb:1:12: too many arguments ('sometimes" + data_usage},
-        {"data d.csv as\n", "s.orb:1:12: too many arguments ('as" + data_usage},
-        // a data line names its columns for the lines below it only
-        {"let a ${p.x}\ndata d.csv as p\n", unset("1:7", "p.x")},
-        {"data d.csv as p\nlet a ${x}\n", unset("2:7", "x") + " (did you mean `p.x`?)"},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(check_error(c.first, {{1, {"x"}}, {2, {"x"}}}), c.second) << c.first;
-    EXPECT_EQ(check_error("data d.csv as p\nlet a ${p.x}${VU}${ITERATION}${TIME_MS}${RANDOM:1..2}\n"
-                          "begin o\nbegin i\nend o\nend i\n",
-                          {{1, {"x"}}}),
-              "");
 }
 
 class LoadRun : public ::testing::Test {
