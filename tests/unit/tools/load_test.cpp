@@ -1,5 +1,5 @@
 // Load scripts: variables, data rows, transactions, pauses, the error
-// policy and the event stream, parsed and run by orbelle-run.
+// policy and the event stream, run by orbelle-run.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -15,8 +15,6 @@
 #include "tools/runner/script.h"
 
 namespace {
-using runner::Script;
-using runner::Verb;
 using testsupport::closed_ior;
 using testsupport::expect_has;
 using testsupport::expect_lacks;
