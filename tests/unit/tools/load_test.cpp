@@ -110,27 +110,44 @@ TEST_F(LoadRun, RunTimeErrorsNameTheLine) {
     }
 }
 
-TEST_F(LoadRun, BadDataFilesStopTheRunBeforeAnythingIsSent) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"a,b\n1,2\n1,2,3\n", "d.csv:3: row has 3 fields, the header 2\n"},
-        {"a,b\n1,2\n\"1\n,2\n", "d.csv:3: quoted field without its closing quote\n"},
-        {"", "d.csv:1: empty: no header row\n"},
-    };
+// Mistakes in scripts and data files stop the run before the library is
+// called (no trace shows).
+TEST_F(LoadRun, BadScriptsAndDataFilesStopTheRunBeforeAnythingIsSent) {
     script("s.orb", "data d.csv\nset logical_type_id ${a}\n");
-    for (const auto &c : cases) {
-        dir_.write("d.csv", c.first);
-        std::string out;
-        EXPECT_EQ(run_runner("--trace 8 s.orb", out), 2);
-        EXPECT_EQ(out, c.second);  // no trace: the library was not called
-    }
-    std::string out;
-    EXPECT_EQ(run_runner("s.orb s.orb none.orb", out), 2);
-    EXPECT_EQ(out, "orbelle-run: cannot read none.orb\n");
-    dir_.write("d.csv", "a\n1\n");
     script("u.orb", "data d.csv unique\n");
-    out.clear();
-    EXPECT_EQ(run_runner("--vu 3 --users-total 2 u.orb", out), 2);
-    EXPECT_EQ(out, "u.orb:3:6: user 3 is not one of the 2 users that share the unique rows\n");
+    script("noname.orb", "set nosuch 1\n");
+    dir_.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
+    dir_.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
+    const struct {
+        const char *csv;  // d.csv from this case on; null: as it was
+        const char *args;
+        const char *out;  // the whole output, or with whole false its start
+        bool whole;
+    } cases[] = {
+        {"a,b\n1,2\n1,2,3\n", "--trace 8 s.orb", "d.csv:3: row has 3 fields, the header 2\n", true},
+        {"a,b\n1,2\n\"1\n,2\n", "--trace 8 s.orb",
+         "d.csv:3: quoted field without its closing quote\n", true},
+        {"", "--trace 8 s.orb", "d.csv:1: empty: no header row\n", true},
+        {nullptr, "s.orb s.orb none.orb", "orbelle-run: cannot read none.orb\n", true},
+        {"a\n1\n", "--vu 3 --users-total 2 u.orb",
+         "u.orb:3:6: user 3 is not one of the 2 users that share the unique rows\n", true},
+        {nullptr, "--trace 5 bad.orb",
+         "bad.orb:3:4: missing argument; usage: set NAME VALUE\n"
+         "bad.orb:1:10: no description of IDL:Thing:1.0: cannot read ./idl/Thing.csv\n",
+         true},
+        {nullptr, "unknown.orb", "unknown.orb:1:8: object 'x' is not bound here: bind it first\n",
+         true},
+        {nullptr, "noname.orb", "noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a",
+         false},
+        {nullptr, "missing-file.orb", "orbelle-run: cannot read missing-file.orb\n", true},
+        {nullptr, "--iterations zero x.orb", "", false},
+    };
+    for (const auto &c : cases) {
+        if (c.csv != nullptr) dir_.write("d.csv", c.csv);
+        std::string out;
+        EXPECT_EQ(run_runner(c.args, out), 2) << c.args;
+        EXPECT_EQ(c.whole ? out : out.substr(0, std::string(c.out).size()), c.out) << c.args;
+    }
 }
 
 TEST_F(LoadRun, UniqueRowsAreSplitBetweenUsersUntilUsedUp) {

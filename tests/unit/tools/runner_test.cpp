@@ -197,31 +197,4 @@ TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     EXPECT_EQ(status, 0) << out;
 }
 
-TEST(Runner, BadScriptsStopBeforeAnythingRuns) {
-    testsupport::TempDir dir;
-    dir.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
-    dir.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
-    dir.write("noname.orb", "bind obj IDL:Thing:1.0 one IOR " + closed_ior() +
-                                "\nparams obj _is_a\nset nosuch 1\n");
-    const struct {
-        const char *args;
-        const char *out;  // the whole output, or with whole false its start
-        bool whole;
-    } cases[] = {
-        {"--trace 5 bad.orb",
-         "bad.orb:3:4: missing argument; usage: set NAME VALUE\n"
-         "bad.orb:1:10: no description of IDL:Thing:1.0: cannot read ./idl/Thing.csv\n",
-         true},
-        {"unknown.orb", "unknown.orb:1:8: object 'x' is not bound here: bind it first\n", true},
-        {"noname.orb", "noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a", false},
-        {"missing-file.orb", "orbelle-run: cannot read missing-file.orb\n", true},
-        {"--iterations zero x.orb", "", false},
-    };
-    for (const auto &c : cases) {
-        std::string out;
-        EXPECT_EQ(run_runner(c.args, out), 2) << c.args;
-        EXPECT_EQ(c.whole ? out : out.substr(0, std::string(c.out).size()), c.out) << c.args;
-    }
-}
-
 }  // namespace
