@@ -93,56 +93,49 @@ TEST_F(LoadRun, VariablesDataRowsAndSavedValuesFlowIntoRequests) {
                      "    logical_type_id = hi Bo, \"Jr\" from Bern/4/3\n"});
 }
 
-TEST_F(LoadRun, RunTimeErrorsNameTheLine) {
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        // a name from a variable is known only when its line runs
-        {"let n nosuch\nsave ${n} x\n",
-         "s.orb:4: no parameter named 'nosuch' in the list of _is_a\n"},
-        {"save logical_type_id x\n", "s.orb:3: logical_type_id has no value to save in x\n"},
-        {"let gap soon\nthink ${gap}\n",
-         "s.orb:4: 'soon' is not MILLISECONDS or MIN..MAX from 0 to 3600000\n"},
-    };
-    for (const auto &c : cases) {
-        script("s.orb", c.first + "print\n");
-        std::string out;
-        EXPECT_EQ(run_runner("--quiet s.orb", out), 2) << c.first << out;
-        EXPECT_EQ(out, "== s.orb\n" + c.second) << c.first;
-    }
-}
-
 // Mistakes in scripts and data files stop the run before the library is
-// called (no trace shows).
-TEST_F(LoadRun, BadScriptsAndDataFilesStopTheRunBeforeAnythingIsSent) {
-    script("s.orb", "data d.csv\nset logical_type_id ${a}\n");
+// called (no trace shows); those found only when their line runs end it
+// there.
+TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
     script("u.orb", "data d.csv unique\n");
     script("noname.orb", "set nosuch 1\n");
     dir_.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
     dir_.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
     const struct {
-        const char *csv;  // d.csv from this case on; null: as it was
+        const char *orb;  // s.orb below its bind and params lines from this case on
+        const char *csv;  // d.csv likewise; null: as it was
         const char *args;
         const char *out;  // the whole output, or with whole false its start
         bool whole;
     } cases[] = {
-        {"a,b\n1,2\n1,2,3\n", "--trace 8 s.orb", "d.csv:3: row has 3 fields, the header 2\n", true},
-        {"a,b\n1,2\n\"1\n,2\n", "--trace 8 s.orb",
+        // a name from a variable is known only when its line runs
+        {"let n nosuch\nsave ${n} x\nprint\n", nullptr, "--quiet s.orb",
+         "== s.orb\ns.orb:4: no parameter named 'nosuch' in the list of _is_a\n", true},
+        {"save logical_type_id x\nprint\n", nullptr, "--quiet s.orb",
+         "== s.orb\ns.orb:3: logical_type_id has no value to save in x\n", true},
+        {"let gap soon\nthink ${gap}\nprint\n", nullptr, "--quiet s.orb",
+         "== s.orb\ns.orb:4: 'soon' is not MILLISECONDS or MIN..MAX from 0 to 3600000\n", true},
+        {"data d.csv\nset logical_type_id ${a}\n", "a,b\n1,2\n1,2,3\n", "--trace 8 s.orb",
+         "d.csv:3: row has 3 fields, the header 2\n", true},
+        {nullptr, "a,b\n1,2\n\"1\n,2\n", "--trace 8 s.orb",
          "d.csv:3: quoted field without its closing quote\n", true},
-        {"", "--trace 8 s.orb", "d.csv:1: empty: no header row\n", true},
-        {nullptr, "s.orb s.orb none.orb", "orbelle-run: cannot read none.orb\n", true},
-        {"a\n1\n", "--vu 3 --users-total 2 u.orb",
+        {nullptr, "", "--trace 8 s.orb", "d.csv:1: empty: no header row\n", true},
+        {nullptr, nullptr, "s.orb s.orb none.orb", "orbelle-run: cannot read none.orb\n", true},
+        {nullptr, "a\n1\n", "--vu 3 --users-total 2 u.orb",
          "u.orb:3:6: user 3 is not one of the 2 users that share the unique rows\n", true},
-        {nullptr, "--trace 5 bad.orb",
+        {nullptr, nullptr, "--trace 5 bad.orb",
          "bad.orb:3:4: missing argument; usage: set NAME VALUE\n"
          "bad.orb:1:10: no description of IDL:Thing:1.0: cannot read ./idl/Thing.csv\n",
          true},
-        {nullptr, "unknown.orb", "unknown.orb:1:8: object 'x' is not bound here: bind it first\n",
-         true},
-        {nullptr, "noname.orb", "noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a",
-         false},
-        {nullptr, "missing-file.orb", "orbelle-run: cannot read missing-file.orb\n", true},
-        {nullptr, "--iterations zero x.orb", "", false},
+        {nullptr, nullptr, "unknown.orb",
+         "unknown.orb:1:8: object 'x' is not bound here: bind it first\n", true},
+        {nullptr, nullptr, "noname.orb",
+         "noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a", false},
+        {nullptr, nullptr, "missing-file.orb", "orbelle-run: cannot read missing-file.orb\n", true},
+        {nullptr, nullptr, "--iterations zero x.orb", "", false},
     };
     for (const auto &c : cases) {
+        if (c.orb != nullptr) script("s.orb", c.orb);
         if (c.csv != nullptr) dir_.write("d.csv", c.csv);
         std::string out;
         EXPECT_EQ(run_runner(c.args, out), 2) << c.args;
