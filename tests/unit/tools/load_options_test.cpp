@@ -13,6 +13,7 @@
 #include "tools/runner/metrics_http.h"
 #endif
 
+using testsupport::expect_has;
 using testsupport::expect_lacks;
 
 namespace runner {
