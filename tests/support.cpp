@@ -1,5 +1,7 @@
 #include "tests/support.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -30,6 +32,24 @@ namespace testsupport {
 std::string read_file(const std::string &path) {
     std::ifstream in(path);  // text: Windows line ends read as "\n"
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void expect_has(const std::string &text, const std::vector<std::string> &parts) {
+    for (const std::string &part : parts)
+        if (text.find(part) == std::string::npos)
+            ADD_FAILURE() << "missing: " << part << "\nin:\n" << text;
+}
+
+void expect_lacks(const std::string &text, const std::vector<std::string> &parts) {
+    for (const std::string &part : parts)
+        if (text.find(part) != std::string::npos)
+            ADD_FAILURE() << "present: " << part << "\nin:\n" << text;
+}
+
+size_t count_of(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+    return n;
 }
 
 hostkit::Host linked_host() {

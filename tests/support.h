@@ -3,6 +3,7 @@
 #define ORBELLE_TEST_SUPPORT_H
 
 #include <string>
+#include <vector>
 
 #include "host/kit/hostkit.h"
 
@@ -22,6 +23,14 @@ hostkit::Host linked_host();
 // The whole text of a file (Windows line ends read as "\n"), empty if it
 // cannot be read.
 std::string read_file(const std::string &path);
+
+// Fails the calling test for each of parts that text does not hold
+// (expect_has) or does hold (expect_lacks); the failure shows the text.
+void expect_has(const std::string &text, const std::vector<std::string> &parts);
+void expect_lacks(const std::string &text, const std::vector<std::string> &parts);
+
+// How many times what occurs in text, overlaps counted.
+size_t count_of(const std::string &text, const std::string &what);
 
 // Path of a file under tests/data.
 std::string data_path(const std::string &relative);

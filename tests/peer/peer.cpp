@@ -128,12 +128,34 @@ Request parse_request(const std::string &msg) {
     return r;
 }
 
-std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,
-                      const std::string &key, bool little) {
+std::string iiop_profile(const std::string &host, uint16_t port, const std::string &key,
+                         bool little) {
     Writer profile(little, 0);
     profile.octet(little ? 1 : 0).octet(1).octet(0).string(host).ushort(port).octets(key);
+    return profile.bytes();
+}
+
+std::string long_reply(uint32_t request_id, uint32_t value) {
+    return reply(request_id, 0, [value](Writer &w) { w.ulong(value); });
+}
+
+std::function<std::string(const Request &)> answer(std::function<void(Writer &)> body,
+                                                   uint32_t status) {
+    return [body, status](const Request &r) { return reply(r.request_id, status, body); };
+}
+
+std::function<std::string(const Request &)> answer_long(uint32_t value) {
+    return [value](const Request &r) { return long_reply(r.request_id, value); };
+}
+
+std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,
+                      const std::string &key, bool little) {
     Writer w(little, 0);
-    w.octet(little ? 1 : 0).string(type_id).ulong(1).ulong(0).octets(profile.bytes());
+    w.octet(little ? 1 : 0)
+        .string(type_id)
+        .ulong(1)
+        .ulong(0)
+        .octets(iiop_profile(host, port, key, little));
     return w.bytes();
 }
 

@@ -69,6 +69,18 @@ struct Request {
 };
 Request parse_request(const std::string &msg);
 
+// A Reply (own byte order) holding one long.
+std::string long_reply(uint32_t request_id, uint32_t value);
+// Steps' answers to the latest Request: a Reply of status whose body the
+// writer fills, or one holding a long.
+std::function<std::string(const Request &)> answer(std::function<void(Writer &)> body = nullptr,
+                                                   uint32_t status = 0);
+std::function<std::string(const Request &)> answer_long(uint32_t value);
+
+// An IIOP 1.0 profile body (an encapsulation) addressing key at host:port.
+std::string iiop_profile(const std::string &host, uint16_t port, const std::string &key,
+                         bool little = true);
+
 // An IIOP 1.0 IOR (a CDR encapsulation, byte-order octet first) with one
 // profile, in either byte order; and its "IOR:" text.
 std::string ior_bytes(const std::string &type_id, const std::string &host, uint16_t port,

@@ -50,11 +50,7 @@ TEST_F(DemoScripts, RunWithoutFailure) {
     EXPECT_EQ(testsupport::run_command(command, out), 0) << out;
     EXPECT_EQ(out.find("FAILED"), std::string::npos) << out;
     // Each script ends with its summary.
-    size_t summaries = 0;
-    for (size_t at = out.find("OK: 0 failures"); at != std::string::npos;
-         at = out.find("OK: 0 failures", at + 1))
-        ++summaries;
-    EXPECT_EQ(summaries, 6u) << out;
+    EXPECT_EQ(testsupport::count_of(out, "OK: 0 failures"), 6u) << out;
 }
 
 TEST(DemoCheck, ScriptsAndTheSkeletonOfEveryInterfacePassTheCheck) {

@@ -14,7 +14,11 @@
 #include <thread>
 
 #include "tests/interop/bank/bank_fixture.h"
+#include "tests/support.h"
 #include "tests/unit/tools/run_tool.h"
+
+using testsupport::expect_has;
+using testsupport::expect_lacks;
 
 namespace bank {
 namespace {
@@ -82,21 +86,16 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     EXPECT_EQ(status, 1) << out;  // the failing call is a failure
     // 4 users x 5 iterations x 4 requests, every one served and counted once.
     EXPECT_EQ(after - before - 1, 80) << out;
-    EXPECT_NE(out.find("all requests                             80      20"), std::string::npos)
-        << out;
-    EXPECT_NE(out.find("invoke echo_short twoway                 40       0"), std::string::npos)
-        << out;
-    EXPECT_NE(out.find("transaction twice                        20       0"), std::string::npos)
-        << out;
-    EXPECT_NE(out.find("      20  IDL:omg.org/CORBA/TRANSIENT:1.0"), std::string::npos) << out;
-    EXPECT_NE(out.find("FAILED: 80 requests in"), std::string::npos) << out;
-    EXPECT_NE(out.find(", 20 failures, 20 iterations"), std::string::npos) << out;
+    expect_has(out, {"all requests                             80      20",
+                     "invoke echo_short twoway                 40       0",
+                     "transaction twice                        20       0",
+                     "      20  IDL:omg.org/CORBA/TRANSIENT:1.0", "FAILED: 80 requests in",
+                     ", 20 failures, 20 iterations"});
 
     // The CSV holds the summary's rows, and the history adds up to them.
     std::string stats = read_file(dir_.path() + "/run_stats.csv");
-    EXPECT_NE(stats.find("\nall requests,all,80,20,"), std::string::npos) << stats;
-    EXPECT_NE(stats.find("\ninvoke echo_long twoway,call,20,0,"), std::string::npos) << stats;
-    EXPECT_NE(stats.find("\ncheck ^echo_long,check,20,0,"), std::string::npos) << stats;
+    expect_has(stats, {"\nall requests,all,80,20,", "\ninvoke echo_long twoway,call,20,0,",
+                       "\ncheck ^echo_long,check,20,0,"});
     std::istringstream history(read_file(dir_.path() + "/run_history.csv"));
     std::string line;
     long total = 0;
@@ -139,8 +138,7 @@ TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
     std::string out = read_file(dir_.path() + "/out.txt");
     EXPECT_LT(seconds, 3.0) << out;
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
-    EXPECT_NE(out.find("stopping every user"), std::string::npos) << out;
-    EXPECT_NE(out.find("OK: 5 requests"), std::string::npos) << out;
+    expect_has(out, {"stopping every user", "OK: 5 requests"});
     EXPECT_NE(read_file(dir_.path() + "/run_stats.csv").find("all requests,all,5,0"),
               std::string::npos);
     EXPECT_EQ(processes_with(dir_.path()), 0);
@@ -181,7 +179,7 @@ TEST_F(LoadMode, RefusesWhatItCannotRun) {
     for (const Case &c : cases) {
         std::string out;
         EXPECT_EQ(run(c.args, out), 2) << c.args;
-        EXPECT_NE(out.find(c.message), std::string::npos) << c.args << "\n" << out;
+        expect_has(out, {c.message});
     }
     // A script error stops the users and the run says so (a name from a
     // variable is known only when its line runs).
@@ -190,7 +188,7 @@ TEST_F(LoadMode, RefusesWhatItCannotRun) {
            "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
            "params diag echo_long\nlet name no_such\nset ${name} 1\ninvoke\n");
     EXPECT_EQ(run("--users 2 --iterations 3 bad.orb", out), 2) << out;
-    EXPECT_NE(out.find("user 1 stopped: bad.orb:4:"), std::string::npos) << out;
+    expect_has(out, {"user 1 stopped: bad.orb:4:"});
 }
 
 TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
@@ -208,26 +206,22 @@ TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
                   out),
               0)
         << out;
-    EXPECT_NE(out.find("'bogus' is not a request"), std::string::npos) << out;
+    expect_has(out, {"'bogus' is not a request"});
     std::string events = read_file(dir_.path() + "/events.jsonl");
     // Iteration 1: fail(1) raises a user exception; iteration 2 finds no
     // row left, says so and ends the user before the third run line.
-    EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"call\", \"name\": \"invoke fail twoway\""),
-              std::string::npos)
-        << events;
-    EXPECT_NE(events.find("\"iter\": 1, \"kind\": \"iteration\""), std::string::npos) << events;
-    EXPECT_NE(events.find("\"iter\": 2, \"kind\": \"iteration\", \"name\": \"iteration\", "
-                          "\"script\": \"\", \"line\": 0, \"ms\": 0.000, \"ok\": false, "
-                          "\"error\": \"no data row is left for this user\"}"),
-              std::string::npos)
-        << events;
-    EXPECT_EQ(events.find("\"iter\": 3"), std::string::npos) << events;
+    expect_has(events, {"\"iter\": 1, \"kind\": \"call\", \"name\": \"invoke fail twoway\"",
+                        "\"iter\": 1, \"kind\": \"iteration\"",
+                        "\"iter\": 2, \"kind\": \"iteration\", \"name\": \"iteration\", "
+                        "\"script\": \"\", \"line\": 0, \"ms\": 0.000, \"ok\": false, "
+                        "\"error\": \"no data row is left for this user\"}"});
+    expect_lacks(events, {"\"iter\": 3"});
 
     for (const char *args : {"--serve x.orb", "--serve --users 2 --events e x.orb",
                              "--serve --iterations 2 --events e x.orb"}) {
         std::string refused;
         EXPECT_EQ(run(args, refused), 2) << args;
-        EXPECT_NE(refused.find("--serve"), std::string::npos) << refused;
+        expect_has(refused, {"--serve"});
     }
 }
 

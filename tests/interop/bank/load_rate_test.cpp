@@ -12,7 +12,11 @@
 #include <sstream>
 
 #include "tests/interop/bank/bank_fixture.h"
+#include "tests/support.h"
 #include "tests/unit/tools/run_tool.h"
+
+using testsupport::expect_has;
+using testsupport::expect_lacks;
 
 namespace bank {
 namespace {
@@ -80,11 +84,8 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
     // response time lies above the service time by about that wait.
     EXPECT_GT(number(wait, "response_p50_ms"), number(wait, "p50_ms") + 5) << out;
     EXPECT_GT(number(it, "response_p99_ms"), number(it, "p99_ms")) << out;
-    EXPECT_NE(out.find("iterations/s "), std::string::npos) << out;
-    EXPECT_NE(out.find(" of 150.0  dropped "), std::string::npos) << out;
-    EXPECT_NE(out.find("\ndropped iterations "), std::string::npos) << out;
-    EXPECT_NE(out.find("\nresponse time, from when each iteration was due"), std::string::npos)
-        << out;
+    expect_has(out, {"iterations/s ", " of 150.0  dropped ", "\ndropped iterations ",
+                     "\nresponse time, from when each iteration was due"});
 
     // The closed model has no schedule to fall behind: its rate falls to
     // what the server allows, and nothing is dropped.
@@ -96,7 +97,7 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
     EXPECT_GT(number(cit, "calls_per_s"), 50) << closed;
     EXPECT_LT(number(cit, "calls_per_s"), 105) << closed;
     EXPECT_EQ(number(cit, "response_p50_ms"), -1) << closed;
-    EXPECT_EQ(closed.find("dropped"), std::string::npos) << closed;
+    expect_lacks(closed, {"dropped"});
 
     // A rate the users keep up with drops nothing and holds its target.
     std::string kept;
@@ -153,9 +154,7 @@ TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
                   out),
               0)
         << out;
-    EXPECT_NE(out.find("thresholds\n  passed transaction wait: p95<500ms and failures<1%  (p95 "),
-              std::string::npos)
-        << out;
+    expect_has(out, {"thresholds\n  passed transaction wait: p95<500ms and failures<1%  (p95 "});
     EXPECT_LT(out.find("thresholds\n"), out.find("\nname "));
 
     // Breached: exit 3, and the breach named.
@@ -165,11 +164,8 @@ TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
                   breached),
               3)
         << breached;
-    EXPECT_NE(breached.find("  BREACHED invoke delay twoway: p50<1ms  (p50 2"), std::string::npos)
-        << breached;
-    EXPECT_NE(breached.find("  passed iterations: dropped=0  (dropped 0)"), std::string::npos)
-        << breached;
-    EXPECT_NE(breached.find("FAILED (thresholds): "), std::string::npos) << breached;
+    expect_has(breached, {"  BREACHED invoke delay twoway: p50<1ms  (p50 2",
+                          "  passed iterations: dropped=0  (dropped 0)", "FAILED (thresholds): "});
 
     // Relative to the first run: the same server passes 1.5 times its p50
     // and breaches half of it; the table shows the change per name.
@@ -179,11 +175,8 @@ TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
                   relative),
               0)
         << relative;
-    EXPECT_NE(relative.find("\nagainst the baseline base_stats.csv\n"), std::string::npos)
-        << relative;
-    EXPECT_NE(relative.find("  passed invoke delay twoway: p50<1.5*baseline  (p50 "),
-              std::string::npos)
-        << relative;
+    expect_has(relative, {"\nagainst the baseline base_stats.csv\n",
+                          "  passed invoke delay twoway: p50<1.5*baseline  (p50 "});
     std::string halved;
     EXPECT_EQ(run(run_args + " --baseline base_stats.csv" +
                       " --threshold 'invoke delay twoway: p50<0.5*baseline'",
@@ -198,9 +191,7 @@ TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
                   aborted),
               3)
         << aborted;
-    EXPECT_NE(aborted.find("threshold breached, stopping: all requests: p50<1ms"),
-              std::string::npos)
-        << aborted;
+    expect_has(aborted, {"threshold breached, stopping: all requests: p50<1ms"});
 
     // Options that cannot run exit 2 before anything is sent.
     const char *wrong[] = {"--rate 10 --duration 1 slow.orb",

@@ -16,11 +16,6 @@ struct Deferred : road::Road {
         while (wait_list != nullptr) wait_list_remove(wait_list->req);
     }
     int32_t poll(iiop_req &req) { return call(IIOP_GET_RESPONSE, req, 0); }
-    static std::function<std::string(const peer::Request &)> reply_to(uint32_t id, uint32_t v) {
-        return [id, v](const peer::Request &) {
-            return peer::reply(id, 0, [v](peer::Writer &w) { w.ulong(v); });
-        };
-    }
     peer::ScriptedPeer peer;
 };
 
@@ -28,12 +23,10 @@ TEST_F(Deferred, RequestsStandNewestFirstUntilTheirReplyIsRead) {
     uint32_t first = next_request_id;
     // A and B twice; the Replies come only after all three Requests.
     peer.accept().read_message().read_message().read_message();
-    peer.send_for(reply_to(first, 1)).send_for(reply_to(first + 2, 2));
+    peer.send(peer::long_reply(first, 1)).send(peer::long_reply(first + 2, 2));
     peer.start();
     void *obj = bind(peer.port());
-    Parms pa, pb;
-    pa.add(PARM_OUT, 3, "r", "old");
-    pb.add(PARM_OUT, 3, "r", "old");
+    Parms pa("r"), pb("r");
     iiop_req &a = request(obj, IIOP_DEFERRED, "a", pa);
     iiop_req &b = request(obj, IIOP_DEFERRED, "b", pb);
     // A time-out already expired: the requests go out and nobody waits.
@@ -84,14 +77,11 @@ TEST_F(Deferred, RequestsStandNewestFirstUntilTheirReplyIsRead) {
 TEST_F(Deferred, AReplyArrivingDuringAnotherObjectsCallFillsItsParameters) {
     uint32_t first = next_request_id;
     peer.accept().read_message().read_message();
-    peer.send_for(reply_to(first, 5)).send_for(reply_to(first + 1, 6));
+    peer.send(peer::long_reply(first, 5)).send(peer::long_reply(first + 1, 6));
     // A deferred request whose Reply comes in time: its values stay unread.
-    peer.read_message().send_for(reply_to(first + 2, 7));
+    peer.read_message().send(peer::long_reply(first + 2, 7));
     peer.start();
-    Parms pa, pt, pd;
-    pa.add(PARM_OUT, 3, "r", "old");
-    pt.add(PARM_OUT, 3, "r", "old");
-    pd.add(PARM_OUT, 3, "r", "old");
+    Parms pa("r"), pt("r"), pd("r");
     iiop_req &a = request(bind(peer.port(), "one"), IIOP_DEFERRED, "a", pa);
     iiop_req &t = request(bind(peer.port(), "two"), IIOP_TWOWAY, "t", pt);
     EXPECT_EQ(defer(a, -1), 1);
@@ -118,17 +108,10 @@ TEST_F(Deferred, AReplyArrivingDuringAnotherObjectsCallFillsItsParameters) {
 TEST_F(Deferred, AReplyReadAheadOutlivesThePeerClosingAfterIt) {
     uint32_t first = next_request_id;
     peer.accept().read_message().read_message();
-    peer.send_for([first](const peer::Request &) {
-        auto one = [](uint32_t id, uint32_t v) {
-            return peer::reply(id, 0, [v](peer::Writer &w) { w.ulong(v); });
-        };
-        return one(first + 1, 6) + one(first, 5);
-    });
+    peer.send(peer::long_reply(first + 1, 6) + peer::long_reply(first, 5));
     peer.close();
     peer.start();
-    Parms pa, pb;
-    pa.add(PARM_OUT, 3, "r", "old");
-    pb.add(PARM_OUT, 3, "r", "old");
+    Parms pa("r"), pb("r");
     void *obj = bind(peer.port());
     iiop_req &a = request(obj, IIOP_DEFERRED, "a", pa);
     iiop_req &b = request(obj, IIOP_DEFERRED, "b", pb);

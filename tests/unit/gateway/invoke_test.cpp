@@ -157,7 +157,7 @@ TEST_F(Invoke, OpaqueParametersGoOutAsTheirBytesAndTakeTheRestOfTheReply) {
     // Of flags 2, "*" is just a name.
     plain.add(PARM_OUT, 3, "*", nullptr);
     peer.accept().read_message().send_for(answer([](peer::Writer &w) { w.raw("\x01\x02xy"); }));
-    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(4); }));
+    peer.read_message().send_for(peer::answer_long(4));
     peer.start();
     void *obj = bind(peer.port());
     ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", opaque)), IIOP_OK) << text;
@@ -175,7 +175,7 @@ TEST_F(Invoke, OpaqueParametersGoOutAsTheirBytesAndTakeTheRestOfTheReply) {
 
 TEST_F(Invoke, LocationForwardMarshalsEveryRecordAgainFromItsText) {
     peer::ScriptedPeer second;
-    second.accept().read_message().send_for(answer([](peer::Writer &w) { w.ulong(11); }));
+    second.accept().read_message().send_for(peer::answer_long(11));
     second.start();
     uint16_t there = second.port();
     peer.accept().read_message().send_for(
@@ -227,13 +227,11 @@ TEST_F(Invoke, ObjectReferencesTravelAsTextsAndStayInPtrAfterAReply) {
 }
 
 TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
-    Parms one, two;
+    Parms one, two("r");
     one.add(PARM_IN, 3, "a", "1");
     one.add(PARM_OUT, 3, "r", "old");
-    two.add(PARM_OUT, 3, "r", "old");
-    peer.accept().read_message().read_message().send_for(
-        answer([](peer::Writer &w) { w.ulong(3); }));
-    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(4); }));
+    peer.accept().read_message().read_message().send_for(peer::answer_long(3));
+    peer.read_message().send_for(peer::answer_long(4));
     peer.start();
     void *obj = bind(peer.port());
     ASSERT_EQ(invoke(request(obj, IIOP_ONEWAY, "op", one)), IIOP_OK) << text;
@@ -262,7 +260,6 @@ TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
 // the peer turns out to have closed it, the Request goes again, once, on a
 // new connection; a failure on a new connection fails the call.
 TEST_F(Invoke, AnIdleConnectionFoundClosedSendsTheRequestAgainOnANewOne) {
-    auto value = [](uint32_t v) { return answer([v](peer::Writer &w) { w.ulong(v); }); };
     struct Case {
         const char *name;
         bool read_then_close;  // the peer reads the second Request before closing
@@ -273,17 +270,16 @@ TEST_F(Invoke, AnIdleConnectionFoundClosedSendsTheRequestAgainOnANewOne) {
                           Case{"the new connection closes as well", false, true}}) {
         SCOPED_TRACE(c.name);
         peer::ScriptedPeer peer;
-        peer.accept().read_message().send_for(value(1));
+        peer.accept().read_message().send_for(peer::answer_long(1));
         if (c.read_then_close) peer.read_message();
         peer.close();
         peer.accept(true).read_message();
         if (c.second_closes)
             peer.close();
         else
-            peer.send_for(value(2));
+            peer.send_for(peer::answer_long(2));
         peer.start();
-        Parms p;
-        p.add(PARM_OUT, 3, "r", "old");
+        Parms p("r");
         void *obj = bind(peer.port());
         ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
         hostkit::clear_printed();
@@ -315,7 +311,7 @@ TEST_F(Invoke, BrokenRepliesStopTheReadingWithoutHarm) {
     big.add(PARM_INOUT, 18, "text", mb.c_str());
     peer.accept().read_message().send_for(answer([](peer::Writer &w) { w.ulong(1).ulong(2); }));
     // A length of ten million with nothing behind it.
-    peer.read_message().send_for(answer([](peer::Writer &w) { w.ulong(10000000); }));
+    peer.read_message().send_for(peer::answer_long(10000000));
     peer.read_message().send_for([](const peer::Request &r) {
         return peer::reply(r.request_id, 0,
                            [&](peer::Writer &w) { w.string(std::string(1 << 20, 'n')); });

@@ -24,6 +24,9 @@ namespace road {
 // A parameter list on the C heap, released with the fixture.
 class Parms {
 public:
+    Parms() = default;
+    // A list of one out long, holding "old".
+    explicit Parms(const char *out_long) { add(PARM_OUT, 3, out_long, "old"); }
     ~Parms() { hostkit::free_list(head); }
     ScriptParm *add(int32_t flags, int32_t type, const char *name, const char *value,
                     int32_t supertype = 0) {
@@ -56,9 +59,7 @@ inline std::string iiop_text(uint16_t port, const std::string &key) {
 // An object reference in a message body: type id, one IIOP 1.0 profile.
 inline void put_ior(peer::Writer &w, const std::string &type_id, uint16_t port,
                     const std::string &key) {
-    peer::Writer profile(true, 0);
-    profile.octet(1).octet(1).octet(0).string("127.0.0.1").ushort(port).octets(key);
-    w.string(type_id).ulong(1).ulong(0).octets(profile.bytes());
+    w.string(type_id).ulong(1).ulong(0).octets(peer::iiop_profile("127.0.0.1", port, key));
 }
 
 // The arguments of a Request as the peer received it.
@@ -67,13 +68,7 @@ inline std::string args_of(const std::string &message) {
     return r.valid ? message.substr(r.args_offset) : "<invalid>";
 }
 
-// A peer step that answers the latest Request with a Reply whose body
-// the writer fills.
-inline std::function<std::string(const peer::Request &)> answer(
-    std::function<void(peer::Writer &)> body, uint32_t status = 0) {
-    return
-        [body, status](const peer::Request &r) { return peer::reply(r.request_id, status, body); };
-}
+using peer::answer;
 
 class Road : public ::testing::Test {
 protected:

@@ -17,12 +17,6 @@ namespace {
 using giop_test::id_of;
 const ExceptionTable kNoExceptions{0, nullptr};
 
-// Answers the latest Request with a Reply of the given status and body.
-std::function<std::string(const peer::Request &)> answer(
-    uint32_t status, std::function<void(peer::Writer &)> body = nullptr) {
-    return [=](const peer::Request &r) { return peer::reply(r.request_id, status, body); };
-}
-
 struct Call : giop_test::ShortTimeout {
     peer::ScriptedPeer peer;
     objref *ref = nullptr;
@@ -60,9 +54,9 @@ TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
     Call c;
     c.peer.accept()
         .read_message()
-        .send(peer::reply(7, 0, [](peer::Writer &w) { w.ulong(0x77); }))
-        .send(peer::reply(6, 0, [](peer::Writer &w) { w.ulong(0x66); }))
-        .send(peer::reply(5, 0, [](peer::Writer &w) { w.ulong(0x55); }))
+        .send(peer::long_reply(7, 0x77))
+        .send(peer::long_reply(6, 0x66))
+        .send(peer::long_reply(5, 0x55))
         .wait_forever();
     c.begin();
     iiop_target target{};
@@ -92,7 +86,7 @@ TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
 
 TEST(Invocation, BadReplyStatusAbortsWithTheFixedMessageError) {
     Call c;
-    c.peer.accept().read_message().send_for(answer(4)).read_to_eof();
+    c.peer.accept().read_message().send_for(peer::answer(nullptr, 4)).read_to_eof();
     c.begin();
     {
         GIOP::Invocation inv(c.ref->data, "echo", 1);
@@ -112,7 +106,7 @@ TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
     peer::ScriptedPeer target;
     target.accept()
         .read_message()
-        .send_for(answer(0))
+        .send_for(peer::answer())
         .read_message()
         .send(peer::close_connection())
         .close();
@@ -125,7 +119,7 @@ TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
             return peer::reply(r.request_id, 3, [&](peer::Writer &w) { w.raw(fwd.substr(4)); });
         })
         .read_message()
-        .send_for(answer(0))
+        .send_for(peer::answer())
         .wait_forever();
     c.begin("here");
     {
@@ -152,7 +146,7 @@ TEST(Invocation, ForwardToNilReferenceFailsAndKeepsConnection) {
     Call c;
     c.peer.accept()
         .read_message()
-        .send_for(answer(3, [](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }))
+        .send_for(peer::answer([](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }, 3))
         .wait_forever();
     c.begin();
     GIOP::Invocation inv(c.ref->data, "echo", 1);

@@ -19,12 +19,10 @@ namespace {
 using giop_test::id_of;
 using Clock = std::chrono::steady_clock;
 
-std::string reply_with(uint32_t id, uint32_t value) {
-    return peer::reply(id, 0, [value](peer::Writer &w) { w.ulong(value); });
-}
-
 // Answers the latest Request with its own id plus 1000 as the value.
-std::string echo(const peer::Request &r) { return reply_with(r.request_id, r.request_id + 1000); }
+std::string echo(const peer::Request &r) {
+    return peer::long_reply(r.request_id, r.request_id + 1000);
+}
 
 struct Line : giop_test::ShortTimeout {
     hostkit::Host host = testsupport::linked_host();
@@ -70,7 +68,7 @@ TEST(Recovery, MessageCutOffFailsInTimeAndTheNextCallConnectsAnew) {
         bool then_close;
         const char *traced;
     };
-    const std::string reply = reply_with(0, 5);
+    const std::string reply = peer::long_reply(0, 5);
     const Case cases[] = {
         {"half a header", reply.substr(0, 3), false, "timed out after 3 of 12 header bytes"},
         {"header and part of a body", reply.substr(0, 15), false,

@@ -136,10 +136,9 @@ bool heard_after_forwards(uint64_t n) {
     for (uint64_t i = 0; i < n; ++i)
         peer.read_message().send_for(road::answer(
             [port](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", port, "key"); }, 3));
-    peer.read_message().send_for(road::answer([](peer::Writer &w) { w.ulong(5); }));
+    peer.read_message().send_for(peer::answer_long(5));
     peer.start();
-    road::Parms p;
-    p.add(PARM_OUT, 3, "r", "old");
+    road::Parms p("r");
     hostkit::clear_printed();
     int32_t result = door.two_way(port, p);
     if (result == IIOP_OK) return std::strcmp(p.value("r"), "5") == 0;

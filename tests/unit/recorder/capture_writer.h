@@ -165,61 +165,26 @@ inline std::string pcapng_file(int link, const std::vector<Packet> &packets) {
     return f;
 }
 
-// A GIOP message written field by field; alignment counts from the
-// message's first byte.
-class Giop {
-public:
-    Giop(uint8_t minor, bool little, uint8_t type, uint8_t more_flag = 0)
-        : w_(little, 0), little_(little) {
-        w_.raw("GIOP").octet(1).octet(minor).octet((little ? 1 : 0) | more_flag).octet(type);
-        w_.ulong(0);
-    }
-    Giop &align(size_t n) {
-        w_.align(n);
-        return *this;
-    }
-    Giop &octet(uint8_t v) {
-        w_.octet(v);
-        return *this;
-    }
-    Giop &ushort(uint16_t v) {
-        w_.ushort(v);
-        return *this;
-    }
-    Giop &ulong(uint32_t v) {
-        w_.ulong(v);
-        return *this;
-    }
-    Giop &octets(const std::string &s) {
-        w_.octets(s);
-        return *this;
-    }
-    Giop &string(const std::string &s) {
-        w_.string(s);
-        return *this;
-    }
-    Giop &raw(const std::string &s) {
-        w_.raw(s);
-        return *this;
-    }
-    // The message with its body size filled in.
-    std::string bytes() const {
-        std::string out = w_.bytes();
-        std::string size;
-        put32(size, static_cast<uint32_t>(out.size() - 12), little_);
-        return out.replace(8, 4, size);
-    }
+// A GIOP message begun: its header, with the body size left for sized() to
+// fill in. The body is written on; alignment counts from the message's
+// first byte.
+using Giop = peer::Writer;
+inline Giop giop_start(uint8_t minor, bool little, uint8_t type, uint8_t more_flag = 0) {
+    Giop w(little, 0);
+    w.raw("GIOP").octet(1).octet(minor).octet((little ? 1 : 0) | more_flag).octet(type).ulong(0);
+    return w;
+}
 
-private:
-    peer::Writer w_;
-    bool little_;
-};
+// The message with its body size filled in, in the byte order its flags give.
+inline std::string sized(const Giop &message) {
+    std::string out = message.bytes(), size;
+    put32(size, static_cast<uint32_t>(out.size() - 12), (out[6] & 1) != 0);
+    return out.replace(8, 4, size);
+}
 
-// An IIOP 1.0 profile body (an encapsulation) addressing key.
+// An IIOP 1.0 profile body addressing key on the captures' server.
 inline std::string iiop_profile(const std::string &key, bool little = false) {
-    peer::Writer p(little, 0);
-    p.octet(little ? 1 : 0).octet(1).octet(0).string("127.0.0.1").ushort(2809).octets(key);
-    return p.bytes();
+    return peer::iiop_profile("127.0.0.1", 2809, key, little);
 }
 
 }  // namespace capwrite

@@ -9,6 +9,8 @@
 
 using namespace recorder;
 using capwrite::Giop;
+using capwrite::giop_start;
+using capwrite::sized;
 
 namespace {
 
@@ -27,7 +29,7 @@ std::vector<GiopMessage> frame_all(const std::vector<std::string> &chunks,
 // A Request of each version; the 1.2 one addresses its target by kind.
 std::string request(uint8_t minor, bool little, uint32_t id, const std::string &key,
                     const std::string &op, int target_kind = 0, uint8_t more = 0) {
-    Giop g(minor, little, giop_request, more);
+    Giop g = giop_start(minor, little, giop_request, more);
     if (minor < 2) {
         g.ulong(1).ulong(0x4F4D4E49).octets("ctx");  // one service context
         g.ulong(id).octet(1);
@@ -46,17 +48,17 @@ std::string request(uint8_t minor, bool little, uint32_t id, const std::string &
         g.align(8);
     }
     g.ulong(0xCAFE0001);  // the body: one long
-    return g.bytes();
+    return sized(g);
 }
 
 std::string reply(uint8_t minor, bool little, uint32_t id, uint32_t status) {
-    Giop g(minor, little, giop_reply);
+    Giop g = giop_start(minor, little, giop_reply);
     if (minor < 2)
         g.ulong(0).ulong(id).ulong(status);
     else
         g.ulong(id).ulong(status).ulong(0).align(8);
     g.ulong(7);
-    return g.bytes();
+    return sized(g);
 }
 
 GiopHeader header_of(const std::string &bytes) {
@@ -97,9 +99,9 @@ TEST(GiopHeaders, EveryVersionByteOrderAndTargetKind) {
             }
         }
     }
-    Giop locate(2, false, giop_locate_request);
+    Giop locate = giop_start(2, false, giop_locate_request);
     locate.ulong(9).ushort(0).octets("k");
-    GiopHeader l = header_of(locate.bytes());
+    GiopHeader l = header_of(sized(locate));
     EXPECT_EQ(l.request_id, 9u);
     EXPECT_EQ(l.object_key, "k");
 }
@@ -124,21 +126,21 @@ TEST(GiopHeaders, CutOrImpossibleHeadersAreRefused) {
         std::string bytes;
         const char *why;
     };
-    Giop huge_key(0, false, giop_request);
+    Giop huge_key = giop_start(0, false, giop_request);
     huge_key.ulong(0).ulong(1).octet(1).ulong(0xFFFFFFF0);
-    Giop bad_kind(2, false, giop_request);
+    Giop bad_kind = giop_start(2, false, giop_request);
     bad_kind.ulong(1).octet(3).octet(0).octet(0).octet(0).ushort(3);
-    Giop bad_status(1, false, giop_reply);
+    Giop bad_status = giop_start(1, false, giop_reply);
     bad_status.ulong(0).ulong(1).ulong(6);
-    Giop no_null(0, false, giop_request);
+    Giop no_null = giop_start(0, false, giop_request);
     no_null.ulong(0).ulong(1).octet(1).octets("k").octets("op");
-    Giop many_contexts(0, false, giop_request);
+    Giop many_contexts = giop_start(0, false, giop_request);
     many_contexts.ulong(0x10000000);
-    const Bad bad[] = {{huge_key.bytes(), "header runs past the message"},
-                       {bad_kind.bytes(), "unknown target address kind 3"},
-                       {bad_status.bytes(), "unknown reply status"},
-                       {no_null.bytes(), "header runs past the message"},
-                       {many_contexts.bytes(), "header runs past the message"}};
+    const Bad bad[] = {{sized(huge_key), "header runs past the message"},
+                       {sized(bad_kind), "unknown target address kind 3"},
+                       {sized(bad_status), "unknown reply status"},
+                       {sized(no_null), "header runs past the message"},
+                       {sized(many_contexts), "header runs past the message"}};
     for (const Bad &b : bad) {
         std::vector<GiopMessage> ms = frame_all({b.bytes});
         ASSERT_EQ(ms.size(), 1u);
@@ -167,12 +169,13 @@ TEST(GiopFramer, MessagesSplitAnywhereComeOutWhole) {
 // flag, and its body is the parts' bodies in order.
 TEST(GiopFramer, FragmentsAreJoined) {
     for (bool little : {false, true}) {
-        Giop first11(1, little, giop_reply, 2);
+        Giop first11 = giop_start(1, little, giop_reply, 2);
         first11.ulong(0).ulong(4).ulong(0).raw("AAAA");
-        Giop frag11(1, little, giop_fragment, 2), last11(1, little, giop_fragment);
+        Giop frag11 = giop_start(1, little, giop_fragment, 2);
+        Giop last11 = giop_start(1, little, giop_fragment);
         frag11.raw("BBBB");
         last11.raw("CC");
-        std::vector<GiopMessage> ms = frame_all({first11.bytes() + frag11.bytes(), last11.bytes()});
+        std::vector<GiopMessage> ms = frame_all({sized(first11) + sized(frag11), sized(last11)});
         ASSERT_EQ(ms.size(), 1u);
         EXPECT_EQ(ms[0].bytes.substr(ms[0].bytes.size() - 10), "AAAABBBBCC");
         EXPECT_EQ(ms[0].fragments, 2u);
@@ -184,8 +187,8 @@ TEST(GiopFramer, FragmentsAreJoined) {
         std::string r1 = request(2, little, 1, "k", "one", 0, 2);
         std::string r2 = request(2, little, 2, "k", "two", 0, 2);
         auto frag12 = [&](uint32_t id, const std::string &data, bool more) {
-            Giop f(2, little, giop_fragment, more ? 2 : 0);
-            return f.ulong(id).raw(data).bytes();
+            Giop f = giop_start(2, little, giop_fragment, more ? 2 : 0);
+            return sized(f.ulong(id).raw(data));
         };
         ms = frame_all({r1 + r2 + frag12(2, "22222222", true) + frag12(1, "1111", false) +
                         frag12(2, "2", false) + frag12(9, "orphan", false)});
@@ -202,16 +205,16 @@ TEST(GiopFramer, FragmentsAreJoined) {
     std::string pending, ends;
     for (uint32_t id = 1; id <= limits::max_capture_fragmented + 1; ++id) {
         pending += request(2, false, id, "k", "op", 0, 2);
-        Giop end(2, false, giop_fragment);
-        ends += end.ulong(id).bytes();
+        Giop end = giop_start(2, false, giop_fragment);
+        ends += sized(end.ulong(id));
     }
     FramerCounts counts;
     EXPECT_EQ(frame_all({pending + ends}, false, &counts).size(), limits::max_capture_fragmented);
     EXPECT_EQ(counts.refused_messages, 1u);
     EXPECT_EQ(counts.orphan_fragments, 1u);
 
-    Giop orphan(2, false, giop_fragment);
-    frame_all({orphan.ulong(3).raw("x").bytes()}, false, &counts);
+    Giop orphan = giop_start(2, false, giop_fragment);
+    frame_all({sized(orphan.ulong(3).raw("x"))}, false, &counts);
     EXPECT_EQ(counts.orphan_fragments, 1u);
 }
 

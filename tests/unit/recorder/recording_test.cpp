@@ -11,9 +11,14 @@
 #include "tests/unit/recorder/capture_writer.h"
 #include "tools/recorder/script_writer.h"
 
+using testsupport::expect_has;
+using testsupport::expect_lacks;
+
 using namespace recorder;
 using capwrite::Giop;
+using capwrite::giop_start;
 using capwrite::Packet;
+using capwrite::sized;
 
 namespace {
 
@@ -52,13 +57,13 @@ private:
 };
 
 Giop request10(uint32_t id, const std::string &key, const std::string &op, bool twoway = true) {
-    Giop g(0, false, 0);
+    Giop g = giop_start(0, false, 0);
     g.ulong(0).ulong(id).octet(twoway ? 1 : 0).octets(key).string(op).octets("");
     return g;
 }
 
 Giop reply10(uint32_t id, uint32_t status = 0) {
-    Giop g(0, false, 1);
+    Giop g = giop_start(0, false, 1);
     g.ulong(0).ulong(id).ulong(status);
     return g;
 }
@@ -73,37 +78,37 @@ Giop &ior(Giop &g, const std::string &type_id, const std::string &key) {
 // sequence of structs, a pause, a one-way call, a probe and a union.
 std::string bank_capture() {
     Conversation c;
-    c.from_client(request10(1, "bank-key", "find_account").string("1001").bytes(), 1000);
+    c.from_client(sized(request10(1, "bank-key", "find_account").string("1001")), 1000);
     Giop r1 = reply10(1);
-    c.from_server(ior(r1, "IDL:Banking/Account:1.0", "acc-1001").bytes(), 1001);
+    c.from_server(sized(ior(r1, "IDL:Banking/Account:1.0", "acc-1001")), 1001);
 
     // _get_number in GIOP 1.2, little-endian, the Request in two fragments.
-    Giop first(2, true, 0, 2);
+    Giop first = giop_start(2, true, 0, 2);
     first.ulong(2).octet(3).octet(0).octet(0).octet(0).ushort(0).octets("acc-1001");
-    Giop last(2, true, 7);
+    Giop last = giop_start(2, true, 7);
     last.ulong(2).raw(std::string("\x0c\x00\x00\x00_get_number\x00", 16)).ulong(0);
-    c.from_client(first.bytes() + last.bytes(), 1002);
-    Giop r2(2, true, 1);
+    c.from_client(sized(first) + sized(last), 1002);
+    Giop r2 = giop_start(2, true, 1);
     r2.ulong(2).ulong(0).ulong(0).align(8).string("ACC-7781");
-    c.from_server(r2.bytes(), 1003);
+    c.from_server(sized(r2), 1003);
 
-    c.from_client(request10(3, "bank-key", "find_account").string("ACC-7781").bytes(), 1004);
+    c.from_client(sized(request10(3, "bank-key", "find_account").string("ACC-7781")), 1004);
     Giop r3 = reply10(3, 1);
-    c.from_server(r3.string("IDL:Banking/UnknownAccount:1.0").string("ACC-7781").bytes(), 1005);
+    c.from_server(sized(r3.string("IDL:Banking/UnknownAccount:1.0").string("ACC-7781")), 1005);
 
-    c.from_client(request10(4, "acc-1001", "statement").ulong(2).bytes(), 1006);
+    c.from_client(sized(request10(4, "acc-1001", "statement").ulong(2)), 1006);
     Giop r4 = reply10(4);
     r4.ulong(1).ulong(7).string("2024-01-31").string("Salary").ulong(0);
     r4.align(8).raw(std::string("\x40\xa4\x50\x00\x00\x00\x00\x00", 8)).ulong(1);
     r4.align(8).raw(std::string("\x40\xb3\x88\x00\x00\x00\x00\x00", 8));
-    c.from_server(r4.bytes(), 1007);
+    c.from_server(sized(r4), 1007);
 
     // Two seconds later: a new step.
-    c.from_client(request10(5, "bank-key", "audit", false).string("who").string("ev ent").bytes(),
+    c.from_client(sized(request10(5, "bank-key", "audit", false).string("who").string("ev ent")),
                   3007);
-    c.from_client(request10(6, "bank-key", "_is_a").string("IDL:Banking/Bank:1.0").bytes(), 3008);
-    c.from_server(reply10(6).octet(1).bytes(), 3009);
-    c.from_client(request10(7, "bank-key", "transfer").raw("no union here").bytes(), 3010);
+    c.from_client(sized(request10(6, "bank-key", "_is_a").string("IDL:Banking/Bank:1.0")), 3008);
+    c.from_server(sized(reply10(6).octet(1)), 3009);
+    c.from_client(sized(request10(7, "bank-key", "transfer").raw("no union here")), 3010);
     return c.capture();
 }
 
@@ -140,12 +145,10 @@ TEST(Recording, OptionsShapeTheScript) {
     write.checks = true;
     write.think = true;
     std::string script = record(bank_capture(), {}, write);
-    for (const char *line : {"\ncheck ^statement[0].text Salary\n",
-                             "\ncheck ^statement[0].amount.amount 2600.000000\n",
-                             "\ncheck ^statement[0].kind 0\n", "\nthink 2000\n"})
-        EXPECT_NE(script.find(line), std::string::npos) << line << script;
-    EXPECT_EQ(script.find("check ^find_account"), std::string::npos);
-    EXPECT_EQ(script.find("check ^_get_number"), std::string::npos);
+    expect_has(script, {"\ncheck ^statement[0].text Salary\n",
+                        "\ncheck ^statement[0].amount.amount 2600.000000\n",
+                        "\ncheck ^statement[0].kind 0\n", "\nthink 2000\n"});
+    expect_lacks(script, {"check ^find_account", "check ^_get_number"});
 
     // In values to a data file: strings and numbers, one column per
     // operation and name, the recorded value its row; ids sent back stay
@@ -153,10 +156,9 @@ TEST(Recording, OptionsShapeTheScript) {
     WriteOptions data;
     data.data_file = "some/where/values.csv";
     script = record(bank_capture(), {}, data);
-    for (const char *line :
-         {"\ndata values.csv as recorded\n", "\nset number ${recorded.find_account_number}\n",
-          "\nset number ${get_number_2}\n", "\nset event ${recorded.audit_event}\n"})
-        EXPECT_NE(script.find(line), std::string::npos) << line << script;
+    expect_has(script,
+               {"\ndata values.csv as recorded\n", "\nset number ${recorded.find_account_number}\n",
+                "\nset number ${get_number_2}\n", "\nset event ${recorded.audit_event}\n"});
     EXPECT_EQ(last_writer->data_text(),
               "find_account_number,statement_max_entries,audit_who,audit_event\n"
               "1001,2,who,ev ent\n");
@@ -164,8 +166,8 @@ TEST(Recording, OptionsShapeTheScript) {
     RecordOptions other;
     other.servers = {"127.0.0.2:9999"};
     script = record(bank_capture(), other);
-    EXPECT_EQ(script.find("params"), std::string::npos) << script;
-    EXPECT_NE(script.find("12 messages of other hosts"), std::string::npos) << script;
+    expect_lacks(script, {"params"});
+    expect_has(script, {"12 messages of other hosts"});
 
     RecordOptions mine;
     mine.servers = {"127.0.0.2:2809"};
@@ -175,8 +177,7 @@ TEST(Recording, OptionsShapeTheScript) {
     RecordOptions given;
     given.objects["bank-key"] = "IDL:Banking/Diagnostics:1.0";
     script = record(bank_capture(), given);
-    EXPECT_NE(script.find("# not decoded: find_account on diagnostics"), std::string::npos)
-        << script;
+    expect_has(script, {"# not decoded: find_account on diagnostics"});
 }
 
 // A naming service's resolve becomes a bind through it, by the name the
@@ -185,28 +186,26 @@ TEST(Recording, OptionsShapeTheScript) {
 TEST(Recording, NamingResolvesBecomeBindsAndTheNetworkChangesNothing) {
     Conversation c;
     Giop resolve = request10(1, "NameService", "resolve");
-    c.from_client(resolve.ulong(1).string("Bank").string("").bytes(), 1);
+    c.from_client(sized(resolve.ulong(1).string("Bank").string("")), 1);
     c.resend_last();
     Giop answer = reply10(1);
-    std::string reply = ior(answer, "IDL:Banking/Bank:1.0", "bank-key").bytes();
+    std::string reply = sized(ior(answer, "IDL:Banking/Bank:1.0", "bank-key"));
     c.from_server(reply.substr(0, 20), 2);
     c.from_server(reply.substr(20), 2);
     c.swap_last_two();
-    c.from_client(request10(2, "bank-key", "_get_name").bytes(), 3);
-    c.from_client(request10(3, "bank-key", "audit_count").bytes(), 4);
+    c.from_client(sized(request10(2, "bank-key", "_get_name")), 3);
+    c.from_client(sized(request10(3, "bank-key", "audit_count")), 4);
     c.swap_last_two();
     c.resend_last();
-    c.from_server(reply10(2).string("Harbour Bank").bytes(), 5);
-    c.from_server(reply10(3).ulong(4).bytes(), 6);
+    c.from_server(sized(reply10(2).string("Harbour Bank")), 5);
+    c.from_server(sized(reply10(3).ulong(4)), 6);
     Recording *rec = nullptr;
     std::string script = record(c.capture(), {}, {}, &rec);
     const std::string naming =
         reference_text("IDL:omg.org/CosNaming/NamingContext:1.0", "127.0.0.2", 2809, "NameService");
-    EXPECT_NE(script.find("\nbind bank IDL:Banking/Bank:1.0 Bank \"NameService(" + naming +
-                          ")\"\nparams bank _get_name\ninvoke\nparams bank audit_count\n"),
-              std::string::npos)
-        << script;
-    EXPECT_NE(script.find("1 naming service calls"), std::string::npos) << script;
+    expect_has(script, {"\nbind bank IDL:Banking/Bank:1.0 Bank \"NameService(" + naming +
+                            ")\"\nparams bank _get_name\ninvoke\nparams bank audit_count\n",
+                        "1 naming service calls"});
     ASSERT_NE(rec, nullptr);
     EXPECT_EQ(rec->calls_recorded, 2u);
     EXPECT_EQ(rec->left_out.unanswered, 0u);
@@ -217,15 +216,14 @@ TEST(Recording, NamingResolvesBecomeBindsAndTheNetworkChangesNothing) {
 TEST(Recording, ValuesAreSavedWithinTheHeldCallsOnly) {
     for (size_t fillers : {limits::max_recorded_calls_held - 1, limits::max_recorded_calls_held}) {
         Conversation c;
-        c.from_client(request10(1, "acc-1", "_get_number").bytes(), 1);
-        c.from_server(reply10(1).string("ACC-7781").bytes(), 2);
+        c.from_client(sized(request10(1, "acc-1", "_get_number")), 1);
+        c.from_server(sized(reply10(1).string("ACC-7781")), 2);
         for (size_t i = 0; i < fillers; ++i)
-            c.from_client(request10(static_cast<uint32_t>(2 + i), "bank-key", "audit", false)
-                              .string("w")
-                              .string("e")
-                              .bytes(),
+            c.from_client(sized(request10(static_cast<uint32_t>(2 + i), "bank-key", "audit", false)
+                                    .string("w")
+                                    .string("e")),
                           3);
-        c.from_client(request10(99999, "bank-key", "find_account").string("ACC-7781").bytes(), 4);
+        c.from_client(sized(request10(99999, "bank-key", "find_account").string("ACC-7781")), 4);
         std::string script = record(c.capture(), {});
         const bool held = fillers < limits::max_recorded_calls_held;
         EXPECT_EQ(script.find("\nset number ${get_number_1}\n") != std::string::npos, held)
@@ -239,17 +237,15 @@ TEST(Recording, ValuesAreSavedWithinTheHeldCallsOnly) {
 TEST(Recording, LossesAreReportedNotGuessed) {
     std::string whole = bank_capture();
     std::string script = record(whole.substr(0, whole.size() - 30), {});
-    EXPECT_NE(script.find("(read up to there)"), std::string::npos) << script;
+    expect_has(script, {"(read up to there)"});
 
     // The first request's segment lost: its bytes are missing before the next.
     Conversation lost;
-    lost.from_client(request10(1, "bank-key", "find_account").string("1001").bytes(), 1);
-    lost.from_client(request10(2, "bank-key", "audit_count").bytes(), 2);
+    lost.from_client(sized(request10(1, "bank-key", "find_account").string("1001")), 1);
+    lost.from_client(sized(request10(2, "bank-key", "audit_count")), 2);
     lost.lose_first();
     std::string dropped = lost.capture();
     script = record(dropped, {});
-    EXPECT_NE(script.find("bytes missing from the capture"), std::string::npos) << script;
-    EXPECT_NE(script.find("params bank audit_count"), std::string::npos) << script;
-    EXPECT_NE(script.find("# 1 requests have no reply in the capture"), std::string::npos)
-        << script;
+    expect_has(script, {"bytes missing from the capture", "params bank audit_count",
+                        "# 1 requests have no reply in the capture"});
 }

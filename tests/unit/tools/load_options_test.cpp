@@ -7,10 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "tests/support.h"
 #include "tools/runner/metrics.h"
 #ifndef _WIN32
 #include "tools/runner/metrics_http.h"
 #endif
+
+using testsupport::expect_has;
+using testsupport::expect_lacks;
 
 namespace runner {
 namespace {
@@ -133,38 +137,35 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
     g.achieved_per_s = 12;
     g.dropped = 4;
     const std::string text = m.render(g);
-    const char *lines[] = {
-        "orbelle_requests_total{outcome=\"ok\"} 2\n",
-        "orbelle_requests_total{outcome=\"failed\"} 1\n",
-        "orbelle_duration_seconds_bucket{kind=\"call\",name=\"invoke a twoway\",outcome=\"ok\","
-        "le=\"0.00025\"} 0\n",
-        "orbelle_duration_seconds_bucket{kind=\"call\",name=\"invoke a twoway\",outcome=\"ok\","
-        "le=\"0.0005\"} 1\n",
-        "orbelle_duration_seconds_bucket{kind=\"call\",name=\"invoke a twoway\",outcome=\"ok\","
-        "le=\"10\"} 2\n",
-        "orbelle_duration_seconds_sum{kind=\"call\",name=\"invoke a twoway\",outcome=\"ok\"} "
-        "0.0033\n",
-        "orbelle_duration_seconds_bucket{kind=\"call\",name=\"invoke a twoway\",outcome=\"failed\","
-        "le=\"10\"} 0\n",
-        "orbelle_duration_seconds_bucket{kind=\"call\",name=\"invoke a twoway\",outcome=\"failed\","
-        "le=\"+Inf\"} 1\n",
-        "orbelle_duration_seconds_count{kind=\"transaction\",name=\"transaction \\\"q\\\"\\\\\\n\","
-        "outcome=\"ok\"} 1\n",
-        "orbelle_checks_total{name=\"check ^a\",outcome=\"failed\"} 1\n",
-        "orbelle_duration_seconds_bucket{kind=\"iteration\",name=\"iteration\",outcome=\"ok\","
-        "le=\"0.0025\"} 1\n",
-        "orbelle_response_seconds_bucket{kind=\"iteration\",name=\"iteration\",outcome=\"ok\","
-        "le=\"0.005\"} 0\n",
-        "orbelle_response_seconds_bucket{kind=\"iteration\",name=\"iteration\",outcome=\"ok\","
-        "le=\"0.01\"} 1\n",
-        "orbelle_users 3\n",
-        "orbelle_target_iterations_per_second 12.5\n",
-        "orbelle_dropped_iterations_total 4\n",
-        "# TYPE orbelle_duration_seconds histogram\n",
+    // A series of the histograms: metric{kind,name,outcome[,le]} value.
+    auto series = [](const std::string &metric, const char *kind, const std::string &name,
+                     const char *outcome, const char *le, const char *value) {
+        return "orbelle_" + metric + "{kind=\"" + kind + "\",name=\"" + name + "\",outcome=\"" +
+               outcome + (le ? "\",le=\"" + std::string(le) : "") + "\"} " + value + "\n";
     };
-    for (const char *line : lines) EXPECT_NE(text.find(line), std::string::npos) << line << text;
-    EXPECT_EQ(text.find("ignored"), std::string::npos);
-    EXPECT_EQ(text.find("orbelle_response_seconds_count{kind=\"call\""), std::string::npos);
+    const std::string call = "invoke a twoway";
+    expect_has(text,
+               {
+                   "orbelle_requests_total{outcome=\"ok\"} 2\n",
+                   "orbelle_requests_total{outcome=\"failed\"} 1\n",
+                   series("duration_seconds_bucket", "call", call, "ok", "0.00025", "0"),
+                   series("duration_seconds_bucket", "call", call, "ok", "0.0005", "1"),
+                   series("duration_seconds_bucket", "call", call, "ok", "10", "2"),
+                   series("duration_seconds_sum", "call", call, "ok", nullptr, "0.0033"),
+                   series("duration_seconds_bucket", "call", call, "failed", "10", "0"),
+                   series("duration_seconds_bucket", "call", call, "failed", "+Inf", "1"),
+                   series("duration_seconds_count", "transaction", "transaction \\\"q\\\"\\\\\\n",
+                          "ok", nullptr, "1"),
+                   "orbelle_checks_total{name=\"check ^a\",outcome=\"failed\"} 1\n",
+                   series("duration_seconds_bucket", "iteration", "iteration", "ok", "0.0025", "1"),
+                   series("response_seconds_bucket", "iteration", "iteration", "ok", "0.005", "0"),
+                   series("response_seconds_bucket", "iteration", "iteration", "ok", "0.01", "1"),
+                   "orbelle_users 3\n",
+                   "orbelle_target_iterations_per_second 12.5\n",
+                   "orbelle_dropped_iterations_total 4\n",
+                   "# TYPE orbelle_duration_seconds histogram\n",
+               });
+    expect_lacks(text, {"ignored", "orbelle_response_seconds_count{kind=\"call\""});
     // The closed model has no target nor drops.
     g.open = false;
     EXPECT_EQ(m.render(g).find("orbelle_target"), std::string::npos);

@@ -13,37 +13,21 @@
 
 #include "tests/support.h"
 #include "tests/unit/tools/run_tool.h"
+#include "tests/unit/tools/stats_row.h"
 
 #ifndef _WIN32
 #include <sys/wait.h>
 #endif
 
+using testsupport::expect_has;
+
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
+using testsupport::count_of;
 using testsupport::read_file;
+using testsupport::stats_row;
 using testsupport::TempDir;
-
-// A row of the table: times are min, p50, p90, p95, p99 and max.
-runner::StatsRow stats(const char *name, const char *kind, uint64_t count, uint64_t failed,
-                       double rate, bool timed, std::vector<double> times) {
-    runner::StatsRow r;
-    r.name = name;
-    r.kind = kind;
-    r.count = count;
-    r.failed = failed;
-    r.per_second = rate;
-    r.timed = timed;
-    if (times.size() == 6) {
-        r.min_ms = times[0];
-        r.p50_ms = times[1];
-        r.p90_ms = times[2];
-        r.p95_ms = times[3];
-        r.p99_ms = times[4];
-        r.max_ms = times[5];
-    }
-    return r;
-}
 
 // A run of 8 users over the given seconds, with calls, a transaction, a
 // check, two kinds of failure and a row per second for an operation and
@@ -55,10 +39,10 @@ RunReport sample_run(int seconds) {
     run.started_ms = 1795856765000;
     run.duration_s = seconds;
     run.rows = {
-        stats("Bank.open_account", "call", 1200, 3, 40, true, {0.21, 0.9, 1.8, 2.4, 5.1, 12.3}),
-        stats("transaction open", "transaction", 1200, 3, 40, true, {1.1, 2.9, 4.8, 6.4, 11, 42}),
-        stats("check balance", "check", 1200, 1, 40, false, {}),
-        stats(kAllCalls, "all", 3600, 3, 120, true, {0.11, 0.7, 1.5, 2.0, 4.2, 12.3})};
+        stats_row("Bank.open_account", "call", 1200, 3, 40, {0.21, 0.9, 1.8, 2.4, 5.1, 12.3}),
+        stats_row("transaction open", "transaction", 1200, 3, 40, {1.1, 2.9, 4.8, 6.4, 11, 42}),
+        stats_row("check balance", "check", 1200, 1, 40),
+        stats_row(kAllCalls, "all", 3600, 3, 120, {0.11, 0.7, 1.5, 2.0, 4.2, 12.3})};
     // Spectra as a run makes them: percentiles halving the distance to 100.
     for (runner::StatsRow &row : run.rows) {
         if (!row.timed) continue;
@@ -101,12 +85,6 @@ std::string write_page(const RunReport &run, const std::string &path = "report.h
     return read_file(path);
 }
 
-size_t count_of(const std::string &text, const std::string &what) {
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-    return n;
-}
-
 // The JSON element the charts are drawn from.
 std::string chart_data(const std::string &page) {
     const std::string open = "id=\"run-data\">";
@@ -131,10 +109,8 @@ TEST(ReportHtml, EveryTextFromTheModelIsEscaped) {
     const std::string page = write_page(run);
 
     for (const std::string &text : hostile) EXPECT_EQ(page.find(text), std::string::npos) << text;
-    EXPECT_NE(page.find("<h1>&lt;/script&gt;&lt;script&gt;alert(1)&lt;/script&gt;</h1>"),
-              std::string::npos);
-    EXPECT_NE(page.find("&lt;img src=x onerror=alert(2)&gt;"), std::string::npos);
-    EXPECT_NE(page.find("&quot;q&quot; &amp; &#39;a&#39;"), std::string::npos);
+    expect_has(page, {"<h1>&lt;/script&gt;&lt;script&gt;alert(1)&lt;/script&gt;</h1>",
+                      "&lt;img src=x onerror=alert(2)&gt;", "&quot;q&quot; &amp; &#39;a&#39;"});
     // Only the page's own elements: the chart data, uPlot and the charts' script.
     EXPECT_EQ(count_of(page, "<script"), 3u);
     EXPECT_EQ(count_of(page, "</script"), 3u);
@@ -161,34 +137,26 @@ TEST(ReportHtml, TablesShowTheRunsFigures) {
     // The verdicts come first, escaped; then the response times, the drops
     // and the changes against the baseline.
     EXPECT_LT(page.find("<h2>Thresholds</h2>"), page.find("<h2>Settings</h2>"));
-    EXPECT_NE(page.find("<td class=\"good\">passed</td><td class=\"text\">all requests: "
-                        "p95&lt;5ms</td><td class=\"text\">p95 2.000 ms</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("<td class=\"bad\">BREACHED</td><td class=\"text\">transaction open: "
-                        "p99&lt;1ms &amp; &lt;b&gt;</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("<tr><td>transaction open</td><td>2.90</td><td>7.50</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("Dropped iterations (due while every user was busy): 17."),
-              std::string::npos);
-    EXPECT_NE(page.find("<tr><td>Bank.open_account</td><td>+12.3%</td><td>-5.0%</td><td>+0.0%"
-                        "</td><td>new</td></tr>"),
-              std::string::npos);
+    expect_has(page, {"<td class=\"good\">passed</td><td class=\"text\">all requests: "
+                      "p95&lt;5ms</td><td class=\"text\">p95 2.000 ms</td>",
+                      "<td class=\"bad\">BREACHED</td><td class=\"text\">transaction open: "
+                      "p99&lt;1ms &amp; &lt;b&gt;</td>",
+                      "<tr><td>transaction open</td><td>2.90</td><td>7.50</td>",
+                      "Dropped iterations (due while every user was busy): 17.",
+                      "<tr><td>Bank.open_account</td><td>+12.3%</td><td>-5.0%</td><td>+0.0%"
+                      "</td><td>new</td></tr>"});
 
     // Milliseconds with enough digits, a figure that is not a number shown as a dash.
-    EXPECT_NE(page.find("<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
-                        "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"),
-              std::string::npos);
+    expect_has(page, {"<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
+                      "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"});
     // A check has a count and failures but no latency.
-    EXPECT_NE(page.find("check balance</td><td class=\"kind\">check</td><td>1200</td>"
-                        "<td class=\"bad\">1</td><td>40.0</td><td></td><td></td><td></td>"
-                        "<td></td><td></td><td></td></tr>"),
-              std::string::npos);
-    EXPECT_NE(page.find(std::string("<tr class=\"all\"><td>") + kAllCalls + "</td>"),
-              std::string::npos);
-    EXPECT_NE(page.find("<b>3 (0.08%)</b><span>failed</span>"), std::string::npos);
+    expect_has(page, {"check balance</td><td class=\"kind\">check</td><td>1200</td>"
+                      "<td class=\"bad\">1</td><td>40.0</td><td></td><td></td><td></td>"
+                      "<td></td><td></td><td></td></tr>",
+                      std::string("<tr class=\"all\"><td>") + kAllCalls + "</td>",
+                      "<b>3 (0.08%)</b><span>failed</span>"});
     // A long example is cut, between two characters, and marked.
-    EXPECT_NE(page.find("\xC3\xA9\xE2\x80\xA6</pre>"), std::string::npos);
+    expect_has(page, {"\xC3\xA9\xE2\x80\xA6</pre>"});
     EXPECT_LT(page.find("\xE2\x80\xA6</pre>") - page.find("xxxxx"), 2100u);
 }
 
@@ -231,10 +199,10 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
     // Under a rate: the target and drops are charted; each timed name's
     // seconds and spectrum (its maximum left out) go by number.
     run.open_model = true;
-    runner::StatsRow open = stats("Bank.open", "call", 12, 0, 4, true, {1, 1.5, 2, 2, 3, 3});
+    runner::StatsRow open = stats_row("Bank.open", "call", 12, 0, 4, {1, 1.5, 2, 2, 3, 3});
     open.spectrum = {{0, 1}, {50, 2}, {100, 3}};
     open.r_spectrum = {{0, 4}, {50, 5}, {100, 6}};
-    run.rows = {open, stats("check x", "check", 3, 0, 1, false, {})};
+    run.rows = {open, stats_row("check x", "check", 3, 0, 1)};
     // Out of order, a second twice, another name between, a second without calls.
     run.history = {second(1, kAllCalls, 0, 4),  second(0, "Bank.open", 7, 2),
                    second(0, kAllCalls, 20, 2), second(2, kAllCalls, 35, 8),
@@ -250,10 +218,8 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
 TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
     TempDir dir;
     const std::string page = write_page(RunReport{});
-    EXPECT_NE(page.find("<title>Load run</title>"), std::string::npos);
-    EXPECT_NE(page.find("Nothing was counted."), std::string::npos);
-    EXPECT_NE(page.find("No failures."), std::string::npos);
-    EXPECT_NE(page.find("data-seconds=\"0\""), std::string::npos);
+    expect_has(page, {"<title>Load run</title>", "Nothing was counted.", "No failures.",
+                      "data-seconds=\"0\""});
     EXPECT_EQ(chart_data(page),
               "{\"seconds\":[],\"calls\":[],\"failures\":[],\"p50\":[],\"p95\":[],\"p99\":[],"
               "\"users\":[],\"iterations\":[],\"target\":[],\"dropped\":[],\"names\":[]}");
@@ -264,8 +230,7 @@ TEST(ReportHtml, AFailedWriteSaysWhereAndWhy) {
     TempDir dir;
     std::string error;
     EXPECT_FALSE(runner::write_html_report(sample_run(2), "missing/report.html", error));
-    EXPECT_NE(error.find("missing/report.html"), std::string::npos) << error;
-    EXPECT_NE(error.find(": "), std::string::npos) << error;
+    expect_has(error, {"missing/report.html", ": "});
 }
 
 #ifndef _WIN32
@@ -296,7 +261,7 @@ TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
         const int status = check_report(path, output);
         if (status == kSkipped) GTEST_SKIP() << output;
         EXPECT_EQ(status, 0) << c.seconds << " seconds: " << output;
-        EXPECT_NE(output.find(c.says), std::string::npos) << output;
+        expect_has(output, {c.says});
     }
 }
 

@@ -14,10 +14,13 @@ using runner::CallKind;
 using runner::Script;
 using runner::Verb;
 
+// The first mistake of a script, "" when there is none; data lines 1 and 2
+// give a column x.
 std::string parse_error(const std::string &text) {
     Script script;
     std::string error;
-    if (runner::parse_script("s.orb", text, script, error) && runner::check_script(script, error))
+    if (runner::parse_script("s.orb", text, script, error) &&
+        runner::check_script(script, {{1, {"x"}}, {2, {"x"}}}, error))
         return "";
     return error;
 }
@@ -50,7 +53,6 @@ TEST(RunnerScript, EnvironmentVariablesAreExpandedWhenRead) {
     EXPECT_EQ(parse_error("bind a b c ${ORBELLE_T_NONE}\n"),
               "s.orb:1:12: variable ORBELLE_T_NONE is used before it is set (neither the "
               "environment, let, save nor a data line above sets it)");
-    EXPECT_EQ(parse_error("bind a b c ${OPEN\n"), "s.orb:1:1: '${' without a closing '}'");
 }
 
 TEST(RunnerScript, ParsesEveryCommand) {
@@ -80,31 +82,89 @@ TEST(RunnerScript, ParsesEveryCommand) {
     EXPECT_EQ(s.commands[5].verb, Verb::Wait);
     EXPECT_EQ(s.commands[9].line, 10);
     EXPECT_TRUE(runner::check_script(s, error)) << error;
+
+    // The commands of load runs.
+    s = Script();
+    ASSERT_TRUE(runner::parse_script("s.orb",
+                                     "data people.csv unique as p\n"
+                                     "data more.csv as m\n"
+                                     "data plain.csv random\n"
+                                     "let who \"${p.name} x\"\n"
+                                     "think 10..250\n"
+                                     "think ${gap}\n"
+                                     "pace 1000\n"
+                                     "begin visit\n"
+                                     "end visit\n",
+                                     s, error))
+        << error;
+    ASSERT_EQ(s.commands.size(), 9u);
+    EXPECT_EQ(s.commands[0].row_mode, runner::RowMode::Unique);
+    EXPECT_EQ(s.commands[0].alias, "p");
+    EXPECT_EQ(s.commands[0].args, (std::vector<std::string>{"people.csv"}));
+    EXPECT_EQ(s.commands[1].row_mode, runner::RowMode::Sequential);
+    EXPECT_EQ(s.commands[1].alias, "m");
+    EXPECT_EQ(s.commands[2].row_mode, runner::RowMode::Random);
+    EXPECT_TRUE(s.commands[2].alias.empty());
+    EXPECT_TRUE(s.commands[3].has_variables);
+    EXPECT_EQ(s.commands[4].number, 10);
+    EXPECT_EQ(s.commands[4].number_max, 250);
+    EXPECT_TRUE(s.commands[5].has_variables);  // read when it runs
+    EXPECT_EQ(s.commands[6].verb, Verb::Pace);
+    EXPECT_EQ(s.commands[6].number, 1000);
 }
 
-TEST(RunnerScript, ErrorsNameTheLineAndWhatIsWrong) {
-    EXPECT_EQ(parse_error("\n\nfrobnicate x\n"), "s.orb:3:1: unknown command 'frobnicate'");
-    EXPECT_EQ(parse_error("bind a b c\n"),
-              "s.orb:1:11: missing argument; usage: bind [once] OBJECT REPOSITORY-ID INSTANCE-ID "
-              "MODUS [IOR-TEXT]");
-    EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=x\n"),
-              "s.orb:2:22: sequence length 'x' is not a number from 0 to 10000000");
-    EXPECT_EQ(parse_error("bind a b c d\nparams a op s^length=-1\n"),
-              "s.orb:2:22: sequence length '-1' is not a number from 0 to 10000000");
-    EXPECT_EQ(parse_error("bind a b c d\nparams a op s=1\n"),
-              "s.orb:2:13: expected NAME^length=N, got 's=1'");
-    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke timeout=0\n"),
-              "s.orb:3:8: time-out '0' is not a number of milliseconds above 0");
-    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke expect=maybe\n"),
-              "s.orb:3:8: expect= takes ok, system or user, not 'maybe'");
-    EXPECT_EQ(parse_error("set x 1\n"), "s.orb:1:5: no parameter list yet: use 'params' first");
-    EXPECT_EQ(parse_error("params b op\n"),
-              "s.orb:1:8: object 'b' is not bound here: bind it first");
-    EXPECT_EQ(parse_error("bind a b c d\nparams a op\ninvoke\nwait op\n"),
-              "s.orb:4:6: no deferred call of op before this line");
-    EXPECT_EQ(parse_error("print x y\n"),
-              "s.orb:1:9: too many arguments ('y'); usage: print [NAME]");
-    EXPECT_EQ(parse_error("set x \"y\n"), "s.orb:1:1: unterminated quote");
+TEST(RunnerScript, MistakesNameTheLineAndWhatIsWrong) {
+    const std::string is_a = "bind o IDL:T:1.0 i IOR\nparams o _is_a\n";
+    auto unset = [](const char *at, const char *name) {
+        return std::string("s.orb:") + at + ": variable " + name +
+               " is used before it is set (neither the environment, let, save nor a data line "
+               "above sets it)";
+    };
+    const std::string data_usage = "'); usage: data FILE.csv [sequential|random|unique] [as NAME]";
+    const std::string bound = "bind a b c d\nparams a op";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"\n\nfrobnicate x\n", "s.orb:3:1: unknown command 'frobnicate'"},
+        {"bind a b c\n",
+         "s.orb:1:11: missing argument; usage: bind [once] OBJECT REPOSITORY-ID INSTANCE-ID "
+         "MODUS [IOR-TEXT]"},
+        {bound + " s^length=x\n",
+         "s.orb:2:22: sequence length 'x' is not a number from 0 to 10000000"},
+        {bound + " s^length=-1\n",
+         "s.orb:2:22: sequence length '-1' is not a number from 0 to 10000000"},
+        {bound + " s=1\n", "s.orb:2:13: expected NAME^length=N, got 's=1'"},
+        {bound + "\ninvoke timeout=0\n",
+         "s.orb:3:8: time-out '0' is not a number of milliseconds above 0"},
+        {bound + "\ninvoke expect=maybe\n",
+         "s.orb:3:8: expect= takes ok, system or user, not 'maybe'"},
+        {"set x 1\n", "s.orb:1:5: no parameter list yet: use 'params' first"},
+        {"params b op\n", "s.orb:1:8: object 'b' is not bound here: bind it first"},
+        {bound + "\ninvoke\nwait op\n", "s.orb:4:6: no deferred call of op before this line"},
+        {"print x y\n", "s.orb:1:9: too many arguments ('y'); usage: print [NAME]"},
+        {"set x \"y\n", "s.orb:1:1: unterminated quote"},
+        {"bind a b c ${OPEN\n", "s.orb:1:1: '${' without a closing '}'"},
+        {"end t\n", "s.orb:1:5: end t without its begin"},
+        {"begin t\nbegin t\n", "s.orb:2:7: transaction t is already open"},
+        {"begin a\nbegin b\nend b\n", "s.orb:1:7: transaction a has no end"},
+        {"begin a\nend a\nbegin a\n", "s.orb:3:7: transaction a has no end"},
+        {"let a ${b}\nlet b 1\n", unset("1:7", "b")},
+        {"let a ${a}\n", unset("1:7", "a")},
+        {is_a + "set logical_type_id ${id}\nsave logical_type_id id\n", unset("3:21", "id")},
+        {"save x y\n", "s.orb:1:6: no parameter list yet: use 'params' first"},
+        {"let a ${RANDOM:3..1}\n",
+         "s.orb:1:7: '${RANDOM:3..1}' takes whole numbers MIN..MAX, MIN <= MAX"},
+        {"think 5..1\n", "s.orb:1:7: '5..1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
+        {"think -1\n", "s.orb:1:7: '-1' is not MILLISECONDS or MIN..MAX from 0 to 3600000"},
+        {"pace 1..2\n", "s.orb:1:6: '1..2' is not a number of milliseconds from 0 to 3600000"},
+        {"data d.csv sometimes\n", "s.orb:1:12: too many arguments ('sometimes" + data_usage},
+        {"data d.csv as\n", "s.orb:1:12: too many arguments ('as" + data_usage},
+        // a data line names its columns for the lines below it only
+        {"let a ${p.x}\ndata d.csv as p\n", unset("1:7", "p.x")},
+        {"data d.csv as p\nlet a ${x}\n", unset("2:7", "x") + " (did you mean `p.x`?)"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(parse_error(c.first), c.second) << c.first;
+    EXPECT_EQ(parse_error("data d.csv as p\nlet a ${p.x}${VU}${ITERATION}${TIME_MS}${RANDOM:1..2}\n"
+                          "begin o\nbegin i\nend o\nend i\n"),
+              "");
 }
 
 using testsupport::closed_ior;
@@ -127,50 +187,14 @@ TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     std::string out;
     int status = run_runner("--trace 5 --iterations 2 ok.orb", out);
     // the trace of the loaded library shows through
-    EXPECT_NE(out.find("_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n"),
-              std::string::npos)
-        << out;
-    EXPECT_NE(out.find("    logical_type_id = IDL:Thing:1.0"), std::string::npos) << out;
-    EXPECT_NE(out.find("-- iteration 2 of 2"), std::string::npos) << out;
-    EXPECT_NE(out.find("params _is_a"), std::string::npos) << out;
-    auto count = [&](const std::string &text) {
-        size_t n = 0;
-        for (size_t at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) ++n;
-        return n;
-    };
+    testsupport::expect_has(
+        out, {"_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n",
+              "    logical_type_id = IDL:Thing:1.0", "-- iteration 2 of 2", "params _is_a"});
+    auto count = [&](const char *text) { return testsupport::count_of(out, text); };
     EXPECT_EQ(count(" bind obj "), 2u) << out;
     EXPECT_EQ(count(" bind kept "), 1u) << out;
     EXPECT_EQ(count(" bind once "), 2u) << out;
     EXPECT_EQ(status, 0) << out;
-}
-
-TEST(Runner, BadScriptsStopBeforeAnythingRuns) {
-    testsupport::TempDir dir;
-    dir.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
-    std::string out;
-    EXPECT_EQ(run_runner("--trace 5 bad.orb", out), 2);
-    EXPECT_EQ(out,
-              "bad.orb:3:4: missing argument; usage: set NAME VALUE\n"
-              "bad.orb:1:10: no description of IDL:Thing:1.0: cannot read ./idl/Thing.csv\n");
-
-    dir.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
-    out.clear();
-    EXPECT_EQ(run_runner("unknown.orb", out), 2);
-    EXPECT_EQ(out, "unknown.orb:1:8: object 'x' is not bound here: bind it first\n");
-
-    dir.write("noname.orb", "bind obj IDL:Thing:1.0 one IOR " + closed_ior() +
-                                "\nparams obj _is_a\nset nosuch 1\n");
-    out.clear();
-    EXPECT_EQ(run_runner("noname.orb", out), 2);
-    EXPECT_NE(out.find("noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a"),
-              std::string::npos)
-        << out;
-
-    out.clear();
-    EXPECT_EQ(run_runner("missing-file.orb", out), 2);
-    EXPECT_EQ(out, "orbelle-run: cannot read missing-file.orb\n");
-    out.clear();
-    EXPECT_EQ(run_runner("--iterations zero x.orb", out), 2);
 }
 
 }  // namespace

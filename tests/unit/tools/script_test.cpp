@@ -16,6 +16,9 @@
 #include "tools/runner/script/skeleton.h"
 #include "tools/runner/script/values.h"
 
+using testsupport::expect_has;
+using testsupport::expect_lacks;
+
 namespace {
 using runner::Compare;
 using testsupport::run_runner;
@@ -250,10 +253,10 @@ TEST_F(ScriptMistakes, AllAreListedUpToTheLimit) {
     std::string at_limit = mistakes(text);
     EXPECT_EQ(std::count(at_limit.begin(), at_limit.end(), '\n') + 1,
               static_cast<long>(limits::max_script_mistakes));
-    EXPECT_EQ(at_limit.find("not shown"), std::string::npos);
+    expect_lacks(at_limit, {"not shown"});
     std::string past = mistakes(text + "set item.count y\nset item.count z\n");
-    EXPECT_NE(past.find("s.orb:52:16: 'x'"), std::string::npos) << past;
-    EXPECT_EQ(past.find("'y'"), std::string::npos);
+    expect_has(past, {"s.orb:52:16: 'x'"});
+    expect_lacks(past, {"'y'"});
     EXPECT_EQ(past.substr(past.rfind('\n') + 1), "2 more mistakes not shown (the first 50 are)");
 }
 
@@ -295,11 +298,9 @@ TEST_F(ScriptMistakes, SkeletonsRunTheCheckCleanly) {
     runner::Descriptions descriptions(host_);
     std::string out, why;
     ASSERT_TRUE(runner::write_skeleton(descriptions, "IDL:Shop/Till:1.0", {}, out, why)) << why;
-    for (const char *line :
-         {"\nparams till sell tags^length=1 ", "\nset item.count 0 ", "# ushort\n",
-          "\nset tags[0] text ", "\ninvoke oneway\n", "\n# check ^sell.total 0.0 ",
-          "\n# save receipt receipt\n", "\nset open 0 ", "\n# set what "})
-        EXPECT_NE(out.find(line), std::string::npos) << line << "\n" << out;
+    expect_has(out, {"\nparams till sell tags^length=1 ", "\nset item.count 0 ", "# ushort\n",
+                     "\nset tags[0] text ", "\ninvoke oneway\n", "\n# check ^sell.total 0.0 ",
+                     "\n# save receipt receipt\n", "\nset open 0 ", "\n# set what "});
     runner::Script script;
     runner::Mistakes found;
     runner::parse_script("skeleton.orb", out, script, found);
