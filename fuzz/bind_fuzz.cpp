@@ -5,12 +5,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "fuzz/fuzz_common.h"
 #include "gateway/naming.h"
-#include "orbelle/host.h"
 
 namespace {
 // The naming service's resolve never goes to the network: it fails as a
@@ -27,22 +25,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string ior = newline == std::string::npos ? std::string() : input.substr(newline + 1);
     std::replace(modus.begin(), modus.end(), '/', '_');
 
-    char repository_id[] = "IDL:A:1.0";
-    char instance_id[] = "one";
-    iiop_record bind{};
-    bind.op = IIOP_BIND;
-    bind.u.bind.repository_id = repository_id;
-    bind.u.bind.instance_id = instance_id;
-    bind.u.bind.ior = &ior[0];
-    bind.u.bind.modus = &modus[0];
-    if (_iiop_entry(&bind) == IIOP_OK) {
-        std::free(bind.u.bind.bound_modus);
-        iiop_record release{};
-        release.op = IIOP_RELEASE;
-        release.u.release.objref = bind.u.bind.objref;
-        _iiop_entry(&release);
-    } else {
-        std::free(bind.status_text);
-    }
+    fuzz::release(fuzz::bind("IDL:A:1.0", "one", modus.c_str(), ior.c_str()));
     return 0;
 }

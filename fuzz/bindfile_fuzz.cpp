@@ -45,25 +45,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::ofstream("list", std::ios::binary | std::ios::trunc)
         .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
     fuzz::wire().answers[fuzz::kNamingPort] = {{0, 0, resolved_reply()}};
-    iiop_record r = hostkit::make_record(IIOP_BIND);
-    r.u.bind.repository_id = const_cast<char *>(balance.repo_id.c_str());
-    r.u.bind.instance_id = const_cast<char *>("one");
-    r.u.bind.modus =
-        const_cast<char *>("FILE(list) | Visibroker(14001) | VisibrokerNameService(one)");
-    int32_t status = _iiop_entry(&r);
-    std::free(r.u.bind.bound_modus);
-    std::free(r.status_text);
-    if (status == IIOP_OK) {
-        {
-            fuzz::ScriptCall call(balance, 0, IIOP_TWOWAY);
-            call.target.objref = r.u.bind.objref;
-            // A Money: 12.5, currency 2.
-            fuzz::wire().answers[fuzz::kServerPort] = {
-                {0, 0, std::string("\0\0\0\0\0\0\x29\x40\x02\0\0\0", 12)}};
-            fuzz::door(IIOP_INVOKE, call.req);
-        }
-        fuzz::release(r.u.bind.objref);
+    void *obj = fuzz::bind(balance.repo_id.c_str(), "one",
+                           "FILE(list) | Visibroker(14001) | VisibrokerNameService(one)", nullptr);
+    if (obj != nullptr) {
+        fuzz::ScriptCall call(balance, 0, IIOP_TWOWAY);
+        call.target.objref = obj;
+        // A Money: 12.5, currency 2.
+        fuzz::wire().answers[fuzz::kServerPort] = {
+            {0, 0, std::string("\0\0\0\0\0\0\x29\x40\x02\0\0\0", 12)}};
+        fuzz::door(IIOP_INVOKE, call.req);
     }
+    fuzz::release(obj);
     fuzz::wire_reset();
     return 0;
 }

@@ -20,6 +20,8 @@
 #include "giop/endpoint.h"
 #include "giop/invocation.h"
 #include "giop/waitlist.h"
+#include "host/kit/hostkit.h"
+#include "orbelle/host.h"
 #include "platform/platform.h"
 #include "platform/socket.h"
 #include "trace/host_slots.h"
@@ -148,6 +150,27 @@ inline void wire_ready() {
              [](const char *, uint32_t *) { return static_cast<int>(platform::kWsaHostNotFound); }),
          platform::set_sleep_hook([](uint32_t) {}), true);
     (void)ready;
+}
+
+// Binds through the door; the handle, or null when the bind failed.
+inline void *bind(const char *repo_id, const char *instance, const char *modus, const char *ior) {
+    iiop_record r = hostkit::make_record(IIOP_BIND);
+    r.u.bind.repository_id = const_cast<char *>(repo_id);
+    r.u.bind.instance_id = const_cast<char *>(instance);
+    r.u.bind.modus = const_cast<char *>(modus);
+    r.u.bind.ior = const_cast<char *>(ior);
+    int32_t status = _iiop_entry(&r);
+    std::free(r.u.bind.bound_modus);
+    std::free(r.status_text);
+    return status == IIOP_OK ? r.u.bind.objref : nullptr;
+}
+
+inline void release(void *obj) {
+    if (obj == nullptr) return;
+    iiop_record r = hostkit::make_record(IIOP_RELEASE);
+    r.u.release.objref = obj;
+    _iiop_entry(&r);
+    std::free(r.status_text);
 }
 
 // After each input: the peers closed, every connection record of the

@@ -19,8 +19,6 @@
 #include <vector>
 
 #include "fuzz/fuzz_common.h"
-#include "host/kit/hostkit.h"
-#include "orbelle/host.h"
 
 namespace fuzz {
 
@@ -173,23 +171,7 @@ private:
 // Binds through the door to the scripted server at port; null on failure.
 inline void *bind_to(uint16_t port, const char *repo_id) {
     std::string ior = "iiop:1.0//127.0.0.1:" + std::to_string(port) + "/key";
-    iiop_record r = hostkit::make_record(IIOP_BIND);
-    r.u.bind.repository_id = const_cast<char *>(repo_id);
-    r.u.bind.instance_id = const_cast<char *>("one");
-    r.u.bind.modus = const_cast<char *>("IOR");
-    r.u.bind.ior = &ior[0];
-    int32_t status = _iiop_entry(&r);
-    std::free(r.u.bind.bound_modus);
-    std::free(r.status_text);
-    return status == IIOP_OK ? r.u.bind.objref : nullptr;
-}
-
-inline void release(void *obj) {
-    if (obj == nullptr) return;
-    iiop_record r = hostkit::make_record(IIOP_RELEASE);
-    r.u.release.objref = obj;
-    _iiop_entry(&r);
-    std::free(r.status_text);
+    return bind(repo_id, "one", "IOR", ior.c_str());
 }
 
 // Runs a request operation (IIOP_INVOKE, IIOP_GET_RESPONSE) through the

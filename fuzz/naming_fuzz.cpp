@@ -12,15 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::wire().answers[fuzz::kNamingPort] = {
         {0, static_cast<uint32_t>((data[0] >> 1) & 3),
          std::string(reinterpret_cast<const char *>(data) + 1, size - 1), (data[0] & 1) == 0}};
-    iiop_record r = hostkit::make_record(IIOP_BIND);
-    r.u.bind.repository_id = const_cast<char *>("IDL:Banking/Account:1.0");
-    r.u.bind.instance_id = const_cast<char *>("savings/42");
-    r.u.bind.modus = const_cast<char *>("NameService(iiop:1.0//127.0.0.1:7003/NameService) | IOR");
-    r.u.bind.ior = const_cast<char *>("");
-    int32_t status = _iiop_entry(&r);
-    std::free(r.u.bind.bound_modus);
-    std::free(r.status_text);
-    if (status == IIOP_OK) fuzz::release(r.u.bind.objref);
+    fuzz::release(fuzz::bind("IDL:Banking/Account:1.0", "savings/42",
+                             "NameService(iiop:1.0//127.0.0.1:7003/NameService) | IOR", ""));
     fuzz::wire_reset();
     return 0;
 }
