@@ -59,6 +59,17 @@ uint16_t free_port() {
     return port;
 }
 
+bool connects(uint16_t port) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(port);
+    bool ok = connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0;
+    close(fd);
+    return ok;
+}
+
 std::string find_program(const std::string &name) {
     const char *path = std::getenv("PATH");
     std::istringstream dirs(path ? path : "/usr/bin:/usr/sbin");
@@ -132,6 +143,41 @@ std::string run_program(const std::vector<std::string> &argv, std::string *err, 
     std::fclose(errors);
     if (status) *status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
     return text;
+}
+
+bool Server::start(const std::vector<std::string> &argv, const std::string &ready) {
+    if (pid_ > 0) return true;
+    int out[2];
+    if (pipe(out) != 0) return false;
+    pid_ = spawn(argv, out[1]);
+    close(out[1]);
+    out_fd_ = out[0];
+    bool up = read_lines(out_fd_, [&](const std::string &line) {
+        size_t blank = line.find(" IOR:");
+        if (blank != std::string::npos) refs_[line.substr(0, blank)] = line.substr(blank + 1);
+        return line == ready;
+    });
+    if (!up) stop(SIGKILL);
+    return up;
+}
+
+void Server::stop(int signal) {
+    end_process(pid_, signal);
+    if (out_fd_ >= 0) close(out_fd_);
+    out_fd_ = -1;
+}
+
+void Server::signal(int signal) const {
+    if (pid_ <= 0) return;
+    kill(pid_, signal);
+    // A stop takes effect some time after kill returns: wait until it has.
+    if (signal == SIGSTOP) waitpid(pid_, nullptr, WUNTRACED);
+}
+
+const std::string &Server::ior(const std::string &name) const {
+    static const std::string none;
+    auto it = refs_.find(name);
+    return it == refs_.end() ? none : it->second;
 }
 
 }  // namespace interop

@@ -1,10 +1,7 @@
 // A session with the bank captured on the loopback interface and read back
 // by Wireshark's GIOP dissector, which must find every message well formed.
 // Skipped where tshark is not installed or cannot capture.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,18 +13,6 @@
 
 namespace bank {
 namespace {
-
-// Opens and closes a TCP connection to the port, which puts a few packets on
-// the loopback interface.
-void knock(uint16_t port) {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    a.sin_port = htons(port);
-    connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a);
-    close(fd);
-}
 
 // A tshark capture of one TCP port on the loopback interface, written to a
 // file. tshark also prints a line per packet, by which the capture shows
@@ -48,7 +33,7 @@ public:
                 messages_ += line + "\n";
                 return line.find(" TCP ") != std::string::npos;
             },
-            [port] { knock(port); });
+            [port] { interop::connects(port); });
     }
     ~Capture() { stop(); }
 

@@ -1,10 +1,6 @@
 // Calls on a server of a second, independent ORB: the Depot server on Combat
 // (Tcl), whose references carry only IIOP 1.2 profiles with code sets.
-#include <signal.h>
-#include <unistd.h>
-
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -24,7 +20,8 @@ constexpr const char *kStoreId = "IDL:Depot/Store:1.0";
 constexpr const char *kItemId = "IDL:Depot/Item:1.0";
 
 // The Depot server, started with tclsh on a free loopback port for one test.
-class DepotServer {
+// Its references: "Store", "Item/bolts" and "Item/nuts".
+class DepotServer : public interop::Server {
 public:
     explicit DepotServer(const std::string &dir) {
         std::string tclsh = interop::find_program("tclsh");
@@ -33,57 +30,26 @@ public:
             return;
         }
         // Combat is a Tcl package; without it the server cannot start.
-        std::string probe = dir + "/probe.tcl";
-        std::ofstream(probe) << "package require combat\npackage require Itcl\n";
+        std::ofstream(dir + "/probe.tcl") << "package require combat\npackage require Itcl\n";
         int status = -1;
-        interop::run_program({tclsh, probe}, nullptr, &status);
-        if (status != 0) {
+        interop::run_program({tclsh, dir + "/probe.tcl"}, nullptr, &status);
+        if (status != 0)
             missing_ = "the Tcl package combat (Debian tcl-combat) is not installed";
-            return;
-        }
-        int out[2];
-        if (pipe(out) != 0) return;
-        pid_ = interop::spawn(
-            {tclsh, ORBELLE_COMBAT_DIR "/depot_server.tcl", std::to_string(interop::free_port())},
-            out[1]);
-        close(out[1]);
-        out_fd_ = out[0];
-        // One "NAME IOR:..." line per object, then the ready line.
-        ready_ = interop::read_lines(out_fd_, [this](const std::string &line) {
-            size_t blank = line.find(" IOR:");
-            if (blank != std::string::npos) refs_[line.substr(0, blank)] = line.substr(blank + 1);
-            return line == "depot_server: ready";
-        });
+        else
+            start({tclsh, ORBELLE_COMBAT_DIR "/depot_server.tcl",
+                   std::to_string(interop::free_port())},
+                  "depot_server: ready");
     }
-    ~DepotServer() {
-        interop::end_process(pid_, SIGTERM);
-        if (out_fd_ >= 0) close(out_fd_);
-    }
-    DepotServer(const DepotServer &) = delete;
-    DepotServer &operator=(const DepotServer &) = delete;
 
     // Why the server cannot run here; empty when it can.
-    const std::string &missing() const { return missing_; }
-    bool ready() const { return ready_; }
-    // "Store", "Item/bolts" or "Item/nuts".
-    std::string ior(const std::string &name) const {
-        auto it = refs_.find(name);
-        return it == refs_.end() ? std::string() : it->second;
-    }
-
-private:
     std::string missing_;
-    bool ready_ = false;
-    pid_t pid_ = -1;
-    int out_fd_ = -1;
-    std::map<std::string, std::string> refs_;
 };
 
 class CombatTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!server_.missing().empty()) GTEST_SKIP() << "no Combat server: " << server_.missing();
-        ASSERT_TRUE(server_.ready()) << "depot_server.tcl did not start";
+        if (!server_.missing_.empty()) GTEST_SKIP() << "no Combat server: " << server_.missing_;
+        ASSERT_TRUE(server_.running()) << "depot_server.tcl did not start";
         store_ = client_.bind_ior(kStoreId, server_.ior("Store"));
         ASSERT_NE(store_, nullptr) << "the store's reference does not bind";
     }
