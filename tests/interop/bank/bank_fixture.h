@@ -31,6 +31,21 @@ protected:
     Client client_;
 };
 
+// The bank server registered with omniNames, both publishing profiles.
+template <Profiles profiles>
+class NamedBankTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(names_.running()) << "omniNames did not start";
+        ASSERT_TRUE(server_.running()) << "bank_server did not start with the naming service";
+    }
+
+    testsupport::TempDir dir_;
+    NameServer names_{dir_.path(), profiles};
+    BankServer server_{dir_.path(), names_.port(), profiles};
+    Client client_;
+};
+
 // orbelle-run against the bank: the demo's descriptions linked into the
 // test's folder, and the Diagnostics reference in DIAG_IOR for its scripts.
 class RunnerTest : public ::testing::Test {
@@ -78,13 +93,20 @@ struct Field {
     std::string result = {};
 };
 
-// Runs operation on the Diagnostics object with a and c set from fields, and
-// checks that the result and c come back as a, and b as the old c. Fields
-// named "...^length" also give the script's sequence lengths. Failures name
-// construct, the direction and the record.
+// Runs operation on the Diagnostics object with a (in) and c (inout) set from
+// fields, and checks that the result and c come back as a, and b (out) as the
+// old c. Fields named "...^length" also give the script's sequence lengths.
+// Failures name construct and the record.
 void expect_echo(Client &client, void *diagnostics, const std::string &operation,
                  const std::string &construct, const std::vector<Field> &fields,
                  const std::map<std::string, std::string> &lengths = {});
+
+// Calls _get_name on a Bank handle; the bank's name, or what went wrong.
+std::string bank_name(Client &client, void *bank);
+
+// Writes the agent stand-in's directory file with lines and points the
+// stand-in at it.
+void use_agents(const std::string &file, const std::string &lines);
 
 // Sends the references of accounts 1001 and 1002 through echo_account in a
 // and c, then binds the references that come back (result, b, c) and calls

@@ -1,20 +1,8 @@
 // Every way of finding a bank object, and a reference that forwards.
-#include <cstdlib>
-#include <fstream>
-
 #include "tests/interop/bank/bank_fixture.h"
-#include "trace/trace.h"
 
 namespace bank {
 namespace {
-
-// Calls _get_name on a Bank handle; the bank's name, or what went wrong.
-std::string bank_name(Client &client, void *bank) {
-    if (bank == nullptr) return "(not bound)";
-    Call name(client, bank, kBankId, "_get_name");
-    Outcome o = name.invoke();
-    return o.result == 0 ? name.get("^_get_name") : "(failed: " + o.text + ")";
-}
 
 TEST_F(BankTest, BindsByListFile) {
     std::string modus = "FILE(" + server_.list_file() + ")";
@@ -39,13 +27,10 @@ TEST_F(BankTest, BindsByListFile) {
 
 // The agent stand-in answers from a directory file.
 TEST_F(BankTest, BindsThroughTheAgentStandIn) {
-    std::string directory = dir_.path() + "/agents.txt";
-    std::ofstream(directory) << "# port, repository id, instance id, reference\n"
-                             << "14000 " << kBankId << " Bank " << server_.ior("Bank") << "\n"
-                             << "15000 " << kDiagnosticsId << " Diagnostics "
-                             << server_.ior("Diagnostics") << "\n";
-    setenv("ZANTH_HOME", ORBELLE_BINARY_DIR "/zanth", 1);
-    setenv("ZANTH_AGENT_DIRECTORY", directory.c_str(), 1);
+    use_agents(dir_.path() + "/agents.txt",
+               "# port, repository id, instance id, reference\n14000 " + std::string(kBankId) +
+                   " Bank " + server_.ior("Bank") + "\n15000 " + kDiagnosticsId + " Diagnostics " +
+                   server_.ior("Diagnostics") + "\n");
 
     std::string bound;
     void *bank = client_.bind(kBankId, "Bank", "Visibroker", nullptr, &bound);
@@ -63,27 +48,13 @@ TEST_F(BankTest, BindsThroughTheAgentStandIn) {
     EXPECT_EQ(o.exception_index, 2);
 }
 
-class NamingTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(names_.running()) << "omniNames did not start";
-        ASSERT_TRUE(server_.running()) << "bank_server did not start with the naming service";
-    }
-
-    testsupport::TempDir dir_;
-    NameServer names_{dir_.path()};
-    BankServer server_{dir_.path(), names_.port()};
-    Client client_;
-};
+using NamingTest = NamedBankTest<Profiles::kIiop10>;
 
 // The agent hands out the naming service's reference, which then resolves
 // the instance id.
 TEST_F(NamingTest, BindsByNamingServiceFoundThroughTheAgent) {
-    std::string directory = dir_.path() + "/agents.txt";
-    std::ofstream(directory) << "14000 IDL:omg.org/CosNaming/NamingContext:1.0 Names "
-                             << names_.reference() << "\n";
-    setenv("ZANTH_HOME", ORBELLE_BINARY_DIR "/zanth", 1);
-    setenv("ZANTH_AGENT_DIRECTORY", directory.c_str(), 1);
+    use_agents(dir_.path() + "/agents.txt",
+               "14000 IDL:omg.org/CosNaming/NamingContext:1.0 Names " + names_.reference() + "\n");
     std::string bound;
     void *bank = client_.bind(kBankId, "Bank", "VisibrokerNameService(Names)", nullptr, &bound);
     EXPECT_EQ(bound, "VisibrokerNameService(Names)");

@@ -7,40 +7,21 @@
 namespace bank {
 namespace {
 
-class DefaultProfilesTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(names_.running()) << "omniNames did not start";
-        ASSERT_TRUE(server_.running()) << "bank_server did not start";
-    }
-
-    // Binds Bank by modus and calls _get_name; the bank's name, or what went
-    // wrong.
-    std::string bank_name(const std::string &modus, const char *ior = nullptr) {
-        void *bank = client_.bind(kBankId, "Bank", modus, ior);
-        if (bank == nullptr) return "(not bound)";
-        Call name(client_, bank, kBankId, "_get_name");
-        Outcome o = name.invoke();
-        return o.result == 0 ? name.get("^_get_name") : "(failed: " + o.text + ")";
-    }
-
-    testsupport::TempDir dir_;
-    NameServer names_{dir_.path(), Profiles::kDefault};
-    BankServer server_{dir_.path(), names_.port(), Profiles::kDefault};
-    Client client_;
-};
+using DefaultProfilesTest = NamedBankTest<Profiles::kDefault>;
 
 TEST_F(DefaultProfilesTest, BindsByReferenceListFileAndNamingService) {
     set_debug_level(2);  // decoder and message lines
     hostkit::clear_printed();
-    EXPECT_EQ(bank_name("IOR", server_.ior("Bank").c_str()), "Harbour Bank") << "by reference";
+    auto name_by = [&](const std::string &modus, const char *ior = nullptr) {
+        return bank_name(client_, client_.bind(kBankId, "Bank", modus, ior));
+    };
+    EXPECT_EQ(name_by("IOR", server_.ior("Bank").c_str()), "Harbour Bank") << "by reference";
     set_debug_level(0);
-    EXPECT_TRUE(hostkit::printed_contains("iiop_version 1.2")) << "the server's own profile";
-    EXPECT_TRUE(hostkit::printed_contains("send GIOP v1.0 msg")) << "we still speak GIOP 1.0";
-    EXPECT_TRUE(hostkit::printed_contains("recv GIOP v1.0 msg")) << "and so does the server";
-
-    EXPECT_EQ(bank_name("FILE(" + server_.list_file() + ")"), "Harbour Bank") << "by list file";
-    EXPECT_EQ(bank_name("NameService(" + names_.reference() + ")"), "Harbour Bank")
+    // The server's own profile; we still speak GIOP 1.0, and so does the server.
+    for (const char *line : {"iiop_version 1.2", "send GIOP v1.0 msg", "recv GIOP v1.0 msg"})
+        EXPECT_TRUE(hostkit::printed_contains(line)) << line;
+    EXPECT_EQ(name_by("FILE(" + server_.list_file() + ")"), "Harbour Bank") << "by list file";
+    EXPECT_EQ(name_by("NameService(" + names_.reference() + ")"), "Harbour Bank")
         << "by naming service";
 }
 
