@@ -3,8 +3,6 @@
 #ifndef ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
 #define ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -46,13 +44,15 @@ protected:
     Client client_;
 };
 
-// orbelle-run against the bank: the demo's descriptions linked into the
-// test's folder, and the Diagnostics reference in DIAG_IOR for its scripts.
-class RunnerTest : public ::testing::Test {
+// The line of a script that binds diag to the Diagnostics object.
+const std::string kBindDiag = "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n";
+
+// orbelle-run against the bank in the test's folder, where the client linked
+// the demo's descriptions, with the Diagnostics reference in DIAG_IOR.
+class RunnerTest : public BankTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(server_.running()) << "bank_server did not start";
-        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
+        BankTest::SetUp();
         setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
     }
     // orbelle-run with args in the test's folder: its exit status, its
@@ -70,15 +70,11 @@ protected:
     long requests_served() {
         std::string out;
         run(script("count.orb",
-                   "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-                   "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"),
+                   kBindDiag + "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"),
             out);
         size_t at = out.find("got '");
         return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
     }
-
-    testsupport::TempDir dir_;
-    BankServer server_{dir_.path()};
 };
 
 // One value of an echo_ operation: the record name behind the parameter's

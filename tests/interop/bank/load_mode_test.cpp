@@ -3,19 +3,15 @@
 // users that stop on Ctrl-C and die with their parent. Every run is bounded
 // in users, iterations and time, and talks to loopback only.
 #include <dirent.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
-#include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
 #include "tests/interop/bank/bank_fixture.h"
-#include "tests/support.h"
-#include "tests/unit/tools/run_tool.h"
 
 using testsupport::expect_has;
 using testsupport::expect_lacks;
@@ -48,32 +44,35 @@ int processes_with(const std::string &text) {
     return found;
 }
 
+// Waits up to ms for done to hold; whether it does.
+bool wait_until(const std::function<bool()> &done, int ms) {
+    auto deadline = Clock::now() + std::chrono::milliseconds(ms);
+    while (!done() && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return done();
+}
+
 class LoadMode : public RunnerTest {
 protected:
-    // Starts orbelle-run with args in the background, its output in a file.
+    // Starts orbelle-run with args in the background, its output in out.txt.
     pid_t start(const std::string &args) {
-        pid_t pid = fork();
-        if (pid == 0) {
-            std::string command = "exec " + std::string(ORBELLE_RUNNER_PATH) + " -C " +
-                                  dir_.path() + " " + args + " >" + dir_.path() + "/out.txt 2>&1";
-            execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        return pid;
+        return interop::spawn({"sh", "-c",
+                               "exec " ORBELLE_RUNNER_PATH " -C " + dir_.path() + " " + args +
+                                   " >" + dir_.path() + "/out.txt 2>&1"},
+                              -1);
     }
 };
 
 // Each iteration: three echoes and a call that fails with TRANSIENT, which
 // ends the iteration.
-const char counted[] =
-    "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-    "params diag echo_long\nset a ${ITERATION}\nset c ${VU}\ninvoke\n"
-    "check ^echo_long ${ITERATION}\n"
-    "begin twice\n"
-    "params diag echo_short\nset a 1\nset c 2\ninvoke\n"
-    "params diag echo_short\nset a 3\nset c 4\ninvoke\n"
-    "end twice\n"
-    "params diag fail\nset which 7\ninvoke\n";
+const std::string counted = kBindDiag +
+                            "params diag echo_long\nset a ${ITERATION}\nset c ${VU}\ninvoke\n"
+                            "check ^echo_long ${ITERATION}\n"
+                            "begin twice\n"
+                            "params diag echo_short\nset a 1\nset c 2\ninvoke\n"
+                            "params diag echo_short\nset a 3\nset c 4\ninvoke\n"
+                            "end twice\n"
+                            "params diag fail\nset which 7\ninvoke\n";
 
 TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
     long before = requests_served();
@@ -119,16 +118,15 @@ TEST_F(LoadMode, CountsMatchTheServersCountAndTheCsv) {
 
 TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
     // Users that mostly think: a stop must reach them inside a pause.
-    std::string name = script("thinking.orb",
-                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-                              "params diag echo_long\nset a 1\nset c 1\ninvoke\nthink 3000\n");
+    std::string name =
+        script("thinking.orb",
+               kBindDiag + "params diag echo_long\nset a 1\nset c 1\ninvoke\nthink 3000\n");
     pid_t pid = start("--users 5 --duration 60 --csv run " + name);
     ASSERT_GT(pid, 0);
     // All five started once the progress shows them.
-    auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (read_file(dir_.path() + "/out.txt").find("users 5/5") == std::string::npos &&
-           Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    wait_until(
+        [&] { return read_file(dir_.path() + "/out.txt").find("users 5/5") != std::string::npos; },
+        10000);
     EXPECT_EQ(processes_with(dir_.path()), 6);
     auto stop = Clock::now();
     kill(pid, SIGINT);
@@ -139,27 +137,19 @@ TEST_F(LoadMode, CtrlCStopsEveryUserAndStillReports) {
     EXPECT_LT(seconds, 3.0) << out;
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << out;
     expect_has(out, {"stopping every user", "OK: 5 requests"});
-    EXPECT_NE(read_file(dir_.path() + "/run_stats.csv").find("all requests,all,5,0"),
-              std::string::npos);
+    expect_has(read_file(dir_.path() + "/run_stats.csv"), {"all requests,all,5,0"});
     EXPECT_EQ(processes_with(dir_.path()), 0);
 }
 
 TEST_F(LoadMode, UsersDieWithTheirParent) {
-    std::string name = script("busy.orb",
-                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-                              "params diag delay\nset ms 50\ninvoke\n");
-    pid_t pid = start("--users 3 --duration 60 " + name);
+    pid_t pid = start("--users 3 --duration 60 " +
+                      script("busy.orb", kBindDiag + "params diag delay\nset ms 50\ninvoke\n"));
     ASSERT_GT(pid, 0);
-    auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (processes_with(dir_.path()) < 4 && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    wait_until([&] { return processes_with(dir_.path()) >= 4; }, 10000);
     ASSERT_EQ(processes_with(dir_.path()), 4);
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
-    deadline = Clock::now() + std::chrono::seconds(2);
-    while (processes_with(dir_.path()) > 0 && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(processes_with(dir_.path()), 0);
+    EXPECT_TRUE(wait_until([&] { return processes_with(dir_.path()) == 0; }, 2000));
 }
 
 TEST_F(LoadMode, RefusesWhatItCannotRun) {
@@ -174,8 +164,16 @@ TEST_F(LoadMode, RefusesWhatItCannotRun) {
         {"--users 2 --duration 1 --trace 4 x.orb", "--trace is for one user"},
         {"--users 2 --duration 1 --events - x.orb", "--events takes a file"},
         {"--users 2 --duration 1 missing.orb", "cannot read missing.orb"},
+        {"--rate 10 --duration 1 x.orb", "--rate needs --users"},
+        {"--users 2 --rate 10 --iterations 3 x.orb", "--rate runs for --duration or --stages"},
+        {"--users 2 --duration 1 --threshold 'all: p99<' x.orb", "'p99<': the value is not a time"},
+        {"--users 2 --duration 1 --baseline missing.csv x.orb",
+         "cannot read the baseline missing.csv"},
+        {"--serve x.orb", "--serve needs --events"},
+        {"--serve --users 2 --events e x.orb", "--serve runs one user"},
+        {"--serve --iterations 2 --events e x.orb", "--serve runs an iteration for each run line"},
     };
-    script("x.orb", "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n");
+    script("x.orb", kBindDiag);
     for (const Case &c : cases) {
         std::string out;
         EXPECT_EQ(run(c.args, out), 2) << c.args;
@@ -185,8 +183,7 @@ TEST_F(LoadMode, RefusesWhatItCannotRun) {
     // variable is known only when its line runs).
     std::string out;
     script("bad.orb",
-           "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-           "params diag echo_long\nlet name no_such\nset ${name} 1\ninvoke\n");
+           kBindDiag + "params diag echo_long\nlet name no_such\nset ${name} 1\ninvoke\n");
     EXPECT_EQ(run("--users 2 --iterations 3 bad.orb", out), 2) << out;
     expect_has(out, {"user 1 stopped: bad.orb:4:"});
 }
@@ -195,10 +192,9 @@ TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
     // A failed call ends its iteration, not the user; the next run line
     // runs the next iteration.
     script("rows.csv", "n\n1\n");
-    std::string name = script("served.orb",
-                              "data rows.csv unique\n"
-                              "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-                              "params diag fail\nset which ${ITERATION}\ninvoke\n");
+    std::string name =
+        script("served.orb", "data rows.csv unique\n" + kBindDiag +
+                                 "params diag fail\nset which ${ITERATION}\ninvoke\n");
     script("requests.txt", "run\nbogus\nrun\nrun\n");
     std::string out;
     EXPECT_EQ(run("--serve --vu 1 --users-total 1 --events events.jsonl " + name + " <" +
@@ -216,13 +212,6 @@ TEST_F(LoadMode, ServeRunsOneIterationPerRunLine) {
                         "\"script\": \"\", \"line\": 0, \"ms\": 0.000, \"ok\": false, "
                         "\"error\": \"no data row is left for this user\"}"});
     expect_lacks(events, {"\"iter\": 3"});
-
-    for (const char *args : {"--serve x.orb", "--serve --users 2 --events e x.orb",
-                             "--serve --iterations 2 --events e x.orb"}) {
-        std::string refused;
-        EXPECT_EQ(run(args, refused), 2) << args;
-        expect_has(refused, {"--serve"});
-    }
 }
 
 }  // namespace

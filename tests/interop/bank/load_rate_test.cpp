@@ -4,16 +4,10 @@
 // time above the service time, while the closed model's rate falls
 // instead; thresholds that pass, are breached or are relative to a
 // baseline decide the exit status. Runs are a few seconds, on loopback.
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <fstream>
 #include <map>
 #include <sstream>
 
 #include "tests/interop/bank/bank_fixture.h"
-#include "tests/support.h"
-#include "tests/unit/tools/run_tool.h"
 
 using testsupport::expect_has;
 using testsupport::expect_lacks;
@@ -35,18 +29,6 @@ std::vector<std::vector<std::string>> cells_of(const std::string &csv) {
     return lines;
 }
 
-// The cells of a stats file's row by column name.
-std::map<std::string, std::string> stats_row(const std::string &csv, const std::string &name) {
-    auto lines = cells_of(csv);
-    std::map<std::string, std::string> row;
-    for (size_t at = 1; at < lines.size(); ++at) {
-        if (lines[at].empty() || lines[at][0] != name) continue;
-        for (size_t i = 0; i < lines[0].size() && i < lines[at].size(); ++i)
-            row[lines[0][i]] = lines[at][i];
-    }
-    return row;
-}
-
 double number(const std::map<std::string, std::string> &row, const std::string &column) {
     auto found = row.find(column);
     return found == row.end() || found->second.empty() ? -1 : std::stod(found->second);
@@ -56,13 +38,19 @@ class LoadRate : public RunnerTest {
 protected:
     void SetUp() override {
         RunnerTest::SetUp();
-        std::ofstream(dir_.path() + "/slow.orb")
-            << "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-               "begin wait\nparams diag delay\nset ms 20\ninvoke\nend wait\n";
+        script("slow.orb",
+               kBindDiag + "begin wait\nparams diag delay\nset ms 20\ninvoke\nend wait\n");
     }
 
-    std::string stats(const std::string &prefix) {
-        return read_file(dir_.path() + "/" + prefix + "_stats.csv");
+    // The cells of the row name of the run's stats file by column name.
+    std::map<std::string, std::string> stats_row(const std::string &prefix,
+                                                 const std::string &name) {
+        auto lines = cells_of(read_file(dir_.path() + "/" + prefix + "_stats.csv"));
+        std::map<std::string, std::string> row;
+        for (const auto &cells : lines)
+            for (size_t i = 0; i < cells.size() && i < lines[0].size() && cells[0] == name; ++i)
+                row[lines[0][i]] = cells[i];
+        return row;
     }
 };
 
@@ -71,8 +59,8 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
     // rate asks for 150.
     std::string out;
     EXPECT_EQ(run("--users 2 --rate 150 --duration 3 --csv open slow.orb", out), 0) << out;
-    auto it = stats_row(stats("open"), "iterations");
-    auto wait = stats_row(stats("open"), "transaction wait");
+    auto it = stats_row("open", "iterations");
+    auto wait = stats_row("open", "transaction wait");
     double achieved = number(it, "calls_per_s"), dropped = number(it, "dropped");
     std::printf(
         "open: %.1f iterations/s of 150, %.0f dropped, transaction p50 service %.3f ms, "
@@ -91,9 +79,9 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
     // what the server allows, and nothing is dropped.
     std::string closed;
     EXPECT_EQ(run("--users 2 --duration 3 --csv closed slow.orb", closed), 0) << closed;
-    auto cit = stats_row(stats("closed"), "iterations");
+    auto cit = stats_row("closed", "iterations");
     std::printf("closed: %.1f iterations/s, transaction p50 %.3f ms\n", number(cit, "calls_per_s"),
-                number(stats_row(stats("closed"), "transaction wait"), "p50_ms"));
+                number(stats_row("closed", "transaction wait"), "p50_ms"));
     EXPECT_GT(number(cit, "calls_per_s"), 50) << closed;
     EXPECT_LT(number(cit, "calls_per_s"), 105) << closed;
     EXPECT_EQ(number(cit, "response_p50_ms"), -1) << closed;
@@ -106,7 +94,7 @@ TEST_F(LoadRate, ASlowServerDropsIterationsUnderARateAndSlowsTheClosedModel) {
                   kept),
               0)
         << kept;
-    auto kit = stats_row(stats("kept"), "iterations");
+    auto kit = stats_row("kept", "iterations");
     EXPECT_EQ(number(kit, "dropped"), 0) << kept;
     EXPECT_NEAR(number(kit, "calls_per_s"), 40, 15) << kept;  // 4 sd of a Poisson count
 }
@@ -138,69 +126,52 @@ TEST_F(LoadRate, StagesRampTheUsersOrTheRate) {
     EXPECT_NEAR(targets[0].second, 30, 1) << open;  // at the end of the first second
     EXPECT_NEAR(targets[2].second, 50, 1) << open;
     // 10 -> 50 over 2 s is 60 iterations, 50 more in the hold.
-    double ran = number(stats_row(stats("open"), "iterations"), "count");
+    double ran = number(stats_row("open", "iterations"), "count");
     EXPECT_NEAR(ran, 110, 12) << open;
 }
 
 TEST_F(LoadRate, ThresholdsDecideTheExitStatus) {
-    std::string out;
     // A queue with room for the whole run: nothing is dropped, not even
     // while the users start (slowly under a sanitizer).
     const std::string run_args = "--users 2 --rate 30 --queue 100 --duration 2 slow.orb";
-    // Passing: exit 0, the verdicts before the table.
-    EXPECT_EQ(run("--csv base " + run_args +
-                      " --threshold 'transaction wait: p95<500ms and failures<1%'"
-                      " --threshold 'all requests: rate>10/s and max<2s'",
-                  out),
-              0)
-        << out;
-    expect_has(out, {"thresholds\n  passed transaction wait: p95<500ms and failures<1%  (p95 "});
-    EXPECT_LT(out.find("thresholds\n"), out.find("\nname "));
-
-    // Breached: exit 3, and the breach named.
-    std::string breached;
-    EXPECT_EQ(run(run_args + " --threshold 'invoke delay twoway: p50<1ms'" +
-                      " --threshold 'iterations: dropped=0'",
-                  breached),
-              3)
-        << breached;
-    expect_has(breached, {"  BREACHED invoke delay twoway: p50<1ms  (p50 2",
-                          "  passed iterations: dropped=0  (dropped 0)", "FAILED (thresholds): "});
-
-    // Relative to the first run: the same server passes 1.5 times its p50
-    // and breaches half of it; the table shows the change per name.
-    std::string relative;
-    EXPECT_EQ(run(run_args + " --baseline base_stats.csv" +
-                      " --threshold 'invoke delay twoway: p50<1.5*baseline'",
-                  relative),
-              0)
-        << relative;
-    expect_has(relative, {"\nagainst the baseline base_stats.csv\n",
-                          "  passed invoke delay twoway: p50<1.5*baseline  (p50 "});
-    std::string halved;
-    EXPECT_EQ(run(run_args + " --baseline base_stats.csv" +
-                      " --threshold 'invoke delay twoway: p50<0.5*baseline'",
-                  halved),
-              3)
-        << halved;
-
-    // Stopped at the first breach once the grace is over.
-    std::string aborted;
-    EXPECT_EQ(run("--users 2 --rate 30 --duration 30 slow.orb --threshold 'all requests: "
-                  "p50<1ms' --abort-on-threshold --threshold-grace 1",
-                  aborted),
-              3)
-        << aborted;
-    expect_has(aborted, {"threshold breached, stopping: all requests: p50<1ms"});
-
-    // Options that cannot run exit 2 before anything is sent.
-    const char *wrong[] = {"--rate 10 --duration 1 slow.orb",
-                           "--users 2 --rate 10 --iterations 3 slow.orb",
-                           "--users 2 --duration 1 --threshold 'all: p99<' slow.orb",
-                           "--users 2 --duration 1 --baseline missing.csv slow.orb"};
-    for (const char *args : wrong) {
-        std::string message;
-        EXPECT_EQ(run(args, message), 2) << args << "\n" << message;
+    const std::string relative =
+        run_args + " --baseline base_stats.csv --threshold 'invoke delay twoway: p50<";
+    struct Case {
+        std::string args;
+        int status;
+        std::vector<std::string> seen;
+    } cases[] = {
+        // Passing: exit 0, the verdicts before the table.
+        {"--csv base " + run_args + " --threshold 'transaction wait: p95<500ms and failures<1%'" +
+             " --threshold 'all requests: rate>10/s and max<2s'",
+         0,
+         {"thresholds\n  passed transaction wait: p95<500ms and failures<1%  (p95 "}},
+        // Breached: exit 3, and the breach named.
+        {run_args + " --threshold 'invoke delay twoway: p50<1ms'" +
+             " --threshold 'iterations: dropped=0'",
+         3,
+         {"  BREACHED invoke delay twoway: p50<1ms  (p50 2",
+          "  passed iterations: dropped=0  (dropped 0)", "FAILED (thresholds): "}},
+        // Relative to the first run: the same server passes 1.5 times its
+        // p50 and breaches half of it; the table shows the change per name.
+        {relative + "1.5*baseline'",
+         0,
+         {"\nagainst the baseline base_stats.csv\n",
+          "  passed invoke delay twoway: p50<1.5*baseline  (p50 "}},
+        {relative + "0.5*baseline'", 3, {}},
+        // Stopped at the first breach once the grace is over.
+        {"--users 2 --rate 30 --duration 30 slow.orb --threshold 'all requests: p50<1ms'"
+         " --abort-on-threshold --threshold-grace 1",
+         3,
+         {"threshold breached, stopping: all requests: p50<1ms"}},
+    };
+    for (const Case &c : cases) {
+        std::string out;
+        EXPECT_EQ(run(c.args, out), c.status) << c.args << "\n" << out;
+        expect_has(out, c.seen);
+        if (&c == &cases[0]) {  // the verdicts come before the table
+            EXPECT_LT(out.find("thresholds\n"), out.find("\nname "));
+        }
     }
 }
 
