@@ -57,6 +57,12 @@ int32_t Client::release(void *objref) {
     return outcome_of(r, host_.call(r)).result;
 }
 
+std::string Client::result(void *objref, const std::string &repoid, const std::string &operation) {
+    Call call(*this, objref, repoid, operation);
+    Outcome o = call.invoke();
+    return o.result == 0 ? call.get("^" + operation) : "(failed: " + o.text + ")";
+}
+
 Call::Call(Client &client, void *objref, const std::string &repoid, const std::string &operation,
            const std::map<std::string, std::string> &lengths)
     : client_(client), operation_(operation), repoid_(repoid) {

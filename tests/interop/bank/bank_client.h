@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host/kit/hostkit.h"
@@ -62,6 +63,9 @@ public:
         return bind(repoid, "", "IOR", ior.c_str());
     }
     int32_t release(void *objref);
+    // Calls operation, which takes no arguments, on objref; its result's
+    // value text, or "(failed: " and the status text ")".
+    std::string result(void *objref, const std::string &repoid, const std::string &operation);
     // Takes over a handle that a reply made (a reference result), so that
     // it is released with the others.
     void adopt(void *objref) { handles_.push_back(objref); }

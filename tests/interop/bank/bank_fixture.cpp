@@ -28,10 +28,7 @@ void expect_echo(Client &client, void *diagnostics, const std::string &operation
 }
 
 std::string bank_name(Client &client, void *bank) {
-    if (bank == nullptr) return "(not bound)";
-    Call name(client, bank, kBankId, "_get_name");
-    Outcome o = name.invoke();
-    return o.result == 0 ? name.get("^_get_name") : "(failed: " + o.text + ")";
+    return bank ? client.result(bank, kBankId, "_get_name") : "(not bound)";
 }
 
 void use_agents(const std::string &file, const std::string &lines) {
@@ -54,9 +51,7 @@ void expect_account_echo(Client &client, void *diagnostics, const BankServer &se
         ASSERT_EQ(ior.rfind("IOR:", 0), 0u) << where << ": " << ior;
         void *account = client.bind_ior(kAccountId, ior);
         ASSERT_NE(account, nullptr) << where << ": the returned reference does not bind";
-        Call get(client, account, kAccountId, "_get_number");
-        ASSERT_EQ(get.invoke().result, 0) << where << ": calling the returned reference";
-        EXPECT_EQ(get.get("^_get_number"), number) << where;
+        EXPECT_EQ(client.result(account, kAccountId, "_get_number"), number) << where;
         client.release(account);
     }
 }

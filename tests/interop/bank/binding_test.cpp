@@ -15,9 +15,7 @@ TEST_F(BankTest, BindsByListFile) {
     // no part.
     void *acct = client_.bind(kAccountId, "1002", modus);
     ASSERT_NE(acct, nullptr);
-    Call number(client_, acct, kAccountId, "_get_number");
-    ASSERT_EQ(number.invoke().result, 0);
-    EXPECT_EQ(number.get("^_get_number"), "1001");
+    EXPECT_EQ(client_.result(acct, kAccountId, "_get_number"), "1001");
 
     Outcome o;
     EXPECT_EQ(client_.bind("IDL:Banking/Unknown:1.0", "x", modus, nullptr, nullptr, &o), nullptr);
@@ -39,8 +37,7 @@ TEST_F(BankTest, BindsThroughTheAgentStandIn) {
 
     void *diag = client_.bind(kDiagnosticsId, "Diagnostics", "Visibroker(15000)", nullptr, &bound);
     ASSERT_NE(diag, nullptr) << "bound by the agent on port 15000";
-    Call count(client_, diag, kDiagnosticsId, "notes_count");
-    EXPECT_EQ(count.invoke().result, 0);
+    EXPECT_EQ(client_.result(diag, kDiagnosticsId, "notes_count"), "0");
 
     Outcome o;
     EXPECT_EQ(client_.bind(kBankId, "Bank", "Visibroker(15000)", nullptr, nullptr, &o), nullptr)
