@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "gtest/gtest.h"
@@ -47,11 +48,7 @@ void *Client::bind(const std::string &repoid, const std::string &instance, const
 }
 
 int32_t Client::release(void *objref) {
-    for (auto it = handles_.begin(); it != handles_.end(); ++it)
-        if (*it == objref) {
-            handles_.erase(it);
-            break;
-        }
+    handles_.erase(std::remove(handles_.begin(), handles_.end(), objref), handles_.end());
     iiop_record r = hostkit::make_record(IIOP_RELEASE);
     r.u.release.objref = objref;
     return outcome_of(r, host_.call(r)).result;

@@ -1,4 +1,7 @@
-// One-way calls against omniORB: the server counts what it was sent.
+// Calls on the bank: one-way calls, which the server counts, and calls
+// across a restart of the server.
+#include <signal.h>
+
 #include <chrono>
 
 #include "tests/interop/bank/bank_fixture.h"
@@ -34,6 +37,90 @@ TEST_F(BankTest, OneWayNotesAreCountedByTheServer) {
     EXPECT_EQ(echo.invoke(IIOP_ONEWAY).result, 0);
     EXPECT_EQ(echo.get("b"), "before") << "long, out of a one-way call";
     EXPECT_EQ(echo.get("^echo_long"), "(no value)") << "long, result of a one-way call";
+}
+
+// echo_long with a, the outcome; a wrong result is reported in its text.
+Outcome echo_long(Client &client, void *diag, const std::string &a, int32_t timeout_ms = 5000) {
+    Call echo(client, diag, kDiagnosticsId, "echo_long");
+    echo.set("a", a).set("c", "0");
+    Outcome o = echo.invoke(IIOP_TWOWAY, timeout_ms);
+    if (o.result == 0 && echo.get("^echo_long") != a)
+        o.text = "long, result: wrong value " + echo.get("^echo_long");
+    return o;
+}
+
+// A server that goes away between two calls of the same bound object. Its
+// objects have fixed keys, so the restarted server knows the same references.
+// It stops cleanly (omniORB says goodbye with CloseConnection, and
+// the call that reads it is repeated on a new connection), dies without a
+// word, or freezes and is then killed by a watchdog, leaving connections
+// that look idle. The next call finds them closed or reset, connects to the
+// restarted server and succeeds, whether or not the script releases and
+// binds again in between; the call after it keeps that connection.
+TEST_F(BankTest, ServerStoppedKilledOrFrozenAndRestartedIsReachedByTheNextCall) {
+    using Clock = std::chrono::steady_clock;
+    struct Case {
+        const char *name;
+        int stop;     // the signal that ends the server
+        bool frozen;  // frozen before the call that times out
+        bool rebind;  // release and bind again after the restart
+    };
+    const Case cases[] = {
+        {"stopped cleanly", SIGTERM, false, false},
+        {"killed", SIGKILL, false, false},
+        {"frozen, killed", SIGKILL, true, false},
+        {"frozen, killed, released and bound again", SIGKILL, true, true},
+    };
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Outcome first = echo_long(client_, diag, "1");
+        ASSERT_EQ(first.result, 0) << first.text;
+        if (&c == &cases[0]) {  // the first call connects
+            EXPECT_EQ(std::tie(first.connect_host, first.connect_port),
+                      std::make_tuple("127.0.0.1", server_.port()));
+        }
+        if (c.frozen) {
+            server_.signal(SIGSTOP);
+            auto t0 = Clock::now();
+            EXPECT_EQ(echo_long(client_, diag, "5", 1000).text,
+                      "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+            EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(3000));
+        }
+        server_.stop(c.stop);
+        ASSERT_TRUE(server_.start()) << "restart on the same port";
+        auto restarted = Clock::now();
+        if (c.rebind) {
+            EXPECT_EQ(client_.release(diag), 0);
+            diag = diagnostics();
+            ASSERT_NE(diag, nullptr);
+        }
+        // A new connection after the restart, which the next call uses again.
+        Outcome after = echo_long(client_, diag, "2");
+        EXPECT_EQ(std::tie(after.result, after.text, after.connect_host),
+                  std::make_tuple(0, "", "127.0.0.1"));
+        EXPECT_LT(Clock::now() - restarted, std::chrono::milliseconds(2000));
+        Outcome next = echo_long(client_, diag, "3");
+        EXPECT_EQ(std::tie(next.result, next.text, next.connect_host), std::make_tuple(0, "", ""));
+    }
+}
+
+// Binding contacts no server; the first call finds it down and fails, and a
+// call after the server has started connects.
+TEST_F(BankTest, ServerDownFailsTheCallNotTheBind) {
+    server_.stop(SIGTERM);
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr) << "a well-formed reference binds with its server down";
+    Outcome down = echo_long(client_, diag, "1");
+    // No connection was made.
+    EXPECT_EQ(
+        std::tie(down.result, down.exception_index, down.text, down.connect_host),
+        std::make_tuple(IIOP_STATUS_SYSTEM_EXCEPTION, 4, "IDL:omg.org/CORBA/COMM_FAILURE:1.0", ""));
+
+    ASSERT_TRUE(server_.start());
+    Outcome up = echo_long(client_, diag, "2");
+    EXPECT_EQ(std::tie(up.result, up.text, up.connect_host), std::make_tuple(0, "", "127.0.0.1"));
 }
 
 }  // namespace

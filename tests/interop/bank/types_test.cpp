@@ -1,11 +1,29 @@
-// Structs, arrays, sequences, the union and the any of the demo IDL against
-// omniORB, in every direction and as results.
+// Every script type, and the structs, arrays, sequences, union and any of the
+// demo IDL against omniORB, in every direction and as results.
 #include <functional>
 
 #include "tests/interop/bank/bank_fixture.h"
 
 namespace bank {
 namespace {
+
+// Each primitive type a script can hold, sent and read back in every
+// direction: echo_X returns a, hands the old c back in b and sets c to a.
+TEST_F(BankTest, ScriptTypesTravelInOutAndInout) {
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    for (const PrimitiveEcho &t : kPrimitiveEchoes)
+        expect_echo(client_, diag, t.operation, t.construct,
+                    {{"", t.a_in, t.a_out, t.c_in, t.c_out}});
+    expect_echo(client_, diag, "echo_currency", "enum_CurrencyCode", {{"", "4", "4", "2", "2"}});
+}
+
+// The twelfth type, the object reference.
+TEST_F(BankTest, ObjectReferenceAccountTravelsInOutAndInout) {
+    void *diag = diagnostics();
+    ASSERT_NE(diag, nullptr);
+    expect_account_echo(client_, diag, server_);
+}
 
 // The fields of one Entry struct below the record prefix p ("[0]",
 // "[1][0]"), with the values of a and of c.
