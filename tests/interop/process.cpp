@@ -23,12 +23,6 @@ namespace {
 // A server that ignores SIGTERM this long is killed.
 constexpr int kStopLimitMs = 5000;
 
-int elapsed_ms(std::chrono::steady_clock::time_point since) {
-    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                std::chrono::steady_clock::now() - since)
-                                .count());
-}
-
 std::string read_all(int fd) {
     std::string text;
     char buf[4096];
@@ -98,8 +92,8 @@ bool read_lines(int fd, const std::function<bool(const std::string &)> &on_line,
                 const std::function<void()> &tick) {
     std::string text;
     char buf[4096];
-    auto start = std::chrono::steady_clock::now();
-    while (elapsed_ms(start) < kStartLimitMs) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStartLimitMs);
+    while (std::chrono::steady_clock::now() < end) {
         if (tick) tick();
         pollfd p{fd, POLLIN, 0};
         if (poll(&p, 1, 100) <= 0) continue;
@@ -115,14 +109,8 @@ bool read_lines(int fd, const std::function<bool(const std::string &)> &on_line,
 void end_process(pid_t &pid, int signal) {
     if (pid <= 0) return;
     kill(pid, signal);
-    auto start = std::chrono::steady_clock::now();
-    int status;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (elapsed_ms(start) > kStopLimitMs) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            break;
-        }
+    for (int waited = 0; waitpid(pid, nullptr, WNOHANG) == 0; waited += 5) {
+        if (waited > kStopLimitMs) kill(pid, SIGKILL);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     pid = -1;

@@ -1,6 +1,5 @@
 // Calls on a server of a second, independent ORB: the Depot server on Combat
 // (Tcl), whose references carry only IIOP 1.2 profiles with code sets.
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,37 +18,21 @@ using bank::Outcome;
 constexpr const char *kStoreId = "IDL:Depot/Store:1.0";
 constexpr const char *kItemId = "IDL:Depot/Item:1.0";
 
-// The Depot server, started with tclsh on a free loopback port for one test.
-// Its references: "Store", "Item/bolts" and "Item/nuts".
-class DepotServer : public interop::Server {
-public:
-    explicit DepotServer(const std::string &dir) {
-        std::string tclsh = interop::find_program("tclsh");
-        if (tclsh.empty()) {
-            missing_ = "tclsh is not installed";
-            return;
-        }
-        // Combat is a Tcl package; without it the server cannot start.
-        std::ofstream(dir + "/probe.tcl") << "package require combat\npackage require Itcl\n";
-        int status = -1;
-        interop::run_program({tclsh, dir + "/probe.tcl"}, nullptr, &status);
-        if (status != 0)
-            missing_ = "the Tcl package combat (Debian tcl-combat) is not installed";
-        else
-            start({tclsh, ORBELLE_COMBAT_DIR "/depot_server.tcl",
-                   std::to_string(interop::free_port())},
-                  "depot_server: ready");
-    }
-
-    // Why the server cannot run here; empty when it can.
-    std::string missing_;
-};
-
 class CombatTest : public ::testing::Test {
 protected:
+    // The Depot server, started with tclsh on a free loopback port: its
+    // references "Store", "Item/bolts" and "Item/nuts".
     void SetUp() override {
-        if (!server_.missing_.empty()) GTEST_SKIP() << "no Combat server: " << server_.missing_;
-        ASSERT_TRUE(server_.running()) << "depot_server.tcl did not start";
+        // Combat is a Tcl package; without it the server cannot start.
+        dir_.write("probe.tcl", "package require combat\npackage require Itcl\n");
+        int status = -1;
+        interop::run_program({"tclsh", dir_.path() + "/probe.tcl"}, nullptr, &status);
+        if (status == 127) GTEST_SKIP() << "no Combat server: tclsh is not installed";
+        if (status != 0) GTEST_SKIP() << "no Combat server: Tcl's package combat is not installed";
+        ASSERT_TRUE(server_.start(
+            {"tclsh", ORBELLE_COMBAT_DIR "/depot_server.tcl", std::to_string(interop::free_port())},
+            "depot_server: ready"))
+            << "depot_server.tcl did not start";
         store_ = client_.bind_ior(kStoreId, server_.ior("Store"));
         ASSERT_NE(store_, nullptr) << "the store's reference does not bind";
     }
@@ -65,7 +48,7 @@ protected:
     }
 
     testsupport::TempDir dir_;
-    DepotServer server_{dir_.path()};
+    interop::Server server_;
     Client client_{ORBELLE_DEPOT_IDL_DIR};
     void *store_ = nullptr;
 };
