@@ -19,7 +19,11 @@ namespace bank {
 
 class BankTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(server_.running()) << "bank_server did not start"; }
+    void SetUp() override {
+        ASSERT_TRUE(server_.running()) << "bank_server did not start";
+        diag_ = diagnostics();
+        ASSERT_NE(diag_, nullptr) << "the Diagnostics reference does not bind";
+    }
 
     // The Diagnostics object, bound by its reference text.
     void *diagnostics() { return client_.bind_ior(kDiagnosticsId, server_.ior("Diagnostics")); }
@@ -27,6 +31,7 @@ protected:
     testsupport::TempDir dir_;
     BankServer server_{dir_.path()};
     Client client_;
+    void *diag_ = nullptr;  // the Diagnostics object, bound by SetUp
 };
 
 // The bank server registered with omniNames, both publishing profiles.

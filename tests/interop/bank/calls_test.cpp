@@ -13,10 +13,8 @@ namespace {
 // calls then read. The server may run one-way calls after a later two-way
 // one, so the count is asked again for a while.
 TEST_F(BankTest, OneWayNotesAreCountedByTheServer) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
     for (const char *n : {"5", "-2", "40"}) {
-        Call note(client_, diag, kDiagnosticsId, "note");
+        Call note(client_, diag_, kDiagnosticsId, "note");
         note.set("n", n);
         Outcome o = note.invoke(IIOP_ONEWAY);
         EXPECT_EQ(o.result, 0) << "oneway note(in long " << n << ")";
@@ -25,14 +23,14 @@ TEST_F(BankTest, OneWayNotesAreCountedByTheServer) {
     std::string count_text;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
     do {
-        count_text = client_.result(diag, kDiagnosticsId, "notes_count");
+        count_text = client_.result(diag_, kDiagnosticsId, "notes_count");
     } while (count_text != "3" && std::chrono::steady_clock::now() < deadline);
     EXPECT_EQ(count_text, "3") << "unsigned long, result: one-way notes counted";
-    EXPECT_EQ(client_.result(diag, kDiagnosticsId, "notes_total"), "43")
+    EXPECT_EQ(client_.result(diag_, kDiagnosticsId, "notes_total"), "43")
         << "long, result after three one-way notes";
 
     // A two-way operation sent one-way: nothing is read back.
-    Call echo(client_, diag, kDiagnosticsId, "echo_long");
+    Call echo(client_, diag_, kDiagnosticsId, "echo_long");
     echo.set("a", "9").set("c", "8").set("b", "before");
     EXPECT_EQ(echo.invoke(IIOP_ONEWAY).result, 0);
     EXPECT_EQ(echo.get("b"), "before") << "long, out of a one-way call";
@@ -71,11 +69,9 @@ TEST_F(BankTest, ServerStoppedKilledOrFrozenAndRestartedIsReachedByTheNextCall) 
         {"frozen, killed", SIGKILL, true, false},
         {"frozen, killed, released and bound again", SIGKILL, true, true},
     };
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        Outcome first = echo_long(client_, diag, "1");
+        Outcome first = echo_long(client_, diag_, "1");
         ASSERT_EQ(first.result, 0) << first.text;
         if (&c == &cases[0]) {  // the first call connects
             EXPECT_EQ(std::tie(first.connect_host, first.connect_port),
@@ -84,7 +80,7 @@ TEST_F(BankTest, ServerStoppedKilledOrFrozenAndRestartedIsReachedByTheNextCall) 
         if (c.frozen) {
             server_.signal(SIGSTOP);
             auto t0 = Clock::now();
-            EXPECT_EQ(echo_long(client_, diag, "5", 1000).text,
+            EXPECT_EQ(echo_long(client_, diag_, "5", 1000).text,
                       "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
             EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(3000));
         }
@@ -92,16 +88,16 @@ TEST_F(BankTest, ServerStoppedKilledOrFrozenAndRestartedIsReachedByTheNextCall) 
         ASSERT_TRUE(server_.start()) << "restart on the same port";
         auto restarted = Clock::now();
         if (c.rebind) {
-            EXPECT_EQ(client_.release(diag), 0);
-            diag = diagnostics();
-            ASSERT_NE(diag, nullptr);
+            EXPECT_EQ(client_.release(diag_), 0);
+            diag_ = diagnostics();
+            ASSERT_NE(diag_, nullptr);
         }
         // A new connection after the restart, which the next call uses again.
-        Outcome after = echo_long(client_, diag, "2");
+        Outcome after = echo_long(client_, diag_, "2");
         EXPECT_EQ(std::tie(after.result, after.text, after.connect_host),
                   std::make_tuple(0, "", "127.0.0.1"));
         EXPECT_LT(Clock::now() - restarted, std::chrono::milliseconds(2000));
-        Outcome next = echo_long(client_, diag, "3");
+        Outcome next = echo_long(client_, diag_, "3");
         EXPECT_EQ(std::tie(next.result, next.text, next.connect_host), std::make_tuple(0, "", ""));
     }
 }

@@ -10,19 +10,15 @@ namespace {
 // Each primitive type a script can hold, sent and read back in every
 // direction: echo_X returns a, hands the old c back in b and sets c to a.
 TEST_F(BankTest, ScriptTypesTravelInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
     for (const PrimitiveEcho &t : kPrimitiveEchoes)
-        expect_echo(client_, diag, t.operation, t.construct,
+        expect_echo(client_, diag_, t.operation, t.construct,
                     {{"", t.a_in, t.a_out, t.c_in, t.c_out}});
-    expect_echo(client_, diag, "echo_currency", "enum_CurrencyCode", {{"", "4", "4", "2", "2"}});
+    expect_echo(client_, diag_, "echo_currency", "enum_CurrencyCode", {{"", "4", "4", "2", "2"}});
 }
 
 // The twelfth type, the object reference.
 TEST_F(BankTest, ObjectReferenceAccountTravelsInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    expect_account_echo(client_, diag, server_);
+    expect_account_echo(client_, diag_, server_);
 }
 
 // The fields of one Entry struct below the record prefix p ("[0]",
@@ -58,8 +54,6 @@ struct Echoed {
 };
 
 TEST_F(BankTest, CompositeTypesTravelInOutAndInout) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
     std::vector<Field> month_end, history = {{"^length", "2", "2", "2", "2"}};
     for (int i = 0; i < 12; ++i) {
         std::string n = std::to_string(i);
@@ -133,15 +127,13 @@ TEST_F(BankTest, CompositeTypesTravelInOutAndInout) {
                                    std::to_string(-i), std::to_string(-i)});
                   })},
     };
-    for (const Echoed &c : cases) expect_echo(client_, diag, c.operation, c.construct, c.fields);
+    for (const Echoed &c : cases) expect_echo(client_, diag_, c.operation, c.construct, c.fields);
 }
 
 // An any has no text form in scripts: the call fails before anything is
 // sent, and the connection is still usable for the next call.
 TEST_F(BankTest, AnyIsRefusedWithMarshalBeforeSending) {
-    void *diag = diagnostics();
-    ASSERT_NE(diag, nullptr);
-    Call echo(client_, diag, kDiagnosticsId, "echo_any");
+    Call echo(client_, diag_, kDiagnosticsId, "echo_any");
     ASSERT_EQ(echo.names(), (std::vector<std::string>{"^echo_any", "a", "b", "c"}));
     echo.set("a", "1").set("c", "2");
     Outcome o = echo.invoke();
@@ -151,7 +143,7 @@ TEST_F(BankTest, AnyIsRefusedWithMarshalBeforeSending) {
         << "any, in";
     EXPECT_EQ(echo.get("b"), "(no value)") << "any, out";
 
-    EXPECT_EQ(client_.result(diag, kDiagnosticsId, "notes_count"), "0")
+    EXPECT_EQ(client_.result(diag_, kDiagnosticsId, "notes_count"), "0")
         << "the call after a refused any";
 }
 
