@@ -3,7 +3,6 @@
 #ifndef ORBELLE_TESTS_INTEROP_ECHO_FIXTURE_H
 #define ORBELLE_TESTS_INTEROP_ECHO_FIXTURE_H
 
-#include <csignal>
 #include <string>
 #include <vector>
 
@@ -11,24 +10,25 @@
 
 namespace interop {
 
-class EchoServer {
+class EchoServer : public Server {
 public:
     // extra: further -ORB options. cpu >= 0 pins the server to that CPU.
-    explicit EchoServer(const std::vector<std::string> &extra = {}, int cpu = -1);
-    ~EchoServer() { end_process(pid_, SIGTERM); }
-    EchoServer(const EchoServer &) = delete;
-    EchoServer &operator=(const EchoServer &) = delete;
+    explicit EchoServer(const std::vector<std::string> &extra = {}, int cpu = -1) {
+        std::vector<std::string> args;
+        if (cpu >= 0) args = {"taskset", "-c", std::to_string(cpu)};
+        args.insert(args.end(),
+                    {ORBELLE_ECHO_SERVER, "-ORBendPoint",
+                     "giop:tcp:127.0.0.1:" + std::to_string(port_), "-ORBmaxGIOPVersion", "1.0"});
+        args.insert(args.end(), extra.begin(), extra.end());
+        start(args, "echo_server: ready");
+    }
 
-    bool running() const { return !ior_.empty(); }
     uint16_t port() const { return port_; }
-    const std::string &ior() const { return ior_; }              // the echo object
-    const std::string &forward_ior() const { return forward_; }  // forwards to it
+    const std::string &ior() const { return Server::ior("ECHO"); }             // the echo object
+    const std::string &forward_ior() const { return Server::ior("FORWARD"); }  // forwards to it
 
 private:
-    pid_t pid_ = -1;
-    uint16_t port_ = 0;
-    std::string ior_;
-    std::string forward_;
+    uint16_t port_ = free_port();
 };
 
 }  // namespace interop

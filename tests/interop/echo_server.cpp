@@ -1,6 +1,6 @@
 // An omniORB server for the echo interface. Prints its references as
-// "ECHO <IOR>" and "FORWARD <IOR>" lines on standard output, then serves
-// until killed. The FORWARD object answers every call with a location
+// "ECHO <IOR>" and "FORWARD <IOR>" lines on standard output and a ready line,
+// then serves until killed. The FORWARD object answers every call with a location
 // forward to the ECHO object.
 #include <omniORB4/CORBA.h>
 #include <unistd.h>
@@ -24,16 +24,10 @@ public:
     }
     void raiseSystem(CORBA::Long which, CORBA::ULong minor, CORBA::Long completed) override {
         auto c = static_cast<CORBA::CompletionStatus>(completed);
-        switch (which) {
-            case 0:
-                throw CORBA::BAD_PARAM(minor, c);
-            case 1:
-                throw CORBA::NO_PERMISSION(minor, c);
-            case 2:
-                throw CORBA::NO_RESOURCES(minor, c);
-            default:
-                throw CORBA::TRANSIENT(minor, c);
-        }
+        if (which == 0) throw CORBA::BAD_PARAM(minor, c);
+        if (which == 1) throw CORBA::NO_PERMISSION(minor, c);
+        if (which == 2) throw CORBA::NO_RESOURCES(minor, c);
+        throw CORBA::TRANSIENT(minor, c);
     }
     void notify(CORBA::Long value) override { sum_ += value; }
     CORBA::Long notified() override { return sum_; }
@@ -93,7 +87,7 @@ int main(int argc, char **argv) {
         manager->activate();
         CORBA::String_var s1 = orb->object_to_string(echo_ref);
         CORBA::String_var s2 = orb->object_to_string(fwd_ref);
-        std::printf("ECHO %s\nFORWARD %s\n", static_cast<const char *>(s1),
+        std::printf("ECHO %s\nFORWARD %s\necho_server: ready\n", static_cast<const char *>(s1),
                     static_cast<const char *>(s2));
         std::fflush(stdout);
         orb->run();

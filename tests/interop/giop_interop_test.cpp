@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <string>
-#include <vector>
+#include <tuple>
 
 #include "data/environment.h"
 #include "data/stdtypes.h"
@@ -26,12 +25,6 @@ namespace {
 const ExceptionTable kNoExceptions{0, nullptr};
 
 using giop_test::id_of;
-
-void put_string(CDR &s, const std::string &text) {
-    s.put_long(static_cast<uint32_t>(text.size() + 1));
-    for (char c : text) s.put_byte(static_cast<uint8_t>(c));
-    s.put_byte(0);
-}
 
 class Echo : public ::testing::Test {
 protected:
@@ -66,9 +59,9 @@ protected:
 };
 
 TEST_F(Echo, ReferencesTravelBothWays) {
-    EXPECT_STREQ(ref_->data->type_id, "IDL:EchoTest/Echo:1.0");
-    EXPECT_STREQ(ref_->data->profile.host, "127.0.0.1");
-    EXPECT_EQ(ref_->data->profile.port, server_.port());
+    EXPECT_EQ(std::make_tuple(std::string(ref_->data->type_id),
+                              std::string(ref_->data->profile.host), ref_->data->profile.port),
+              std::make_tuple("IDL:EchoTest/Echo:1.0", "127.0.0.1", server_.port()));
     char *ours = ior_text_of(ref_, env_);
     ASSERT_NE(ours, nullptr);
     std::string catior = interop::run_program({"catior", ours});
@@ -121,7 +114,8 @@ TEST_F(Echo, KnownUserExceptionIsDecodedIntoTheEnvironment) {
     TypeCode *table[] = {&oops};
     GIOP::Invocation c(ref_->data, "raiseUser", 1);
     c.start(nullptr, env_, 0, nullptr);
-    put_string(c.stream, "why");
+    c.stream.put_long(4);  // the string "why" with its terminating zero
+    c.stream.put_bytes("why", 4);
     c.stream.put_long(5);
     ASSERT_EQ(c.invoke({1, table}, env_, 0), USER_EXCEPTION) << id_of(env_);
     struct Oops {

@@ -23,12 +23,6 @@ namespace {
 // A server that ignores SIGTERM this long is killed.
 constexpr int kStopLimitMs = 5000;
 
-int elapsed_ms(std::chrono::steady_clock::time_point since) {
-    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                std::chrono::steady_clock::now() - since)
-                                .count());
-}
-
 std::string read_all(int fd) {
     std::string text;
     char buf[4096];
@@ -59,6 +53,17 @@ uint16_t free_port() {
     return port;
 }
 
+bool connects(uint16_t port) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(port);
+    bool ok = connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0;
+    close(fd);
+    return ok;
+}
+
 std::string find_program(const std::string &name) {
     const char *path = std::getenv("PATH");
     std::istringstream dirs(path ? path : "/usr/bin:/usr/sbin");
@@ -87,8 +92,8 @@ bool read_lines(int fd, const std::function<bool(const std::string &)> &on_line,
                 const std::function<void()> &tick) {
     std::string text;
     char buf[4096];
-    auto start = std::chrono::steady_clock::now();
-    while (elapsed_ms(start) < kStartLimitMs) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStartLimitMs);
+    while (std::chrono::steady_clock::now() < end) {
         if (tick) tick();
         pollfd p{fd, POLLIN, 0};
         if (poll(&p, 1, 100) <= 0) continue;
@@ -104,14 +109,8 @@ bool read_lines(int fd, const std::function<bool(const std::string &)> &on_line,
 void end_process(pid_t &pid, int signal) {
     if (pid <= 0) return;
     kill(pid, signal);
-    auto start = std::chrono::steady_clock::now();
-    int status;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (elapsed_ms(start) > kStopLimitMs) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            break;
-        }
+    for (int waited = 0; waitpid(pid, nullptr, WNOHANG) == 0; waited += 5) {
+        if (waited > kStopLimitMs) kill(pid, SIGKILL);
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     pid = -1;
@@ -132,6 +131,41 @@ std::string run_program(const std::vector<std::string> &argv, std::string *err, 
     std::fclose(errors);
     if (status) *status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
     return text;
+}
+
+bool Server::start(const std::vector<std::string> &argv, const std::string &ready) {
+    if (pid_ > 0) return true;
+    int out[2];
+    if (pipe(out) != 0) return false;
+    pid_ = spawn(argv, out[1]);
+    close(out[1]);
+    out_fd_ = out[0];
+    bool up = read_lines(out_fd_, [&](const std::string &line) {
+        size_t blank = line.find(" IOR:");
+        if (blank != std::string::npos) refs_[line.substr(0, blank)] = line.substr(blank + 1);
+        return line == ready;
+    });
+    if (!up) stop(SIGKILL);
+    return up;
+}
+
+void Server::stop(int signal) {
+    end_process(pid_, signal);
+    if (out_fd_ >= 0) close(out_fd_);
+    out_fd_ = -1;
+}
+
+void Server::signal(int signal) const {
+    if (pid_ <= 0) return;
+    kill(pid_, signal);
+    // A stop takes effect some time after kill returns: wait until it has.
+    if (signal == SIGSTOP) waitpid(pid_, nullptr, WUNTRACED);
+}
+
+const std::string &Server::ior(const std::string &name) const {
+    static const std::string none;
+    auto it = refs_.find(name);
+    return it == refs_.end() ? none : it->second;
 }
 
 }  // namespace interop

@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "gtest/gtest.h"
 #include "tests/support.h"
@@ -11,12 +11,10 @@
 namespace bank {
 
 namespace {
-Outcome outcome_of(const iiop_record &r, int32_t result) {
-    Outcome o;
-    o.result = result;
-    o.status = r.status;
-    o.exception_index = r.exception_index;
-    if (r.status_text) o.text = r.status_text;
+// What the door reported in r; its status text goes back to the heap.
+Outcome outcome_of(iiop_record &r, int32_t result) {
+    Outcome o{result, r.status, r.exception_index, r.status_text ? r.status_text : "", "", 0};
+    std::free(r.status_text);
     return o;
 }
 }  // namespace
@@ -27,8 +25,8 @@ Client::Client(const char *idl_dir) : host_(testsupport::linked_host()) {
     // The library reads interface descriptions from idl/ of the current
     // directory.
     unlink("idl");
-    if (idl_dir == nullptr) idl_dir = ORBELLE_DEMO_DIR "/idl";
-    if (symlink(idl_dir, "idl") != 0) ADD_FAILURE() << "cannot link idl/";
+    if (symlink(idl_dir ? idl_dir : ORBELLE_DEMO_DIR "/idl", "idl") != 0)
+        ADD_FAILURE() << "cannot link idl/";
 }
 
 Client::~Client() {
@@ -38,37 +36,28 @@ Client::~Client() {
 void *Client::bind(const std::string &repoid, const std::string &instance, const std::string &modus,
                    const char *ior, std::string *bound_modus, Outcome *outcome) {
     iiop_record r = hostkit::make_record(IIOP_BIND);
-    std::string rid = repoid, inst = instance, mod = modus;
-    std::string ior_text = ior ? ior : "";
-    r.u.bind.repository_id = &rid[0];
-    r.u.bind.instance_id = &inst[0];
-    r.u.bind.ior = ior ? &ior_text[0] : nullptr;
-    r.u.bind.modus = &mod[0];
-    int32_t result = host_.call(r);
-    if (outcome) *outcome = outcome_of(r, result);
+    std::string rid = repoid, inst = instance, mod = modus, text = ior ? ior : "";
+    r.u.bind = {&rid[0], &inst[0], ior ? &text[0] : nullptr, &mod[0], nullptr, nullptr};
+    Outcome o = outcome_of(r, host_.call(r));
+    if (outcome) *outcome = o;
     if (bound_modus) *bound_modus = r.u.bind.bound_modus ? r.u.bind.bound_modus : "";
-    // A bind through a naming service sent one resolve request.
-    if (result == 0 && r.u.bind.bound_modus &&
-        std::strstr(r.u.bind.bound_modus, "NameService") != nullptr)
-        count_requests(1);
     std::free(r.u.bind.bound_modus);
-    std::free(r.status_text);
-    if (result != 0) return nullptr;
+    if (o.result != 0) return nullptr;
     handles_.push_back(r.u.bind.objref);
     return r.u.bind.objref;
 }
 
 int32_t Client::release(void *objref) {
-    for (auto it = handles_.begin(); it != handles_.end(); ++it)
-        if (*it == objref) {
-            handles_.erase(it);
-            break;
-        }
+    handles_.erase(std::remove(handles_.begin(), handles_.end(), objref), handles_.end());
     iiop_record r = hostkit::make_record(IIOP_RELEASE);
     r.u.release.objref = objref;
-    int32_t result = host_.call(r);
-    std::free(r.status_text);
-    return result;
+    return outcome_of(r, host_.call(r)).result;
+}
+
+std::string Client::result(void *objref, const std::string &repoid, const std::string &operation) {
+    Call call(*this, objref, repoid, operation);
+    Outcome o = call.invoke();
+    return o.result == 0 ? call.get("^" + operation) : "(failed: " + o.text + ")";
 }
 
 Call::Call(Client &client, void *objref, const std::string &repoid, const std::string &operation,
@@ -87,10 +76,6 @@ Call::~Call() {
     hostkit::free_list(req_.parms);
 }
 
-bool Call::has(const std::string &name) const {
-    return hostkit::find(req_.parms, name.c_str()) != nullptr;
-}
-
 Call &Call::set(const std::string &name, const std::string &text) {
     if (!hostkit::set_value(req_.parms, name.c_str(), text.c_str()))
         ADD_FAILURE() << operation_ << " has no parameter record named " << name;
@@ -103,16 +88,15 @@ std::string Call::get(const std::string &name) const {
     return p->strval ? p->strval : "(no value)";
 }
 
-Outcome Call::run(int32_t op, int32_t timeout_ms) {
-    iiop_record r = hostkit::make_record(op);
+Outcome Call::invoke(int32_t flags, int32_t timeout_ms) {
+    req_.flags = flags;
+    iiop_record r = hostkit::make_record(IIOP_INVOKE);
     r.u.invoke.req = &req_;
     r.timeout_ms = timeout_ms;
-    int32_t result = client_.host().call(r);
-    Outcome o = outcome_of(r, result);
+    Outcome o = outcome_of(r, client_.host().call(r));
     if (r.u.invoke.connect_host) o.connect_host = r.u.invoke.connect_host;
     o.connect_port = r.u.invoke.connect_port;
     std::free(r.u.invoke.connect_host);
-    std::free(r.status_text);
     return o;
 }
 
@@ -130,30 +114,5 @@ const PrimitiveEcho kPrimitiveEchoes[10] = {
     // printable neighbour; a line feed comes back plain.
     {"string", "echo_string", "x`60`y", "`7860`y", "two`0a`lines", "two\nlines"},
 };
-
-Outcome Call::invoke(int32_t flags, int32_t timeout_ms) {
-    req_.flags = flags;
-    req_.request_id = client_.take_request_id();
-    return run(IIOP_INVOKE, timeout_ms);
-}
-
-std::string direction(const Call &call, const std::string &name) {
-    const ScriptParm *p = hostkit::find(call.parms(), name.c_str());
-    if (p == nullptr) return "no such record";
-    // Result records begin with ^, or, inside a sequence or struct result,
-    // with the inner name alone.
-    if (p->flags == PARM_OUT && (name[0] == '^' || name[0] == '.' || name[0] == '['))
-        return "result";
-    switch (p->flags) {
-        case PARM_IN:
-            return "in";
-        case PARM_OUT:
-            return "out";
-        case PARM_INOUT:
-            return "inout";
-        default:
-            return "flags " + std::to_string(p->flags);
-    }
-}
 
 }  // namespace bank

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host/kit/hostkit.h"
@@ -15,7 +16,6 @@ namespace bank {
 constexpr const char *kBankId = "IDL:Banking/Bank:1.0";
 constexpr const char *kDiagnosticsId = "IDL:Banking/Diagnostics:1.0";
 constexpr const char *kAccountId = "IDL:Banking/Account:1.0";
-constexpr const char *kSavingsId = "IDL:Banking/SavingsAccount:1.0";
 
 // Reply waits of ordinary calls: long enough for a loaded machine, short
 // enough that a lost reply fails the test quickly.
@@ -38,7 +38,7 @@ struct Outcome {
     int32_t status = 0;
     int32_t exception_index = 0;
     std::string text;          // status_text
-    std::string connect_host;  // connection fields of invoke and get_response
+    std::string connect_host;  // connection fields of invoke
     int32_t connect_port = 0;
 };
 
@@ -63,26 +63,19 @@ public:
         return bind(repoid, "", "IOR", ior.c_str());
     }
     int32_t release(void *objref);
+    // Calls operation, which takes no arguments, on objref; its result's
+    // value text, or "(failed: " and the status text ")".
+    std::string result(void *objref, const std::string &repoid, const std::string &operation);
     // Takes over a handle that a reply made (a reference result), so that
     // it is released with the others.
     void adopt(void *objref) { handles_.push_back(objref); }
 
-    // GIOP request ids run from 0 in each process, one per Request sent. A
-    // deferred call must be given its number, so the client counts them;
-    // requests the test cannot see (a location forward's repeat, a naming
-    // service's resolve) are added by hand.
-    int32_t take_request_id() { return next_request_id_++; }
-    void count_requests(int32_t n) { next_request_id_ += n; }
-
 private:
     hostkit::Host host_;
-    int32_t next_request_id_ = 0;
     std::vector<void *> handles_;
 };
 
 // One operation of one bound object: its parameter list and request block.
-// The block must stay where it is while a deferred request is outstanding,
-// so a Call is neither copied nor moved.
 class Call {
 public:
     // lengths: the script's sequence lengths, "NAME^length" to a number.
@@ -92,21 +85,17 @@ public:
     Call(const Call &) = delete;
     Call &operator=(const Call &) = delete;
 
-    bool has(const std::string &name) const;
     // Sets a value text; a name the list lacks fails the test.
     Call &set(const std::string &name, const std::string &text);
     // The value text of name: "(no value)" or "(no record)" when there is none.
     std::string get(const std::string &name) const;
     std::vector<std::string> names() const { return hostkit::names(req_.parms); }
-    ScriptParm *parms() const { return req_.parms; }
     iiop_req &req() { return req_; }
 
-    // iiop_invoke with flags IIOP_ONEWAY, IIOP_TWOWAY or IIOP_DEFERRED.
+    // iiop_invoke with flags IIOP_ONEWAY or IIOP_TWOWAY.
     Outcome invoke(int32_t flags = IIOP_TWOWAY, int32_t timeout_ms = kCallTimeoutMs);
 
 private:
-    Outcome run(int32_t op, int32_t timeout_ms);
-
     Client &client_;
     std::string operation_;
     std::string repoid_;
@@ -114,10 +103,6 @@ private:
     iiop_req req_{};
     hostkit::Plist plist_;
 };
-
-// "in", "out", "inout" or "result" for the record of name, from its flags
-// and its name; failure messages name the direction with it.
-std::string direction(const Call &call, const std::string &name);
 
 }  // namespace bank
 

@@ -3,8 +3,6 @@
 #ifndef ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
 #define ORBELLE_TESTS_INTEROP_BANK_FIXTURE_H
 
-#include <unistd.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -21,7 +19,11 @@ namespace bank {
 
 class BankTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(server_.running()) << "bank_server did not start"; }
+    void SetUp() override {
+        ASSERT_TRUE(server_.running()) << "bank_server did not start";
+        diag_ = diagnostics();
+        ASSERT_NE(diag_, nullptr) << "the Diagnostics reference does not bind";
+    }
 
     // The Diagnostics object, bound by its reference text.
     void *diagnostics() { return client_.bind_ior(kDiagnosticsId, server_.ior("Diagnostics")); }
@@ -29,15 +31,33 @@ protected:
     testsupport::TempDir dir_;
     BankServer server_{dir_.path()};
     Client client_;
+    void *diag_ = nullptr;  // the Diagnostics object, bound by SetUp
 };
 
-// orbelle-run against the bank: the demo's descriptions linked into the
-// test's folder, and the Diagnostics reference in DIAG_IOR for its scripts.
-class RunnerTest : public ::testing::Test {
+// The bank server registered with omniNames, both publishing profiles.
+template <Profiles profiles>
+class NamedBankTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(server_.running()) << "bank_server did not start";
-        ASSERT_EQ(symlink(ORBELLE_DEMO_DIR "/idl", (dir_.path() + "/idl").c_str()), 0);
+        ASSERT_TRUE(names_.running()) << "omniNames did not start";
+        ASSERT_TRUE(server_.running()) << "bank_server did not start with the naming service";
+    }
+
+    testsupport::TempDir dir_;
+    NameServer names_{dir_.path(), profiles};
+    BankServer server_{dir_.path(), names_.port(), profiles};
+    Client client_;
+};
+
+// The line of a script that binds diag to the Diagnostics object.
+const std::string kBindDiag = "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n";
+
+// orbelle-run against the bank in the test's folder, where the client linked
+// the demo's descriptions, with the Diagnostics reference in DIAG_IOR.
+class RunnerTest : public BankTest {
+protected:
+    void SetUp() override {
+        BankTest::SetUp();
         setenv("DIAG_IOR", server_.ior("Diagnostics").c_str(), 1);
     }
     // orbelle-run with args in the test's folder: its exit status, its
@@ -55,15 +75,11 @@ protected:
     long requests_served() {
         std::string out;
         run(script("count.orb",
-                   "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n"
-                   "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"),
+                   kBindDiag + "params diag requests_served\ninvoke\ncheck ^requests_served < 0\n"),
             out);
         size_t at = out.find("got '");
         return at == std::string::npos ? -1 : std::stol(out.substr(at + 5));
     }
-
-    testsupport::TempDir dir_;
-    BankServer server_{dir_.path()};
 };
 
 // One value of an echo_ operation: the record name behind the parameter's
@@ -78,13 +94,20 @@ struct Field {
     std::string result = {};
 };
 
-// Runs operation on the Diagnostics object with a and c set from fields, and
-// checks that the result and c come back as a, and b as the old c. Fields
-// named "...^length" also give the script's sequence lengths. Failures name
-// construct, the direction and the record.
+// Runs operation on the Diagnostics object with a (in) and c (inout) set from
+// fields, and checks that the result and c come back as a, and b (out) as the
+// old c. Fields named "...^length" also give the script's sequence lengths.
+// Failures name construct and the record.
 void expect_echo(Client &client, void *diagnostics, const std::string &operation,
                  const std::string &construct, const std::vector<Field> &fields,
                  const std::map<std::string, std::string> &lengths = {});
+
+// Calls _get_name on a Bank handle; the bank's name, or what went wrong.
+std::string bank_name(Client &client, void *bank);
+
+// Writes the agent stand-in's directory file with lines and points the
+// stand-in at it.
+void use_agents(const std::string &file, const std::string &lines);
 
 // Sends the references of accounts 1001 and 1002 through echo_account in a
 // and c, then binds the references that come back (result, b, c) and calls

@@ -3,7 +3,6 @@
 #ifndef ORBELLE_TESTS_INTEROP_BANK_SERVERS_H
 #define ORBELLE_TESTS_INTEROP_BANK_SERVERS_H
 
-#include <map>
 #include <string>
 
 #include "tests/interop/process.h"
@@ -35,44 +34,27 @@ private:
 };
 
 // The demo's bank_server. Its objects live on fixed keys, so a restart on the
-// same port serves the same references.
-class BankServer {
+// same port serves the same references: "Bank", "Diagnostics",
+// "Account/1001", "Account/1002", "SavingsAccount/1003", "Forward/Bank" and
+// "Forward/Diagnostics".
+class BankServer : public interop::Server {
 public:
     // dir: where the list file goes. naming_port: nonzero registers Bank and
     // Diagnostics with the naming service on that port.
     explicit BankServer(const std::string &dir, uint16_t naming_port = 0,
                         Profiles profiles = Profiles::kIiop10);
-    ~BankServer();
-    BankServer(const BankServer &) = delete;
-    BankServer &operator=(const BankServer &) = delete;
 
     // Starts the server on port() and waits for it to be ready.
     bool start();
-    // Stops it with the signal and waits for it to end. SIGTERM lets omniORB
-    // close its connections; SIGKILL drops them as a crash would.
-    void stop(int signal);
-    // Sends a signal and leaves the server be; after SIGSTOP the server is
-    // frozen when this returns.
-    void signal(int signal) const;
-    bool running() const { return pid_ > 0; }
-
     uint16_t port() const { return port_; }
-    // The reference the server printed for name ("Bank", "Diagnostics",
-    // "Account/1001", "Account/1002", "SavingsAccount/1003", "Forward/Bank",
-    // "Forward/Diagnostics"); empty when it printed none.
-    std::string ior(const std::string &name) const;
     // The "repository id,IOR" list file the server wrote.
     const std::string &list_file() const { return list_file_; }
 
 private:
-    std::string dir_;
     std::string list_file_;
     uint16_t naming_port_;
     Profiles profiles_;
-    uint16_t port_;
-    pid_t pid_ = -1;
-    int out_fd_ = -1;  // kept open so that a late line never meets a closed pipe
-    std::map<std::string, std::string> refs_;
+    uint16_t port_ = interop::free_port();
 };
 
 }  // namespace bank

@@ -1,20 +1,10 @@
-// Every way of finding a bank object, and a reference that forwards.
-#include <cstdlib>
-#include <fstream>
-
+// Every way of finding a bank object, also where the servers publish
+// omniORB's default profiles.
 #include "tests/interop/bank/bank_fixture.h"
 #include "trace/trace.h"
 
 namespace bank {
 namespace {
-
-// Calls _get_name on a Bank handle; the bank's name, or what went wrong.
-std::string bank_name(Client &client, void *bank) {
-    if (bank == nullptr) return "(not bound)";
-    Call name(client, bank, kBankId, "_get_name");
-    Outcome o = name.invoke();
-    return o.result == 0 ? name.get("^_get_name") : "(failed: " + o.text + ")";
-}
 
 TEST_F(BankTest, BindsByListFile) {
     std::string modus = "FILE(" + server_.list_file() + ")";
@@ -27,9 +17,7 @@ TEST_F(BankTest, BindsByListFile) {
     // no part.
     void *acct = client_.bind(kAccountId, "1002", modus);
     ASSERT_NE(acct, nullptr);
-    Call number(client_, acct, kAccountId, "_get_number");
-    ASSERT_EQ(number.invoke().result, 0);
-    EXPECT_EQ(number.get("^_get_number"), "1001");
+    EXPECT_EQ(client_.result(acct, kAccountId, "_get_number"), "1001");
 
     Outcome o;
     EXPECT_EQ(client_.bind("IDL:Banking/Unknown:1.0", "x", modus, nullptr, nullptr, &o), nullptr);
@@ -39,13 +27,10 @@ TEST_F(BankTest, BindsByListFile) {
 
 // The agent stand-in answers from a directory file.
 TEST_F(BankTest, BindsThroughTheAgentStandIn) {
-    std::string directory = dir_.path() + "/agents.txt";
-    std::ofstream(directory) << "# port, repository id, instance id, reference\n"
-                             << "14000 " << kBankId << " Bank " << server_.ior("Bank") << "\n"
-                             << "15000 " << kDiagnosticsId << " Diagnostics "
-                             << server_.ior("Diagnostics") << "\n";
-    setenv("ZANTH_HOME", ORBELLE_BINARY_DIR "/zanth", 1);
-    setenv("ZANTH_AGENT_DIRECTORY", directory.c_str(), 1);
+    use_agents(dir_.path() + "/agents.txt",
+               "# port, repository id, instance id, reference\n14000 " + std::string(kBankId) +
+                   " Bank " + server_.ior("Bank") + "\n15000 " + kDiagnosticsId + " Diagnostics " +
+                   server_.ior("Diagnostics") + "\n");
 
     std::string bound;
     void *bank = client_.bind(kBankId, "Bank", "Visibroker", nullptr, &bound);
@@ -54,8 +39,7 @@ TEST_F(BankTest, BindsThroughTheAgentStandIn) {
 
     void *diag = client_.bind(kDiagnosticsId, "Diagnostics", "Visibroker(15000)", nullptr, &bound);
     ASSERT_NE(diag, nullptr) << "bound by the agent on port 15000";
-    Call count(client_, diag, kDiagnosticsId, "notes_count");
-    EXPECT_EQ(count.invoke().result, 0);
+    EXPECT_EQ(client_.result(diag, kDiagnosticsId, "notes_count"), "0");
 
     Outcome o;
     EXPECT_EQ(client_.bind(kBankId, "Bank", "Visibroker(15000)", nullptr, nullptr, &o), nullptr)
@@ -63,31 +47,46 @@ TEST_F(BankTest, BindsThroughTheAgentStandIn) {
     EXPECT_EQ(o.exception_index, 2);
 }
 
-class NamingTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(names_.running()) << "omniNames did not start";
-        ASSERT_TRUE(server_.running()) << "bank_server did not start with the naming service";
-    }
-
-    testsupport::TempDir dir_;
-    NameServer names_{dir_.path()};
-    BankServer server_{dir_.path(), names_.port()};
-    Client client_;
-};
+using NamingTest = NamedBankTest<Profiles::kIiop10>;
 
 // The agent hands out the naming service's reference, which then resolves
 // the instance id.
 TEST_F(NamingTest, BindsByNamingServiceFoundThroughTheAgent) {
-    std::string directory = dir_.path() + "/agents.txt";
-    std::ofstream(directory) << "14000 IDL:omg.org/CosNaming/NamingContext:1.0 Names "
-                             << names_.reference() << "\n";
-    setenv("ZANTH_HOME", ORBELLE_BINARY_DIR "/zanth", 1);
-    setenv("ZANTH_AGENT_DIRECTORY", directory.c_str(), 1);
+    use_agents(dir_.path() + "/agents.txt",
+               "14000 IDL:omg.org/CosNaming/NamingContext:1.0 Names " + names_.reference() + "\n");
     std::string bound;
     void *bank = client_.bind(kBankId, "Bank", "VisibrokerNameService(Names)", nullptr, &bound);
     EXPECT_EQ(bound, "VisibrokerNameService(Names)");
     EXPECT_EQ(bank_name(client_, bank), "Harbour Bank") << "bound through agent and naming service";
+}
+
+// The bank server and omniNames in omniORB's default configuration: every
+// reference they publish carries an IIOP 1.2 profile with tagged components,
+// and they answer our GIOP 1.0 Requests in GIOP 1.0.
+using DefaultProfilesTest = NamedBankTest<Profiles::kDefault>;
+
+TEST_F(DefaultProfilesTest, BindsByReferenceListFileAndNamingService) {
+    set_debug_level(2);  // decoder and message lines
+    hostkit::clear_printed();
+    auto name_by = [&](const std::string &modus, const char *ior = nullptr) {
+        return bank_name(client_, client_.bind(kBankId, "Bank", modus, ior));
+    };
+    EXPECT_EQ(name_by("IOR", server_.ior("Bank").c_str()), "Harbour Bank") << "by reference";
+    set_debug_level(0);
+    // The server's own profile; we still speak GIOP 1.0, and so does the server.
+    for (const char *line : {"iiop_version 1.2", "send GIOP v1.0 msg", "recv GIOP v1.0 msg"})
+        EXPECT_TRUE(hostkit::printed_contains(line)) << line;
+    EXPECT_EQ(name_by("FILE(" + server_.list_file() + ")"), "Harbour Bank") << "by list file";
+    EXPECT_EQ(name_by("NameService(" + names_.reference() + ")"), "Harbour Bank")
+        << "by naming service";
+}
+
+// References of 1.2 profiles sent in and inout go back as 1.0 profiles; those
+// that come back are bound and called.
+TEST_F(DefaultProfilesTest, ReturnedReferencesAreBoundAndCalled) {
+    void *diag = client_.bind_ior(kDiagnosticsId, server_.ior("Diagnostics"));
+    ASSERT_NE(diag, nullptr);
+    expect_account_echo(client_, diag, server_);
 }
 
 }  // namespace

@@ -2,20 +2,13 @@
 // across iterations, and set-up and tear-down once per user alone, under
 // --users and under --serve, counted by the server itself.
 #include "tests/interop/bank/bank_fixture.h"
-#include "tests/unit/tools/run_tool.h"
 
 namespace bank {
 namespace {
 
-const char bind_line[] = "bind diag IDL:Banking/Diagnostics:1.0 Diagnostics IOR ${DIAG_IOR}\n";
-const char echo[] = "params diag echo_long\nset a 1\nset c 2\ninvoke\n";
+using testsupport::count_of;
 
-// Occurrences of text in out.
-int count(const std::string &out, const std::string &text) {
-    int n = 0;
-    for (size_t at = 0; (at = out.find(text, at)) != std::string::npos; at += text.size()) ++n;
-    return n;
-}
+const std::string echo = "params diag echo_long\nset a 1\nset c 2\ninvoke\n";
 
 // Text with each run of blanks made one blank.
 std::string squashed(const std::string &text) {
@@ -39,11 +32,11 @@ protected:
 TEST_F(Lifecycle, BindingsAndTheirConnectionsAreKeptUnlessArgumentsChangeOrFreshIsAsked) {
     struct Case {
         const char *flags;
-        const char *bind;
-        int connects, kept, binds;
+        std::string bind;
+        size_t connects, kept, binds;
     } cases[] = {
-        {"", bind_line, 1, 2, 1},
-        {"--fresh-binds", bind_line, 3, 0, 3},
+        {"", kBindDiag, 1, 2, 1},
+        {"--fresh-binds", kBindDiag, 3, 0, 3},
         {"", "bind diag IDL:Banking/Diagnostics:1.0 d${ITERATION} IOR ${DIAG_IOR}\n", 3, 0, 3},
         {"--fresh-binds", "bind once diag IDL:Banking/Diagnostics:1.0 d IOR ${DIAG_IOR}\n", 1, 0,
          1},
@@ -51,15 +44,13 @@ TEST_F(Lifecycle, BindingsAndTheirConnectionsAreKeptUnlessArgumentsChangeOrFresh
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.flags) + " " + c.bind);
         std::string out;
-        EXPECT_EQ(
-            run_script(std::string(c.flags) + " --iterations 3", std::string(c.bind) + echo, out),
-            0)
+        EXPECT_EQ(run_script(std::string(c.flags) + " --iterations 3", c.bind + echo, out), 0)
             << out;
-        EXPECT_EQ(count(out, "connected to 127.0.0.1:"), c.connects) << out;
-        EXPECT_EQ(count(out, "kept: bound so already, nothing sent"), c.kept) << out;
-        EXPECT_EQ(count(out, "\nbind diag " + std::to_string(c.binds) + " 0 "), 1) << out;
+        EXPECT_EQ(count_of(out, "connected to 127.0.0.1:"), c.connects) << out;
+        EXPECT_EQ(count_of(out, "kept: bound so already, nothing sent"), c.kept) << out;
+        EXPECT_EQ(count_of(out, "\nbind diag " + std::to_string(c.binds) + " 0 "), 1u) << out;
         // The library built the list once; the other two were copies.
-        EXPECT_EQ(count(out, "\nparams echo_long 1 0 "), 1) << out;
+        EXPECT_EQ(count_of(out, "\nparams echo_long 1 0 "), 1u) << out;
     }
 }
 
@@ -103,14 +94,14 @@ TEST_F(Lifecycle, SetUpAndTearDownRunOncePerUserInEveryMode) {
         long before = requests_served();
         std::string out;
         EXPECT_EQ(run_script(c.args,
-                             std::string("setup\n") + bind_line + echo + "check ^echo_long " +
-                                 c.setup_check + "\niteration\n" + echo + "teardown\n" + echo,
+                             "setup\n" + kBindDiag + echo + "check ^echo_long " + c.setup_check +
+                                 "\niteration\n" + echo + "teardown\n" + echo,
                              out),
                   c.status)
             << out;
         EXPECT_EQ(requests_served() - before - 1, c.requests) << out;
         for (const std::string &text : c.seen)
-            EXPECT_EQ(count(out, text), 1) << text << "\n" << out;
+            EXPECT_EQ(count_of(out, text), 1u) << text << "\n" << out;
     }
 }
 
