@@ -1,22 +1,9 @@
 #include "gateway/bind.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "data/environment.h"
-#include "gateway/connections.h"
 #include "gateway/report.h"
 #include "giop/endpoint.h"
-#include "giop/orb.h"
 #include "platform/socket.h"
-#include "tests/peer/peer.h"
-#include "tests/support.h"
-#include "trace/trace.h"
+#include "tests/unit/gateway/road.h"
 
 namespace {
 // Nothing listens at port 1: binding never connects, so these still bind.
@@ -33,14 +20,9 @@ struct Bind : ::testing::Test {
     // iiop_bind of IDL:A:1.0 instance "one"; bound_modus and status_text are
     // copied out ("untouched" when not written) and their blocks freed.
     int32_t bind(const std::string &modus, const char *ior = nullptr) {
-        record = hostkit::make_record(IIOP_BIND);
-        record.u.bind = {const_cast<char *>("IDL:A:1.0"),
-                         const_cast<char *>("one"),
-                         const_cast<char *>(ior),
-                         const_cast<char *>(modus.c_str()),
-                         untouched,
-                         untouched};
-        record.status_text = untouched;
+        record = road::bind_record(modus.c_str(), ior, "IDL:A:1.0", "one");
+        record.u.bind.objref = untouched;
+        record.u.bind.bound_modus = record.status_text = untouched;
         hostkit::clear_printed();
         int32_t result = host.call(record);
         if (result == IIOP_OK) bound.push_back(record.u.bind.objref);

@@ -12,11 +12,9 @@
 #include "data/decoder.h"
 #include "data/stdtypes.h"
 #include "gateway/getior.h"
-#include "tests/support.h"
 #include "tests/unit/data/tc_builder.h"
 #include "tests/unit/gateway/road.h"
 #include "tests/unit/repository/pirtest.h"
-#include "trace/trace.h"
 
 namespace {
 
@@ -108,11 +106,7 @@ bool list_line_read(uint64_t n) {
     testsupport::TempDir dir;
     std::string line = "A," + std::string(n - 2, 'x');
     dir.write("list", line + "\n");
-    char repository_id[] = "A";
-    char instance_id[] = "one";
-    iiop_record record = hostkit::make_record(IIOP_BIND);
-    record.u.bind.repository_id = repository_id;
-    record.u.bind.instance_id = instance_id;
+    iiop_record record = road::bind_record(nullptr, nullptr, "A", "one");
     std::string alternative = "filed(" + dir.path() + "/list)";
     return get_ior(&record, alternative.c_str()) == line.substr(2);
 }
