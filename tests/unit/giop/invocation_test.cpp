@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "data/environment.h"
@@ -38,16 +37,13 @@ struct Call : giop_test::ShortTimeout {
     }
 };
 
-struct Delivery {
-    uint32_t status;
-    uint32_t first_value;
-};
-std::vector<Delivery> deliveries;
+// Status and first value (0 when not in hand) of each reply handed over.
+std::vector<std::pair<uint32_t, uint32_t>> deliveries;
 void record_delivery(objrefdata *, iiop_req *, Environment &, uint32_t status, int in_hand,
                      CDR *stream) {
     uint32_t v = 0;
     stream->get_long(&v);
-    deliveries.push_back({status, in_hand != 0 ? v : 0u});
+    deliveries.emplace_back(status, in_hand != 0 ? v : 0u);
 }
 
 TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
@@ -60,11 +56,10 @@ TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
         .wait_forever();
     c.begin();
     iiop_target target{};
+    iiop_req deferred{}, other{};
     target.objref = c.ref;
-    iiop_req deferred{};
-    deferred.request_id = 7;
     deferred.target = &target;
-    iiop_req other{};
+    deferred.request_id = 7;
     other.request_id = 9;
     ASSERT_TRUE(wait_list_add(&deferred) && wait_list_add(&other) && wait_list_add(&deferred));
     set_deferred_reply_reader(record_delivery);
@@ -75,9 +70,7 @@ TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
     uint32_t v = 0;
     EXPECT_EQ(inv.stream.get_long(&v), 1);
     EXPECT_EQ(v, 0x55u);
-    ASSERT_EQ(deliveries.size(), 1u);
-    EXPECT_EQ(deliveries[0].status, 0u);
-    EXPECT_EQ(deliveries[0].first_value, 0x77u);
+    EXPECT_EQ(deliveries, (std::vector<std::pair<uint32_t, uint32_t>>{{0, 0x77}}));
     ASSERT_NE(wait_list, nullptr);  // both entries of 7 went, 9 stays
     EXPECT_EQ(wait_list->req, &other);
     EXPECT_EQ(wait_list->next, nullptr);

@@ -69,23 +69,11 @@ TEST(Message, RequestIsWrittenByteForByteWithZeroPadding) {
     }
     ASSERT_TRUE(p.wait());
     ASSERT_EQ(p.messages().size(), 2u);
-    const std::string expected(
-        "GIOP\x01\x00\x01\x00"  // magic, 1.0, little-endian, Request
-        "\x2c\x00\x00\x00"      // 44 bytes behind the header
-        "\x00\x00\x00\x00"      // no service contexts
-        "\x04\x03\x02\x01"      // request id
-        "\x01"                  // response expected
-        "\x00\x00\x00"          // padding
-        "\x03\x00\x00\x00"
-        "ab\x01"  // object key
-        "\x00"    // padding
-        "\x09\x00\x00\x00"
-        "echoLong\x00"       // operation
-        "\x00\x00\x00"       // padding
-        "\x00\x00\x00\x00"   // empty Principal
-        "\x44\x33\x22\x11",  // the argument
-        56);
-    EXPECT_EQ(p.messages()[0], expected);
+    // No service contexts, the id, response expected, the key, the
+    // operation, an empty Principal and the argument; every gap holds zeros.
+    peer::Writer body;
+    body.ulong(0).ulong(0x01020304).octet(1).octets("ab\x01").string("echoLong").octets("");
+    EXPECT_EQ(p.messages()[0], peer::message(0, body.ulong(0x11223344).bytes()));
     peer::Request r = peer::parse_request(p.messages()[1]);
     ASSERT_TRUE(r.valid);
     EXPECT_EQ(r.request_id, 0x01020305u);
@@ -151,13 +139,8 @@ TEST(Message, MessageSplitAtEveryByteIsReassembled) {
     EXPECT_EQ(w.stream.space_left, 12u + 10u);
 }
 
-}  // namespace
-
-namespace {
-
 TEST(MessageTrace, ConnectFailuresAndTrafficAreTraced) {
-    hostkit::Host host = testsupport::linked_host();
-    (void)host;
+    [[maybe_unused]] hostkit::Host host = testsupport::linked_host();
     set_debug_level(4);
     uint16_t closed = peer::closed_port();
     Environment env;
@@ -178,7 +161,6 @@ TEST(MessageTrace, ConnectFailuresAndTrafficAreTraced) {
     EXPECT_TRUE(hostkit::printed_contains("send GIOP v1.0 msg, 4 data bytes, my endian, Request"));
     EXPECT_TRUE(
         hostkit::printed_contains("recv GIOP v1.0 msg, 12 data bytes, other endian, Reply"));
-    EXPECT_TRUE(hostkit::printed_contains("data bytes"));
     set_debug_level(0);
 }
 
