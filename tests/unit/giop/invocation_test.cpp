@@ -13,29 +13,9 @@
 
 namespace {
 
+using giop_test::Call;
 using giop_test::id_of;
 const ExceptionTable kNoExceptions{0, nullptr};
-
-struct Call : giop_test::ShortTimeout {
-    peer::ScriptedPeer peer;
-    objref *ref = nullptr;
-    Environment env;
-    void begin(const std::string &key = "key") {
-        peer.start();
-        ref = giop_test::reference(peer.port(), key);
-    }
-    ~Call() {
-        Environment e;
-        release_objref(ref, e);
-    }
-    // One two-way call of echo(long) whose result is read back.
-    int call(GIOP::Invocation &inv, uint32_t arg = 42) {
-        inv.start(nullptr, env, 0, nullptr);
-        if (env.has_exception()) return -1;
-        inv.stream.put_long(arg);
-        return inv.invoke(kNoExceptions, env, 0);
-    }
-};
 
 // Status and first value (0 when not in hand) of each reply handed over.
 std::vector<std::pair<uint32_t, uint32_t>> deliveries;

@@ -3,13 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstring>
+#include <tuple>
 
-#include "data/cdr.h"
-#include "data/environment.h"
 #include "giop/endpoint.h"
-#include "giop/invocation.h"
-#include "tests/peer/peer.h"
 #include "tests/support.h"
 #include "tests/unit/giop/giop_fixture.h"
 #include "trace/trace.h"
@@ -19,13 +15,10 @@ namespace {
 using giop_test::id_of;
 
 // A connected socket to a peer that runs the given steps.
-struct Wire : giop_test::ShortTimeout {
-    peer::ScriptedPeer peer;
-    objref *ref = nullptr;
+struct Wire : giop_test::Call {
     client_endpoint *ep = nullptr;
     alignas(16) unsigned char array[1430];
     CDR stream;
-    Environment env;
 
     Wire() { stream.attach_buffer(array, sizeof array); }
     void connect() {
@@ -34,21 +27,15 @@ struct Wire : giop_test::ShortTimeout {
         ASSERT_NE(ep, nullptr);
     }
     int read() { return GIOP::read_message(*ep, stream, env); }
-    ~Wire() {
-        Environment e;
-        release_objref(ref, e);
-    }
 };
 
 TEST(Message, RequestIsWrittenByteForByteWithZeroPadding) {
-    giop_test::ShortTimeout t;
-    peer::ScriptedPeer p;
-    p.accept().read_message().read_message();
-    p.start();
-    objref *ref = giop_test::reference(p.port(), "ab\\01");
+    giop_test::Call c;
+    c.peer.accept().read_message().read_message();
+    c.begin("ab\\01");
     {
-        GIOP::Invocation inv(ref->data, "echoLong", 1);
-        Environment env;
+        GIOP::Invocation inv(c.ref->data, "echoLong", 1);
+        Environment &env = c.env;
         // A longer message built first on the same stream leaves its bytes
         // where the next one has padding.
         inv.start(nullptr, env, 0, "\\ff\\ff\\ff\\ff\\ff\\ff\\ff\\ff");
@@ -62,27 +49,22 @@ TEST(Message, RequestIsWrittenByteForByteWithZeroPadding) {
         EXPECT_EQ(inv.invoke({0, nullptr}, env, 0), NO_EXCEPTION);
     }
     {
-        GIOP::Invocation oneway(ref->data, "ping", 0);
-        Environment env;
-        oneway.start(nullptr, env, 0, "who");
-        EXPECT_EQ(oneway.invoke({0, nullptr}, env, 0), NO_EXCEPTION);
+        GIOP::Invocation oneway(c.ref->data, "ping", 0);
+        oneway.start(nullptr, c.env, 0, "who");
+        EXPECT_EQ(oneway.invoke({0, nullptr}, c.env, 0), NO_EXCEPTION);
     }
-    ASSERT_TRUE(p.wait());
-    ASSERT_EQ(p.messages().size(), 2u);
+    ASSERT_TRUE(c.peer.wait());
+    ASSERT_EQ(c.peer.messages().size(), 2u);
     // No service contexts, the id, response expected, the key, the
     // operation, an empty Principal and the argument; every gap holds zeros.
     peer::Writer body;
     body.ulong(0).ulong(0x01020304).octet(1).octets("ab\x01").string("echoLong").octets("");
-    EXPECT_EQ(p.messages()[0], peer::message(0, body.ulong(0x11223344).bytes()));
-    peer::Request r = peer::parse_request(p.messages()[1]);
-    ASSERT_TRUE(r.valid);
-    EXPECT_EQ(r.request_id, 0x01020305u);
-    EXPECT_EQ(r.response_expected, 0);
-    EXPECT_EQ(r.operation, "ping");
-    EXPECT_EQ(r.principal, "who");
-    EXPECT_EQ(r.size + 12, p.messages()[1].size());
-    Environment env;
-    release_objref(ref, env);
+    EXPECT_EQ(c.peer.messages()[0], peer::message(0, body.ulong(0x11223344).bytes()));
+    peer::Request r = peer::parse_request(c.peer.messages()[1]);
+    EXPECT_EQ(
+        std::tie(r.valid, r.request_id, r.response_expected, r.operation, r.principal),
+        std::make_tuple(true, 0x01020305u, uint8_t{0}, std::string("ping"), std::string("who")));
+    EXPECT_EQ(r.size + 12, c.peer.messages()[1].size());
 }
 
 TEST(Message, BadHeadersAndCutOffMessagesFail) {

@@ -24,34 +24,20 @@ std::string echo(const peer::Request &r) {
     return peer::long_reply(r.request_id, r.request_id + 1000);
 }
 
-struct Line : giop_test::ShortTimeout {
+struct Line : giop_test::Call {
     hostkit::Host host = testsupport::linked_host();
-    peer::ScriptedPeer peer;
-    objref *ref = nullptr;
-    Environment env;
     int connections_closed = 0;
 
     Line() {
         timeout_ms = 1000;
         set_debug_level(1);
     }
-    ~Line() {
-        set_debug_level(0);
-        Environment e;
-        release_objref(ref, e);
-    }
-    void begin() {
-        peer.start();
-        ref = giop_test::reference(peer.port());
-    }
+    ~Line() { set_debug_level(0); }
     // One two-way call; value gets the long of a normal Reply. Notes
     // whether the call left its connection dead.
     int call(uint32_t *value = nullptr) {
         GIOP::Invocation inv(ref->data, "op", 1);
-        inv.start(nullptr, env, 0, nullptr);
-        if (env.has_exception()) return -1;
-        inv.stream.put_long(7);
-        int status = inv.invoke({0, nullptr}, env, 0);
+        int status = Call::call(inv, 7);
         if (status == NO_EXCEPTION && value != nullptr && !inv.stream.get_long(value)) return -2;
         if (inv.endpoint != nullptr && inv.endpoint->fd == -1) ++connections_closed;
         return status;
