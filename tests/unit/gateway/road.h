@@ -35,9 +35,9 @@ public:
     Parms() = default;
     // A list of one out long, holding "old".
     explicit Parms(const char *out_long) { add(PARM_OUT, 3, out_long, "old"); }
-    Parms(std::initializer_list<Rec> records) {
-        for (const Rec &r : records) add(r.flags, r.type, r.name, r.value, r.supertype);
-    }
+    Parms(std::initializer_list<Rec> records) { add(records); }
+    Parms(const Parms &) = delete;
+    Parms &operator=(const Parms &) = delete;
     ~Parms() { hostkit::free_list(head); }
     ScriptParm *add(int32_t flags, int32_t type, const char *name, const char *value,
                     int32_t supertype = 0) {
@@ -50,6 +50,9 @@ public:
         (head == nullptr ? head : tail->next) = p;
         tail = p;
         return p;
+    }
+    void add(std::initializer_list<Rec> records) {
+        for (const Rec &r : records) add(r.flags, r.type, r.name, r.value, r.supertype);
     }
     // A sequence of long: its length record and n element records.
     void sequence(int32_t flags, const std::string &base, int n, const char *value = "old") {

@@ -4,10 +4,7 @@
 
 #include <string>
 
-#include "data/environment.h"
-#include "host/harnix/harnix.h"
 #include "platform/socket.h"
-#include "tests/peer/peer.h"
 #include "tests/unit/giop/giop_fixture.h"
 
 namespace {

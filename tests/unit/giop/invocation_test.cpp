@@ -5,10 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "data/environment.h"
 #include "giop/endpoint.h"
 #include "giop/waitlist.h"
-#include "tests/peer/peer.h"
 #include "tests/unit/giop/giop_fixture.h"
 
 namespace {

@@ -6,10 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "data/environment.h"
 #include "giop/endpoint.h"
-#include "giop/invocation.h"
-#include "tests/peer/peer.h"
 #include "tests/support.h"
 #include "tests/unit/giop/giop_fixture.h"
 #include "trace/trace.h"

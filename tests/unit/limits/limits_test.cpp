@@ -117,30 +117,24 @@ bool csv_accepted(const std::string &text) { return pirtest::parse_failure(text)
 // then with a long: whether the call gets the long.
 struct Door : road::Road {
     void TestBody() override {}
-    int32_t two_way(uint16_t port, road::Parms &p) {
-        return invoke(request(bind(port), IIOP_TWOWAY, "op", p));
+    bool heard_after_forwards(uint64_t n) {
+        peer::ScriptedPeer peer;
+        uint16_t port = peer.port();
+        peer.accept();
+        for (uint64_t i = 0; i < n; ++i)
+            peer.read_message().send_for(road::answer(
+                [port](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", port, "key"); }, 3));
+        peer.read_message().send_for(peer::answer_long(5));
+        road::Parms p("r");
+        iiop_req &req = request(bind(peer), IIOP_TWOWAY, "op", p);
+        hostkit::clear_printed();
+        if (invoke(req) == IIOP_OK) return std::strcmp(p.value("r"), "5") == 0;
+        EXPECT_EQ(text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+        EXPECT_TRUE(hostkit::printed_contains("vu_do_call:  sent " + std::to_string(n) +
+                                              " times without a reply, giving up"));
+        return false;
     }
-    const std::string &status_text() const { return text; }
 };
-bool heard_after_forwards(uint64_t n) {
-    Door door;
-    peer::ScriptedPeer peer;
-    uint16_t port = peer.port();
-    peer.accept();
-    for (uint64_t i = 0; i < n; ++i)
-        peer.read_message().send_for(road::answer(
-            [port](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", port, "key"); }, 3));
-    peer.read_message().send_for(peer::answer_long(5));
-    peer.start();
-    road::Parms p("r");
-    hostkit::clear_printed();
-    int32_t result = door.two_way(port, p);
-    if (result == IIOP_OK) return std::strcmp(p.value("r"), "5") == 0;
-    EXPECT_EQ(door.status_text(), "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
-    EXPECT_TRUE(hostkit::printed_contains("vu_do_call:  sent " + std::to_string(n) +
-                                          " times without a reply, giving up"));
-    return false;
-}
 
 struct Edge {
     const char *limit;
@@ -188,7 +182,8 @@ TEST(Limits, EachLimitAcceptsItsValueAndRefusesOneMore) {
              return csv_accepted("opr a b normal res . array " + std::to_string(n) + " . long");
          }},
         {"max_list_line", limits::max_list_line, list_line_read},
-        {"max_call_restarts", limits::max_call_restarts, heard_after_forwards},
+        {"max_call_restarts", limits::max_call_restarts,
+         [](uint64_t n) { return Door().heard_after_forwards(n); }},
     };
     for (const Edge &e : edges) {
         EXPECT_TRUE(e.accepted(e.value)) << e.limit << " at " << e.value;
