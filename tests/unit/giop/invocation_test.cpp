@@ -26,12 +26,8 @@ void record_delivery(objrefdata *, iiop_req *, Environment &, uint32_t status, i
 
 TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
     Call c;
-    c.peer.accept()
-        .read_message()
-        .send(peer::long_reply(7, 0x77))
-        .send(peer::long_reply(6, 0x66))
-        .send(peer::long_reply(5, 0x55))
-        .wait_forever();
+    c.peer.accept().read_message().send(peer::long_reply(7, 0x77));
+    c.peer.send(peer::long_reply(6, 0x66)).send(peer::long_reply(5, 0x55)).wait_forever();
     c.begin();
     iiop_target target{};
     iiop_req deferred{}, other{};
@@ -75,23 +71,15 @@ TEST(Invocation, BadReplyStatusAbortsWithTheFixedMessageError) {
 
 TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
     peer::ScriptedPeer target;
-    target.accept()
-        .read_message()
-        .send_for(peer::answer())
-        .read_message()
-        .send(peer::close_connection())
-        .close();
+    target.accept().read_message().send_for(peer::answer()).read_message();
+    target.send(peer::close_connection()).close();
     target.start();
     Call c;
     std::string fwd = peer::ior_bytes("IDL:X:1.0", "127.0.0.1", target.port(), "there");
-    c.peer.accept()
-        .read_message()
-        .send_for([&](const peer::Request &r) {
-            return peer::reply(r.request_id, 3, [&](peer::Writer &w) { w.raw(fwd.substr(4)); });
-        })
-        .read_message()
-        .send_for(peer::answer())
-        .wait_forever();
+    c.peer.accept().read_message().send_for([&](const peer::Request &r) {
+        return peer::reply(r.request_id, 3, [&](peer::Writer &w) { w.raw(fwd.substr(4)); });
+    });
+    c.peer.read_message().send_for(peer::answer()).wait_forever();
     c.begin("here");
     {
         GIOP::Invocation inv(c.ref->data, "echo", 1);
@@ -115,10 +103,9 @@ TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
 
 TEST(Invocation, ForwardToNilReferenceFailsAndKeepsConnection) {
     Call c;
-    c.peer.accept()
-        .read_message()
-        .send_for(peer::answer([](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }, 3))
-        .wait_forever();
+    c.peer.accept().read_message();
+    c.peer.send_for(peer::answer([](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }, 3));
+    c.peer.wait_forever();
     c.begin();
     GIOP::Invocation inv(c.ref->data, "echo", 1);
     EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);

@@ -69,11 +69,10 @@ TEST(Message, RequestIsWrittenByteForByteWithZeroPadding) {
 
 TEST(Message, BadHeadersAndCutOffMessagesFail) {
     Wire w;
-    w.peer.accept()
-        .send(peer::message(1, "", true, 1))  // minor version 1
-        .send(std::string("GIOX\x01\x00\x01\x01\x00\x00\x00\x00", 12))
-        .send(peer::message_with_size(1, 8, "abc"))  // end of stream inside the body
-        .close();
+    // Minor version 1, a wrong magic, the end of stream inside the body.
+    w.peer.accept().send(peer::message(1, "", true, 1));
+    w.peer.send(std::string("GIOX\x01\x00\x01\x01\x00\x00\x00\x00", 12));
+    w.peer.send(peer::message_with_size(1, 8, "abc")).close();
     w.connect();
     // The last read meets the end of the stream before a header.
     for (const char *id : {exid::MARSHAL, exid::MARSHAL, exid::COMM_FAILURE, exid::COMM_FAILURE}) {

@@ -19,16 +19,14 @@ TEST(ReplyContexts, ThoseAheadOfTheIdArePassedOver) {
         for (const auto *contexts : {&none, &one, &two}) {
             SCOPED_TRACE(std::to_string(contexts->size()) + (little ? " little" : " big"));
             giop_test::Call c;
-            c.peer.accept()
-                .read_message()
-                .send_for([&](const peer::Request &r) {
-                    peer::Writer w(little);
-                    w.ulong(static_cast<uint32_t>(contexts->size()));
-                    for (const Context &ctx : *contexts) w.ulong(ctx.first).octets(ctx.second);
-                    w.ulong(r.request_id).ulong(0).ulong(0x12345678u);
-                    return peer::message(1, w.bytes(), little);
-                })
-                .wait_forever();
+            c.peer.accept().read_message().send_for([&](const peer::Request &r) {
+                peer::Writer w(little);
+                w.ulong(static_cast<uint32_t>(contexts->size()));
+                for (const Context &ctx : *contexts) w.ulong(ctx.first).octets(ctx.second);
+                w.ulong(r.request_id).ulong(0).ulong(0x12345678u);
+                return peer::message(1, w.bytes(), little);
+            });
+            c.peer.wait_forever();
             c.begin();
             GIOP::Invocation inv(c.ref->data, "echo", 1);
             EXPECT_EQ(c.call(inv), NO_EXCEPTION) << giop_test::id_of(c.env);
