@@ -8,7 +8,6 @@
 namespace {
 // Nothing listens at port 1: binding never connects, so these still bind.
 const std::string down = "iiop:1.0//127.0.0.1:1/key";
-const std::string down_ior = peer::ior_text(peer::ior_bytes("IDL:A:1.0", "127.0.0.1", 1, "k"));
 char *const untouched = reinterpret_cast<char *>(0x1234);
 using lines = std::vector<std::string>;
 
@@ -56,7 +55,6 @@ struct Bind : ::testing::Test {
         return kept;
     }
     static bool printed(const std::string &text) { return hostkit::printed_contains(text); }
-    objref *handle() { return static_cast<objref *>(record.u.bind.objref); }
 
     hostkit::Host host;
     testsupport::TempDir dir;
@@ -124,7 +122,7 @@ TEST_F(Bind, ReleaseClosesTheConnectionOnlyForTheOneHandleOfItsAddressOnTheList)
     objref *h[4];
     for (objref *&one : h) {
         ASSERT_EQ(bind("IOR", address.c_str()), IIOP_OK);
-        one = handle();
+        one = static_cast<objref *>(record.u.bind.objref);
     }
     bound.clear();
     client_endpoint *connection = lookup("127.0.0.1", server.port(), env);

@@ -154,8 +154,7 @@ TEST(Exports, AHostFindsTheDoorAndTheNamedExportsOnly) {
         EXPECT_NE(symbol(name), nullptr) << name;
     for (const char *name : {"_iiop_init", "mc_msg", "_Z6mc_msgPKc", "_Z6dmsg_vPKcz"})
         EXPECT_EQ(symbol(name), nullptr) << name;
-    auto fn = reinterpret_cast<int (*)()>(symbol("fnOrbelle"));
-    EXPECT_EQ(fn(), 42);
+    EXPECT_EQ(reinterpret_cast<int (*)()>(symbol("fnOrbelle"))(), 42);
     EXPECT_EQ(*static_cast<int *>(symbol("nOrbelle")), 0);
 
     // the loaded door works on its own state

@@ -41,12 +41,9 @@ public:
     ~Parms() { hostkit::free_list(head); }
     ScriptParm *add(int32_t flags, int32_t type, const char *name, const char *value,
                     int32_t supertype = 0) {
-        auto *p = static_cast<ScriptParm *>(std::calloc(1, sizeof(ScriptParm)));
-        p->flags = flags;
-        p->type = type;
-        p->supertype = supertype;
-        p->name = strdup(name);
-        p->strval = value != nullptr ? strdup(value) : nullptr;
+        auto *p = static_cast<ScriptParm *>(std::malloc(sizeof(ScriptParm)));
+        *p = {flags, type, supertype, strdup(name), value ? strdup(value) : nullptr, nullptr,
+              0,     0,    0,         nullptr};
         (head == nullptr ? head : tail->next) = p;
         tail = p;
         return p;
