@@ -191,16 +191,14 @@ TEST_F(Invoke, ObjectReferencesTravelAsTextsAndStayInPtrAfterAReply) {
     EXPECT_NE(args_of(peer.messages()[0]).find("ik"), std::string::npos);
     ScriptParm *o = good.head->next;
     ASSERT_NE(o->ptr, nullptr);
-    auto *got = static_cast<objref *>(o->ptr);
-    EXPECT_EQ(got->data->profile.port, 4321);
+    EXPECT_EQ(static_cast<objref *>(o->ptr)->data->profile.port, 4321);
     EXPECT_EQ(std::strncmp(o->strval, "IOR:", 4), 0) << o->strval;
     Environment scratch;
     objref *back = string_to_object(o->strval, scratch);
     ASSERT_NE(back, nullptr);
     EXPECT_EQ(back->data->profile.port, 4321);
     release_objref(back, scratch);
-    release_objref(got, scratch);
-    o->ptr = nullptr;
+    host.release_references(good.head);
 }
 
 TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
@@ -234,39 +232,29 @@ TEST_F(Invoke, OneWayReturnsWhenSentAndTwoWayReportsItsConnectionOnce) {
 // the peer turns out to have closed it, the Request goes again, once, on a
 // new connection; a failure on a new connection fails the call.
 TEST_F(Invoke, AnIdleConnectionFoundClosedSendsTheRequestAgainOnANewOne) {
-    struct Case {
-        const char *name;
-        bool read_then_close;  // the peer reads the second Request before closing
-        bool second_closes;    // the new connection closes too
-    };
-    for (const Case &c : {Case{"closed after its reply", false, false},
-                          Case{"closed after reading the next Request", true, false},
-                          Case{"the new connection closes as well", false, true}}) {
-        SCOPED_TRACE(c.name);
+    // 0: closed after its reply; 1: closed after reading the next Request;
+    // 2: the new connection closes as well.
+    for (int way : {0, 1, 2}) {
+        SCOPED_TRACE(way);
+        const bool read_then_close = way == 1, second_closes = way == 2;
         peer::ScriptedPeer peer;
         peer.accept().read_message().send_for(peer::answer_long(1));
-        if (c.read_then_close) peer.read_message();
+        if (read_then_close) peer.read_message();
         peer.close().accept(true).read_message();
-        if (c.second_closes)
-            peer.close();
-        else
-            peer.send_for(peer::answer_long(2));
+        second_closes ? peer.close() : peer.send_for(peer::answer_long(2));
         Parms p("r");
         void *obj = bind(peer);
         ASSERT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), IIOP_OK) << text;
         hostkit::clear_printed();
-        EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), c.second_closes ? 1 : IIOP_OK);
-        if (c.second_closes) {
-            EXPECT_EQ(text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
-        }
-        EXPECT_STREQ(p.value("r"), c.second_closes ? "1" : "2");
+        EXPECT_EQ(invoke(request(obj, IIOP_TWOWAY, "op", p)), second_closes ? 1 : IIOP_OK);
+        EXPECT_EQ(text, second_closes ? "IDL:omg.org/CORBA/COMM_FAILURE:1.0" : "");
+        EXPECT_STREQ(p.value("r"), second_closes ? "1" : "2");
         ASSERT_TRUE(peer.wait());
         EXPECT_EQ(peer.connections(), 2);
-        EXPECT_EQ(peer.messages().size(), c.read_then_close ? 3u : 2u);
+        EXPECT_EQ(peer.messages().size(), read_then_close ? 3u : 2u);
         EXPECT_TRUE(hostkit::printed_contains("closed by the peer, connecting anew"));
         // The Request is built again: a new request id, the same arguments.
-        uint32_t last = peer::parse_request(peer.messages().back()).request_id;
-        EXPECT_EQ(last, next_request_id - 1);
+        EXPECT_EQ(peer::parse_request(peer.messages().back()).request_id, next_request_id - 1);
     }
 }
 

@@ -19,18 +19,11 @@ using giop_test::id_of;
 // profile: TAG_ORB_TYPE (0) with an encapsulated ulong, TAG_CODE_SETS (1)
 // with an encapsulated CodeSetComponentInfo (ISO 8859-1 for char, UTF-16
 // for wchar, no conversion sets).
-std::string orb_type(bool little) {
-    peer::Writer body(little, 0);
-    body.octet(little ? 1 : 0).ulong(0x41545400);
-    peer::Writer w(little, 0);
-    w.ulong(0).octets(body.bytes());
-    return w.bytes();
-}
-std::string code_sets(bool little) {
-    peer::Writer body(little, 0);
-    body.octet(little ? 1 : 0).ulong(0x00010001).ulong(0).ulong(0x00010109).ulong(0);
-    peer::Writer w(little, 0);
-    w.ulong(1).octets(body.bytes());
+std::string component(bool little, uint32_t tag, std::vector<uint32_t> values) {
+    peer::Writer body(little, 0), w(little, 0);
+    body.octet(little ? 1 : 0);
+    for (uint32_t v : values) body.ulong(v);
+    w.ulong(tag).octets(body.bytes());
     return w.bytes();
 }
 
@@ -58,16 +51,18 @@ std::string profile_body(const Profile &p) {
     return w.bytes();
 }
 
-Profile v12(const std::string &host, bool little = true) {
-    return {1, 2, host, little, 2, orb_type(little) + code_sets(little)};
+// A 1.2 profile with ORB type and code sets, or one of another version laid
+// out the same.
+Profile v12(const std::string &host, bool little = true, uint8_t major = 1, uint8_t minor = 2) {
+    return {
+        major,
+        minor,
+        host,
+        little,
+        2,
+        component(little, 0, {0x41545400}) + component(little, 1, {0x00010001, 0, 0x00010109, 0})};
 }
 Profile v10(const std::string &host) { return {1, 0, host}; }
-Profile version(uint8_t major, uint8_t minor, const std::string &host) {
-    Profile p = v12(host);
-    p.major = major;
-    p.minor = minor;
-    return p;
-}
 Profile with(Profile p, void (*change)(Profile &)) {
     change(p);
     return p;
@@ -107,9 +102,10 @@ TEST(ProfileVersions, NewestReadableProfileIsUsedOnlyWithoutOneZero) {
         {"a bad 1.2 profile, then 1.0",
          ior({with(v12("bad"), [](Profile &p) { p.components = 3; }), v10("old")}), "old", 0,
          "decoder:  encountered badly encoded objref!"},
-        {"1.3", ior({version(1, 3, "x")}), nullptr, 0, "detected new v1.3 IIOP profile"},
-        {"2.0", ior({version(2, 0, "x")}), nullptr, 0, "detected new v2.0 IIOP profile"},
-        {"0.9", ior({version(0, 9, "x")}), nullptr, 0, "no IIOP v1.2 (or earlier) profile in IOR!"},
+        {"1.3", ior({v12("x", true, 1, 3)}), nullptr, 0, "detected new v1.3 IIOP profile"},
+        {"2.0", ior({v12("x", true, 2, 0)}), nullptr, 0, "detected new v2.0 IIOP profile"},
+        {"0.9", ior({v12("x", true, 0, 9)}), nullptr, 0,
+         "no IIOP v1.2 (or earlier) profile in IOR!"},
         {"a component count past the profile",
          ior({with(v12("x"), [](Profile &p) { p.components = 3; })}), nullptr, 0,
          "decoder:  encountered badly encoded objref!"},
