@@ -4,9 +4,7 @@
 // counted (the scripted peer runs in a thread of its own), and the host's
 // own vumalloc is counted apart: a new text per out record is the host's
 // rule, not the library's allocation.
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <new>
 #include <tuple>
 

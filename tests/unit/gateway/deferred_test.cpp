@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "gateway/report.h"
 #include "giop/message.h"
 #include "giop/waitlist.h"

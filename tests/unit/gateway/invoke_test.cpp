@@ -1,12 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "gateway/report.h"
-#include "giop/message.h"
 #include "giop/orb.h"
 #include "tests/unit/gateway/road.h"
 

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "tests/unit/gateway/road.h"
 
 namespace {

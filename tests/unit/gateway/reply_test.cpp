@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <iterator>
 #include <sstream>
-#include <string>
-#include <vector>
+#include <utility>
 
 #include "tests/unit/gateway/road.h"
 
@@ -144,19 +141,16 @@ TEST_F(Reply, ElementRunsReadWhatTheTracedWayReads) {
         {"s^length=4 s[0] s[01] s[2] s[3] after", {4, 1, 2, 3, 4, 5}},
     };
     for (const Case &c : cases) {
-        V seen[2];
-        int32_t status[2];
+        std::pair<int32_t, V> seen[2];  // the outcome and the texts
         for (int level : {1, 0}) {
             set_debug_level(level);
             Parms p;
             fill(p, c.records);
             // An in record inside the run stays as the script wrote it.
             if (ScriptParm *in = hostkit::find(p.head, "s[3]")) in->flags = PARM_IN;
-            status[level] = reply_with(p, c.wire);
-            seen[level] = p.values();
+            seen[level] = {reply_with(p, c.wire), p.values()};
         }
         EXPECT_EQ(seen[0], seen[1]) << c.records;
-        EXPECT_EQ(status[0], status[1]) << c.records;
     }
     set_debug_level(0);
 }

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "platform/socket.h"
 #include "tests/unit/giop/giop_fixture.h"
 

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "data/any.h"
 #include "data/decoder.h"

@@ -3,10 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
-#include "tests/peer/peer.h"
 #include "tests/support.h"
 #include "tests/unit/giop/giop_fixture.h"
 #include "trace/trace.h"

@@ -2,9 +2,7 @@
 // its id and its counted data, in either byte order.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "tests/unit/giop/giop_fixture.h"
 

@@ -2,11 +2,7 @@
 // the first must be accepted, the second refused the usual way.
 #include "orbelle/limits.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <functional>
-#include <string>
 
 #include "data/any.h"
 #include "data/decoder.h"
