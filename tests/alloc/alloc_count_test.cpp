@@ -4,10 +4,9 @@
 // counted (the scripted peer runs in a thread of its own), and the host's
 // own vumalloc is counted apart: a new text per out record is the host's
 // rule, not the library's allocation.
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <new>
+#include <tuple>
 
 #include "tests/unit/gateway/road.h"
 
@@ -81,57 +80,41 @@ using Allocations = road::Road;
 // fits the embedded memory, so the only blocks are the host's new texts,
 // one per out record read.
 TEST_F(Allocations, TwoWayCallsOfSmallMessagesTakeNoHeapBlockInTheLibrary) {
-    struct Case {
-        const char *operation;
-        int elements;  // of the sequence; 0: add(long, long)
-    } cases[] = {{"add", 0}, {"count", 6}};
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.operation);
+    for (int elements : {0, 6}) {  // of the sequence; 0: add(long, long)
+        SCOPED_TRACE(elements);
         Parms p;
-        long outs_per_call;
-        if (c.elements == 0) {
-            p.add(PARM_OUT, 3, "^add", "0");
-            p.add(PARM_IN, 3, "a", "40");
-            p.add(PARM_IN, 3, "b", "2");
-            outs_per_call = 1;
+        if (elements == 0) {
+            p.add({{PARM_OUT, 3, "^add", "0"}, {PARM_IN, 3, "a", "40"}, {PARM_IN, 3, "b", "2"}});
         } else {
-            p.sequence(PARM_IN, "values", c.elements, "7");
-            p.sequence(PARM_OUT, "back", c.elements);
-            outs_per_call = 1 + c.elements;
+            p.sequence(PARM_IN, "values", elements, "7");
+            p.sequence(PARM_OUT, "back", elements);
         }
         peer::ScriptedPeer peer;
         peer.accept();
         for (int i = 0; i < warm_up_calls + counted_calls; ++i)
-            peer.read_message().send_for(answer([&c](peer::Writer &w) {
-                if (c.elements == 0) {
-                    w.ulong(42);
-                    return;
-                }
-                w.ulong(static_cast<uint32_t>(c.elements));
-                for (int e = 0; e < c.elements; ++e) w.ulong(static_cast<uint32_t>(e));
+            peer.read_message().send_for(answer([elements](peer::Writer &w) {
+                if (elements > 0) w.ulong(static_cast<uint32_t>(elements));
+                for (int e = 0; e < elements; ++e) w.ulong(static_cast<uint32_t>(e));
+                if (elements == 0) w.ulong(42);
             }));
-        peer.start();
-        iiop_req &req = request(bind(peer.port()), IIOP_TWOWAY, c.operation, p);
+        iiop_req &req = request(bind(peer), IIOP_TWOWAY, elements == 0 ? "add" : "count", p);
 
         set_debug_level(0);
         iiop_record init = hostkit::make_record(IIOP_INIT);
         init.u.init = iiop_init_args{host_malloc, host_realloc, host_free, host_print};
         ASSERT_EQ(host.call(init), IIOP_OK);
-        iiop_record r = hostkit::make_record(IIOP_INVOKE);
-        r.u.invoke.req = &req;
-        r.timeout_ms = 2000;
-        for (int i = 0; i < warm_up_calls; ++i) ASSERT_EQ(host.call(r), IIOP_OK);
+        for (int i = 0; i < warm_up_calls; ++i) ASSERT_EQ(invoke(req), IIOP_OK);
 
         library_blocks = host_blocks = 0;
         int failed = 0;
         counting = true;
-        for (int i = 0; i < counted_calls; ++i) failed += host.call(r) != IIOP_OK;
+        for (int i = 0; i < counted_calls; ++i) failed += invoke(req) != IIOP_OK;
         counting = false;
 
-        EXPECT_EQ(failed, 0);
-        EXPECT_EQ(library_blocks, 0);
-        EXPECT_EQ(host_blocks, outs_per_call * counted_calls);
-        EXPECT_STREQ(p.value(c.elements == 0 ? "^add" : "back[5]"), c.elements == 0 ? "42" : "5");
+        // One new text per out record read.
+        EXPECT_EQ(std::make_tuple(failed, library_blocks, host_blocks),
+                  std::make_tuple(0, 0L, (1L + elements) * counted_calls));
+        EXPECT_STREQ(p.value(elements == 0 ? "^add" : "back[5]"), elements == 0 ? "42" : "5");
         ASSERT_TRUE(peer.wait());
         host.init();
     }

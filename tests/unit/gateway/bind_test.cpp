@@ -1,27 +1,13 @@
 #include "gateway/bind.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include "data/environment.h"
-#include "gateway/connections.h"
 #include "gateway/report.h"
 #include "giop/endpoint.h"
-#include "giop/orb.h"
 #include "platform/socket.h"
-#include "tests/peer/peer.h"
-#include "tests/support.h"
-#include "trace/trace.h"
+#include "tests/unit/gateway/road.h"
 
 namespace {
 // Nothing listens at port 1: binding never connects, so these still bind.
 const std::string down = "iiop:1.0//127.0.0.1:1/key";
-const std::string down_ior = peer::ior_text(peer::ior_bytes("IDL:A:1.0", "127.0.0.1", 1, "k"));
 char *const untouched = reinterpret_cast<char *>(0x1234);
 using lines = std::vector<std::string>;
 
@@ -33,14 +19,9 @@ struct Bind : ::testing::Test {
     // iiop_bind of IDL:A:1.0 instance "one"; bound_modus and status_text are
     // copied out ("untouched" when not written) and their blocks freed.
     int32_t bind(const std::string &modus, const char *ior = nullptr) {
-        record = hostkit::make_record(IIOP_BIND);
-        record.u.bind = {const_cast<char *>("IDL:A:1.0"),
-                         const_cast<char *>("one"),
-                         const_cast<char *>(ior),
-                         const_cast<char *>(modus.c_str()),
-                         untouched,
-                         untouched};
-        record.status_text = untouched;
+        record = road::bind_record(modus.c_str(), ior, "IDL:A:1.0", "one");
+        record.u.bind.objref = untouched;
+        record.u.bind.bound_modus = record.status_text = untouched;
         hostkit::clear_printed();
         int32_t result = host.call(record);
         if (result == IIOP_OK) bound.push_back(record.u.bind.objref);
@@ -74,7 +55,6 @@ struct Bind : ::testing::Test {
         return kept;
     }
     static bool printed(const std::string &text) { return hostkit::printed_contains(text); }
-    objref *handle() { return static_cast<objref *>(record.u.bind.objref); }
 
     hostkit::Host host;
     testsupport::TempDir dir;
@@ -142,7 +122,7 @@ TEST_F(Bind, ReleaseClosesTheConnectionOnlyForTheOneHandleOfItsAddressOnTheList)
     objref *h[4];
     for (objref *&one : h) {
         ASSERT_EQ(bind("IOR", address.c_str()), IIOP_OK);
-        one = handle();
+        one = static_cast<objref *>(record.u.bind.objref);
     }
     bound.clear();
     client_endpoint *connection = lookup("127.0.0.1", server.port(), env);

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "gateway/report.h"
 #include "giop/message.h"
 #include "giop/waitlist.h"
@@ -24,8 +20,7 @@ TEST_F(Deferred, RequestsStandNewestFirstUntilTheirReplyIsRead) {
     // A and B twice; the Replies come only after all three Requests.
     peer.accept().read_message().read_message().read_message();
     peer.send(peer::long_reply(first, 1)).send(peer::long_reply(first + 2, 2));
-    peer.start();
-    void *obj = bind(peer.port());
+    void *obj = bind(peer);
     Parms pa("r"), pb("r");
     iiop_req &a = request(obj, IIOP_DEFERRED, "a", pa);
     iiop_req &b = request(obj, IIOP_DEFERRED, "b", pb);
@@ -80,9 +75,8 @@ TEST_F(Deferred, AReplyArrivingDuringAnotherObjectsCallFillsItsParameters) {
     peer.send(peer::long_reply(first, 5)).send(peer::long_reply(first + 1, 6));
     // A deferred request whose Reply comes in time: its values stay unread.
     peer.read_message().send(peer::long_reply(first + 2, 7));
-    peer.start();
     Parms pa("r"), pt("r"), pd("r");
-    iiop_req &a = request(bind(peer.port(), "one"), IIOP_DEFERRED, "a", pa);
+    iiop_req &a = request(bind(peer, "one"), IIOP_DEFERRED, "a", pa);
     iiop_req &t = request(bind(peer.port(), "two"), IIOP_TWOWAY, "t", pt);
     EXPECT_EQ(defer(a, -1), 1);
     EXPECT_EQ(poll(a), 0);
@@ -110,9 +104,8 @@ TEST_F(Deferred, AReplyReadAheadOutlivesThePeerClosingAfterIt) {
     peer.accept().read_message().read_message();
     peer.send(peer::long_reply(first + 1, 6) + peer::long_reply(first, 5));
     peer.close();
-    peer.start();
     Parms pa("r"), pb("r");
-    void *obj = bind(peer.port());
+    void *obj = bind(peer);
     iiop_req &a = request(obj, IIOP_DEFERRED, "a", pa);
     iiop_req &b = request(obj, IIOP_DEFERRED, "b", pb);
     EXPECT_EQ(defer(a, -1), 1);

@@ -45,14 +45,11 @@ TEST(Dispatch, SelectorsOutOfRangeFailWithoutTouchingThePause) {
     EXPECT_TRUE(pauses.empty());
 
     // The first valid call pauses once, whichever operation it is.
-    iiop_record init = hostkit::make_record(IIOP_INIT);
-    init.u.init = hostkit::slots();
-    EXPECT_EQ(host.call(init), 0);
-    ASSERT_EQ(pauses.size(), 1u);
-    EXPECT_EQ(pauses[0], 25000u);
+    EXPECT_EQ(host.init(), 0);
+    EXPECT_EQ(pauses, std::vector<uint32_t>{25000});
     iiop_record again = hostkit::make_record(IIOP_TIMEOUT);
     host.call(again);
-    EXPECT_EQ(pauses.size(), 1u);
+    EXPECT_EQ(pauses, std::vector<uint32_t>{25000});
     std::free(again.status_text);
 }
 
@@ -101,16 +98,13 @@ TEST(Dispatch, RequestsWithoutATargetFailWithoutTouchingTheWire) {
 TEST(Slots, BeforeInitTheLibraryHeapAndStandardOutputServe) {
     hostkit::Host host(&_iiop_entry);
     set_debug_level(1);
-    iiop_target target{};
-    iiop_req req{};
-    req.target = &target;
-    req.operation = const_cast<char *>("_is_a");
-    iiop_record r = hostkit::make_record(IIOP_GET_PARMS);
-    r.u.get_parms.req = &req;
+    iiop_target target;
+    iiop_req req;
     testing::internal::CaptureStdout();
-    host.call(r);
-    std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_NE(out.find("_iiop_get_parms:  operation '_is_a', repoid 'NULL'\n"), std::string::npos);
+    host.get_parms(req, target, nullptr, "_is_a");
+    EXPECT_NE(testing::internal::GetCapturedStdout().find(
+                  "_iiop_get_parms:  operation '_is_a', repoid 'NULL'\n"),
+              std::string::npos);
     EXPECT_EQ(hostkit::allocations(), 0);
     EXPECT_TRUE(hostkit::printed().empty());
     ASSERT_NE(req.parms, nullptr);
@@ -119,9 +113,8 @@ TEST(Slots, BeforeInitTheLibraryHeapAndStandardOutputServe) {
     // After iiop_init every block and line goes through the host's slots.
     host.init();
     testing::internal::CaptureStdout();
-    host.call(r);
-    out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out, "");
+    host.get_parms(req, target, nullptr, "_is_a");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     // two records and their two names
     EXPECT_EQ(hostkit::allocations(), 4);
     EXPECT_TRUE(hostkit::printed_contains("_iiop_get_parms: returning IIOP_OK"));
@@ -130,18 +123,17 @@ TEST(Slots, BeforeInitTheLibraryHeapAndStandardOutputServe) {
 
 TEST(Catalogue, TextsLongerThanTheirBlocksAreCutAndTerminated) {
     hostkit::Host host = testsupport::linked_host();
-    std::string long_text(300, 'x');
-    TellcatTestSetText(8, 6, 3, long_text.c_str());
-    TellcatTestSetText(8, 6, 4, long_text.c_str());
-    iiop_record r = hostkit::make_record(IIOP_GET_EXCEPTION);
-    host.call(r);
-    EXPECT_EQ(std::strlen(r.status_text), 131u);
-    iiop_record s = hostkit::make_record(IIOP_MAKE_IOR);
-    host.call(s);
-    EXPECT_EQ(std::strlen(s.status_text), 79u);
-    EXPECT_EQ(std::string(s.status_text).substr(0, 10), "MC_8_6_4: ");
-    std::free(r.status_text);
-    std::free(s.status_text);
+    const std::string xs(300, 'x');
+    TellcatTestSetText(8, 6, 3, xs.c_str());
+    TellcatTestSetText(8, 6, 4, xs.c_str());
+    for (int32_t op : {IIOP_GET_EXCEPTION, IIOP_MAKE_IOR}) {  // blocks of 132 and 80 bytes
+        iiop_record r = hostkit::make_record(op);
+        host.call(r);
+        EXPECT_EQ(std::string(r.status_text), op == IIOP_MAKE_IOR
+                                                  ? "MC_8_6_4: " + xs.substr(0, 69)
+                                                  : "MC_8_6_3: " + xs.substr(0, 121));
+        std::free(r.status_text);
+    }
 
     // mc_msg appends at most 500 characters of text and never overruns its
     // 512-byte buffer, however long the identity.
@@ -162,8 +154,7 @@ TEST(Exports, AHostFindsTheDoorAndTheNamedExportsOnly) {
         EXPECT_NE(symbol(name), nullptr) << name;
     for (const char *name : {"_iiop_init", "mc_msg", "_Z6mc_msgPKc", "_Z6dmsg_vPKcz"})
         EXPECT_EQ(symbol(name), nullptr) << name;
-    auto fn = reinterpret_cast<int (*)()>(symbol("fnOrbelle"));
-    EXPECT_EQ(fn(), 42);
+    EXPECT_EQ(reinterpret_cast<int (*)()>(symbol("fnOrbelle"))(), 42);
     EXPECT_EQ(*static_cast<int *>(symbol("nOrbelle")), 0);
 
     // the loaded door works on its own state

@@ -1,12 +1,6 @@
 #include "gateway/getior.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <string>
-
-#include "tests/support.h"
-#include "trace/trace.h"
+#include "tests/unit/gateway/road.h"
 
 namespace {
 const std::string zanth = std::string(ORBELLE_BINARY_DIR) + "/zanth";
@@ -28,11 +22,8 @@ struct GetIor : ::testing::Test {
     }
     // get_ior for repository id "A", instance "one"; printed() then holds
     // only what this call printed.
-    std::string run(const char *alternative, char *ior = nullptr) {
-        iiop_record record = hostkit::make_record(IIOP_BIND);
-        record.u.bind.repository_id = repository_id;
-        record.u.bind.instance_id = instance_id;
-        record.u.bind.ior = ior;
+    std::string run(const char *alternative, const char *ior = nullptr) {
+        iiop_record record = road::bind_record(nullptr, ior, "A", "one");
         hostkit::clear_printed();
         return get_ior(&record, alternative);
     }
@@ -41,14 +32,11 @@ struct GetIor : ::testing::Test {
 
     hostkit::Host host;
     testsupport::TempDir dir;
-    char repository_id[2] = "A";
-    char instance_id[4] = "one";
 };
 
 TEST_F(GetIor, KindIsTheFirstKeywordHeadingTheAlternativeInAnyCase) {
-    char ior[] = "IOR:00";
-    EXPECT_EQ(run("ior", ior), "IOR:00");
-    EXPECT_EQ(run("IORS(x)", ior), "IOR:00");
+    EXPECT_EQ(run("ior", "IOR:00"), "IOR:00");
+    EXPECT_EQ(run("IORS(x)", "IOR:00"), "IOR:00");
     EXPECT_EQ(out(), "get_ior:  IOR modus\n");
     EXPECT_EQ(run("IOR"), "");
     EXPECT_EQ(out(), "get_ior:  IOR modus\nget_ior:  IOR modus, but no IOR supplied\n");

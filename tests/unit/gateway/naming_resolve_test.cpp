@@ -1,32 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "tests/unit/gateway/road.h"
 
 namespace {
 
 // iiop_bind's naming alternative sends a resolve request through the door;
 // a scripted peer plays the naming service.
-struct NamingResolve : road::Road {
-    objref *bind_by(const std::string &modus, const std::string &ior) {
-        iiop_record r = hostkit::make_record(IIOP_BIND);
-        r.u.bind.repository_id = const_cast<char *>("IDL:T:1.0");
-        r.u.bind.instance_id = const_cast<char *>("teller");
-        r.u.bind.modus = const_cast<char *>(modus.c_str());
-        r.u.bind.ior = const_cast<char *>(ior.c_str());
-        r.timeout_ms = 0;
-        if (host.call(r) != IIOP_OK) return nullptr;
-        bound_modus = r.u.bind.bound_modus;
-        std::free(r.u.bind.bound_modus);
-        bound.push_back(r.u.bind.objref);
-        return static_cast<objref *>(r.u.bind.objref);
-    }
-    std::string naming(const peer::ScriptedPeer &p) {
-        return "NameService(" + road::iiop_text(p.port(), "NameService") + ")";
-    }
-    std::string bound_modus;
-};
+using NamingResolve = road::Road;
+std::string naming(const peer::ScriptedPeer &p) {
+    return "NameService(" + road::iiop_text(p.port(), "NameService") + ")";
+}
 
 // The resolve request names one component, the instance id and an empty
 // kind in that order; the reference answered is the one bound.
@@ -35,7 +16,7 @@ TEST_F(NamingResolve, TheNamingServicesAnswerBecomesTheBoundReference) {
     ns.accept().read_message().send_for(
         road::answer([](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", 4321, "found"); }));
     ns.start();
-    objref *obj = bind_by(naming(ns), "");
+    objref *obj = bind_by(naming(ns), "", "teller");
     ASSERT_NE(obj, nullptr);
     EXPECT_EQ(obj->data->profile.port, 4321);
     ASSERT_TRUE(ns.wait());
@@ -60,8 +41,9 @@ TEST_F(NamingResolve, ANamingServiceThatFailsGivesWayToTheNextAlternative) {
     refusing.start();
     closing.start();
     std::string fallback = road::iiop_text(1, "fallback");
-    objref *obj = bind_by(
-        naming(refusing) + " | NameService(IOR:0) | " + naming(closing) + " | IOR", fallback);
+    objref *obj =
+        bind_by(naming(refusing) + " | NameService(IOR:0) | " + naming(closing) + " | IOR",
+                fallback, "teller");
     ASSERT_NE(obj, nullptr);
     EXPECT_EQ(bound_modus, "IOR");
     EXPECT_EQ(obj->data->profile.port, 1);

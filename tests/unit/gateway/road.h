@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -21,24 +22,34 @@
 
 namespace road {
 
+// One record of a parameter list; a null value is a record without text.
+struct Rec {
+    int32_t flags, type;
+    const char *name, *value;
+    int32_t supertype = 0;
+};
+
 // A parameter list on the C heap, released with the fixture.
 class Parms {
 public:
     Parms() = default;
     // A list of one out long, holding "old".
     explicit Parms(const char *out_long) { add(PARM_OUT, 3, out_long, "old"); }
+    Parms(std::initializer_list<Rec> records) { add(records); }
+    Parms(const Parms &) = delete;
+    Parms &operator=(const Parms &) = delete;
     ~Parms() { hostkit::free_list(head); }
     ScriptParm *add(int32_t flags, int32_t type, const char *name, const char *value,
                     int32_t supertype = 0) {
-        auto *p = static_cast<ScriptParm *>(std::calloc(1, sizeof(ScriptParm)));
-        p->flags = flags;
-        p->type = type;
-        p->supertype = supertype;
-        p->name = strdup(name);
-        p->strval = value != nullptr ? strdup(value) : nullptr;
+        auto *p = static_cast<ScriptParm *>(std::malloc(sizeof(ScriptParm)));
+        *p = {flags, type, supertype, strdup(name), value ? strdup(value) : nullptr, nullptr,
+              0,     0,    0,         nullptr};
         (head == nullptr ? head : tail->next) = p;
         tail = p;
         return p;
+    }
+    void add(std::initializer_list<Rec> records) {
+        for (const Rec &r : records) add(r.flags, r.type, r.name, r.value, r.supertype);
     }
     // A sequence of long: its length record and n element records.
     void sequence(int32_t flags, const std::string &base, int n, const char *value = "old") {
@@ -47,6 +58,19 @@ public:
             add(flags, 3, (base + "[" + std::to_string(i) + "]").c_str(), value, 19);
     }
     const char *value(const char *name) const { return hostkit::value(head, name); }
+    // The value texts of every record in order, "NULL" for none.
+    std::vector<std::string> values() const {
+        std::vector<std::string> out;
+        for (ScriptParm *q = head; q != nullptr; q = q->next)
+            out.push_back(q->strval != nullptr ? q->strval : "NULL");
+        return out;
+    }
+    // The value texts of the named records.
+    std::vector<std::string> values(std::initializer_list<const char *> names) const {
+        std::vector<std::string> out;
+        for (const char *name : names) out.push_back(value(name) ? value(name) : "NULL");
+        return out;
+    }
 
     ScriptParm *head = nullptr;
     ScriptParm *tail = nullptr;
@@ -70,6 +94,18 @@ inline std::string args_of(const std::string &message) {
 
 using peer::answer;
 
+// A bind record; the texts must outlive it.
+inline iiop_record bind_record(const char *modus, const char *ior,
+                               const char *repository_id = "IDL:T:1.0",
+                               const char *instance_id = "t") {
+    iiop_record r = hostkit::make_record(IIOP_BIND);
+    r.u.bind.repository_id = const_cast<char *>(repository_id);
+    r.u.bind.instance_id = const_cast<char *>(instance_id);
+    r.u.bind.modus = const_cast<char *>(modus);
+    r.u.bind.ior = const_cast<char *>(ior);
+    return r;
+}
+
 class Road : public ::testing::Test {
 protected:
     Road() : host(testsupport::linked_host()) {
@@ -84,19 +120,28 @@ protected:
         }
     }
 
-    // Binds by reference text through the door.
-    void *bind(const std::string &text) {
-        iiop_record r = hostkit::make_record(IIOP_BIND);
-        r.u.bind.repository_id = const_cast<char *>("IDL:T:1.0");
-        r.u.bind.instance_id = const_cast<char *>("t");
-        r.u.bind.modus = const_cast<char *>("IOR");
-        r.u.bind.ior = const_cast<char *>(text.c_str());
-        EXPECT_EQ(host.call(r), IIOP_OK);
+    // Binds through the door by the alternatives in modus, keeping the one
+    // that bound in bound_modus; null when none binds.
+    objref *bind_by(const std::string &modus, const std::string &ior, const char *instance = "t") {
+        iiop_record r = bind_record(modus.c_str(), ior.c_str(), "IDL:T:1.0", instance);
+        if (host.call(r) != IIOP_OK) return nullptr;
+        bound_modus = r.u.bind.bound_modus;
         std::free(r.u.bind.bound_modus);
         bound.push_back(r.u.bind.objref);
-        return r.u.bind.objref;
+        return static_cast<objref *>(r.u.bind.objref);
+    }
+    // Binds by reference text through the door.
+    void *bind(const std::string &text) {
+        objref *obj = bind_by("IOR", text);
+        EXPECT_NE(obj, nullptr) << text;
+        return obj;
     }
     void *bind(uint16_t port, const std::string &key = "key") { return bind(iiop_text(port, key)); }
+    // Starts the peer and binds to it.
+    void *bind(peer::ScriptedPeer &p, const std::string &key = "key") {
+        p.start();
+        return bind(p.port(), key);
+    }
 
     // A request block for obj; the fixture keeps target and block alive.
     iiop_req &request(void *obj, int32_t flags, const char *operation, Parms &parms) {
@@ -140,7 +185,7 @@ protected:
     hostkit::Host host;
     iiop_record record{};
     std::string text;
-    std::string connect_host;
+    std::string connect_host, bound_modus;
     std::vector<void *> bound;
     std::deque<iiop_target> targets;
     std::deque<iiop_req> requests;

@@ -8,9 +8,11 @@
 #include <vector>
 
 #include "data/environment.h"
+#include "giop/invocation.h"
 #include "giop/message.h"
 #include "giop/objref.h"
 #include "giop/orb.h"
+#include "tests/peer/peer.h"
 #include "trace/host_slots.h"
 
 namespace giop_test {
@@ -41,6 +43,29 @@ struct ShortTimeout {
     ShortTimeout() {
         timeout_ms = 2000;
         install_keeping_host();
+    }
+};
+
+// A scripted peer, a reference to it once begun (released at the end) and
+// the environment of the calls made on it.
+struct Call : ShortTimeout {
+    peer::ScriptedPeer peer;
+    objref *ref = nullptr;
+    Environment env;
+    void begin(const std::string &key = "key") {
+        peer.start();
+        ref = reference(peer.port(), key);
+    }
+    ~Call() {
+        Environment e;
+        release_objref(ref, e);
+    }
+    // One two-way call of inv's operation with a long argument.
+    int call(GIOP::Invocation &inv, uint32_t arg = 42) {
+        inv.start(nullptr, env, 0, nullptr);
+        if (env.has_exception()) return -1;
+        inv.stream.put_long(arg);
+        return inv.invoke({0, nullptr}, env, 0);
     }
 };
 

@@ -2,69 +2,37 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <vector>
+#include <utility>
 
-#include "data/environment.h"
 #include "giop/endpoint.h"
 #include "giop/waitlist.h"
-#include "tests/peer/peer.h"
 #include "tests/unit/giop/giop_fixture.h"
 
 namespace {
 
+using giop_test::Call;
 using giop_test::id_of;
 const ExceptionTable kNoExceptions{0, nullptr};
 
-struct Call : giop_test::ShortTimeout {
-    peer::ScriptedPeer peer;
-    objref *ref = nullptr;
-    Environment env;
-    void begin(const std::string &key = "key") {
-        peer.start();
-        ref = giop_test::reference(peer.port(), key);
-    }
-    ~Call() {
-        Environment e;
-        release_objref(ref, e);
-    }
-    // One two-way call of echo(long) whose result is read back.
-    int call(GIOP::Invocation &inv, uint32_t arg = 42) {
-        inv.start(nullptr, env, 0, nullptr);
-        if (env.has_exception()) return -1;
-        inv.stream.put_long(arg);
-        return inv.invoke(kNoExceptions, env, 0);
-    }
-};
-
-struct Delivery {
-    uint32_t status;
-    uint32_t first_value;
-};
-std::vector<Delivery> deliveries;
+// Status and first value (0 when not in hand) of each reply handed over.
+std::vector<std::pair<uint32_t, uint32_t>> deliveries;
 void record_delivery(objrefdata *, iiop_req *, Environment &, uint32_t status, int in_hand,
                      CDR *stream) {
     uint32_t v = 0;
     stream->get_long(&v);
-    deliveries.push_back({status, in_hand != 0 ? v : 0u});
+    deliveries.emplace_back(status, in_hand != 0 ? v : 0u);
 }
 
 TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
     Call c;
-    c.peer.accept()
-        .read_message()
-        .send(peer::long_reply(7, 0x77))
-        .send(peer::long_reply(6, 0x66))
-        .send(peer::long_reply(5, 0x55))
-        .wait_forever();
+    c.peer.accept().read_message().send(peer::long_reply(7, 0x77));
+    c.peer.send(peer::long_reply(6, 0x66)).send(peer::long_reply(5, 0x55)).wait_forever();
     c.begin();
     iiop_target target{};
+    iiop_req deferred{}, other{};
     target.objref = c.ref;
-    iiop_req deferred{};
-    deferred.request_id = 7;
     deferred.target = &target;
-    iiop_req other{};
+    deferred.request_id = 7;
     other.request_id = 9;
     ASSERT_TRUE(wait_list_add(&deferred) && wait_list_add(&other) && wait_list_add(&deferred));
     set_deferred_reply_reader(record_delivery);
@@ -75,9 +43,7 @@ TEST(Invocation, ForeignRepliesGoToTheirWaitingEntryOrAreDropped) {
     uint32_t v = 0;
     EXPECT_EQ(inv.stream.get_long(&v), 1);
     EXPECT_EQ(v, 0x55u);
-    ASSERT_EQ(deliveries.size(), 1u);
-    EXPECT_EQ(deliveries[0].status, 0u);
-    EXPECT_EQ(deliveries[0].first_value, 0x77u);
+    EXPECT_EQ(deliveries, (std::vector<std::pair<uint32_t, uint32_t>>{{0, 0x77}}));
     ASSERT_NE(wait_list, nullptr);  // both entries of 7 went, 9 stays
     EXPECT_EQ(wait_list->req, &other);
     EXPECT_EQ(wait_list->next, nullptr);
@@ -104,23 +70,15 @@ TEST(Invocation, BadReplyStatusAbortsWithTheFixedMessageError) {
 
 TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
     peer::ScriptedPeer target;
-    target.accept()
-        .read_message()
-        .send_for(peer::answer())
-        .read_message()
-        .send(peer::close_connection())
-        .close();
+    target.accept().read_message().send_for(peer::answer()).read_message();
+    target.send(peer::close_connection()).close();
     target.start();
     Call c;
     std::string fwd = peer::ior_bytes("IDL:X:1.0", "127.0.0.1", target.port(), "there");
-    c.peer.accept()
-        .read_message()
-        .send_for([&](const peer::Request &r) {
-            return peer::reply(r.request_id, 3, [&](peer::Writer &w) { w.raw(fwd.substr(4)); });
-        })
-        .read_message()
-        .send_for(peer::answer())
-        .wait_forever();
+    c.peer.accept().read_message().send_for([&](const peer::Request &r) {
+        return peer::reply(r.request_id, 3, [&](peer::Writer &w) { w.raw(fwd.substr(4)); });
+    });
+    c.peer.read_message().send_for(peer::answer()).wait_forever();
     c.begin("here");
     {
         GIOP::Invocation inv(c.ref->data, "echo", 1);
@@ -144,10 +102,9 @@ TEST(Invocation, LocationForwardMovesTheCallAndKeepsTheOldConnectionIdle) {
 
 TEST(Invocation, ForwardToNilReferenceFailsAndKeepsConnection) {
     Call c;
-    c.peer.accept()
-        .read_message()
-        .send_for(peer::answer([](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }, 3))
-        .wait_forever();
+    c.peer.accept().read_message();
+    c.peer.send_for(peer::answer([](peer::Writer &w) { w.ulong(1).octet(0).ulong(0); }, 3));
+    c.peer.wait_forever();
     c.begin();
     GIOP::Invocation inv(c.ref->data, "echo", 1);
     EXPECT_EQ(c.call(inv), SYSTEM_EXCEPTION);

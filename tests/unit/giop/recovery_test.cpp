@@ -3,13 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <string>
 #include <thread>
 
-#include "data/environment.h"
 #include "giop/endpoint.h"
-#include "giop/invocation.h"
-#include "tests/peer/peer.h"
 #include "tests/support.h"
 #include "tests/unit/giop/giop_fixture.h"
 #include "trace/trace.h"
@@ -24,40 +20,32 @@ std::string echo(const peer::Request &r) {
     return peer::long_reply(r.request_id, r.request_id + 1000);
 }
 
-struct Line : giop_test::ShortTimeout {
+struct Line : giop_test::Call {
     hostkit::Host host = testsupport::linked_host();
-    peer::ScriptedPeer peer;
-    objref *ref = nullptr;
-    Environment env;
     int connections_closed = 0;
 
     Line() {
         timeout_ms = 1000;
         set_debug_level(1);
     }
-    ~Line() {
-        set_debug_level(0);
-        Environment e;
-        release_objref(ref, e);
-    }
-    void begin() {
-        peer.start();
-        ref = giop_test::reference(peer.port());
-    }
+    ~Line() { set_debug_level(0); }
     // One two-way call; value gets the long of a normal Reply. Notes
     // whether the call left its connection dead.
     int call(uint32_t *value = nullptr) {
         GIOP::Invocation inv(ref->data, "op", 1);
-        inv.start(nullptr, env, 0, nullptr);
-        if (env.has_exception()) return -1;
-        inv.stream.put_long(7);
-        int status = inv.invoke({0, nullptr}, env, 0);
+        int status = Call::call(inv, 7);
         if (status == NO_EXCEPTION && value != nullptr && !inv.stream.get_long(value)) return -2;
         if (inv.endpoint != nullptr && inv.endpoint->fd == -1) ++connections_closed;
         return status;
     }
-    uint32_t id_sent(size_t message) const {
-        return peer::parse_request(peer.messages().at(message)).request_id;
+    // A call answered with the echo of the second Request the peer read,
+    // checked once the peer is done, and the connections it accepted.
+    void expect_echo(int connections) {
+        uint32_t value = 0;
+        EXPECT_EQ(call(&value), NO_EXCEPTION);
+        ASSERT_TRUE(peer.wait());
+        EXPECT_EQ(peer.connections(), connections);
+        EXPECT_EQ(value, peer::parse_request(peer.messages().at(1)).request_id + 1000);
     }
 };
 
@@ -91,11 +79,7 @@ TEST(Recovery, MessageCutOffFailsInTimeAndTheNextCallConnectsAnew) {
         EXPECT_EQ(id_of(l.env), exid::COMM_FAILURE);
         EXPECT_EQ(l.connections_closed, 1);
         EXPECT_TRUE(hostkit::printed_contains(c.traced));
-        uint32_t value = 0;
-        EXPECT_EQ(l.call(&value), NO_EXCEPTION);
-        ASSERT_TRUE(l.peer.wait());
-        EXPECT_EQ(l.peer.connections(), 2);
-        EXPECT_EQ(value, l.id_sent(1) + 1000);
+        l.expect_echo(2);
     }
 }
 
@@ -104,14 +88,10 @@ TEST(Recovery, PeerThatClosedWhileIdleIsReplacedUnseen) {
     l.peer.accept().read_message().send_for(echo).close();
     l.peer.accept().read_message().send_for(echo);
     l.begin();
-    uint32_t value = 0;
-    ASSERT_EQ(l.call(&value), NO_EXCEPTION);
+    ASSERT_EQ(l.call(), NO_EXCEPTION);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the close arrives
-    EXPECT_EQ(l.call(&value), NO_EXCEPTION);
+    l.expect_echo(2);
     EXPECT_FALSE(l.env.has_exception());
-    ASSERT_TRUE(l.peer.wait());
-    EXPECT_EQ(l.peer.connections(), 2);
-    EXPECT_EQ(value, l.id_sent(1) + 1000);
     EXPECT_TRUE(hostkit::printed_contains("closed by the peer, connecting anew"));
 }
 
@@ -123,11 +103,7 @@ TEST(Recovery, TimeOutBeforeAnyByteKeepsTheConnection) {
     EXPECT_EQ(l.call(), SYSTEM_EXCEPTION);
     EXPECT_EQ(id_of(l.env), exid::COMM_FAILURE);
     EXPECT_EQ(l.connections_closed, 0);
-    uint32_t value = 0;
-    EXPECT_EQ(l.call(&value), NO_EXCEPTION);
-    ASSERT_TRUE(l.peer.wait());
-    EXPECT_EQ(l.peer.connections(), 1);
-    EXPECT_EQ(value, l.id_sent(1) + 1000);
+    l.expect_echo(1);
 }
 
 }  // namespace

@@ -2,12 +2,8 @@
 // its id and its counted data, in either byte order.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <utility>
-#include <vector>
 
-#include "giop/invocation.h"
-#include "tests/peer/peer.h"
 #include "tests/unit/giop/giop_fixture.h"
 
 namespace {
@@ -20,32 +16,21 @@ TEST(ReplyContexts, ThoseAheadOfTheIdArePassedOver) {
     for (bool little : {true, false}) {
         for (const auto *contexts : {&none, &one, &two}) {
             SCOPED_TRACE(std::to_string(contexts->size()) + (little ? " little" : " big"));
-            giop_test::ShortTimeout timeout;
-            peer::ScriptedPeer server;
-            server.accept()
-                .read_message()
-                .send_for([&](const peer::Request &r) {
-                    peer::Writer w(little);
-                    w.ulong(static_cast<uint32_t>(contexts->size()));
-                    for (const Context &c : *contexts) w.ulong(c.first).octets(c.second);
-                    w.ulong(r.request_id).ulong(0).ulong(0x12345678u);
-                    return peer::message(1, w.bytes(), little);
-                })
-                .wait_forever();
-            server.start();
-            objref *ref = giop_test::reference(server.port());
-            Environment env;
-            {
-                GIOP::Invocation inv(ref->data, "echo", 1);
-                inv.start(nullptr, env, 0, nullptr);
-                ASSERT_FALSE(env.has_exception());
-                EXPECT_EQ(inv.invoke(ExceptionTable{0, nullptr}, env, 0), NO_EXCEPTION)
-                    << giop_test::id_of(env);
-                uint32_t result = 0;
-                EXPECT_TRUE(inv.stream.get_long(&result));
-                EXPECT_EQ(result, 0x12345678u);
-            }
-            release_objref(ref, env);
+            giop_test::Call c;
+            c.peer.accept().read_message().send_for([&](const peer::Request &r) {
+                peer::Writer w(little);
+                w.ulong(static_cast<uint32_t>(contexts->size()));
+                for (const Context &ctx : *contexts) w.ulong(ctx.first).octets(ctx.second);
+                w.ulong(r.request_id).ulong(0).ulong(0x12345678u);
+                return peer::message(1, w.bytes(), little);
+            });
+            c.peer.wait_forever();
+            c.begin();
+            GIOP::Invocation inv(c.ref->data, "echo", 1);
+            EXPECT_EQ(c.call(inv), NO_EXCEPTION) << giop_test::id_of(c.env);
+            uint32_t result = 0;
+            EXPECT_TRUE(inv.stream.get_long(&result));
+            EXPECT_EQ(result, 0x12345678u);
         }
     }
 }

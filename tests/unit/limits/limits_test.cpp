@@ -2,21 +2,15 @@
 // the first must be accepted, the second refused the usual way.
 #include "orbelle/limits.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <functional>
-#include <string>
 
 #include "data/any.h"
 #include "data/decoder.h"
 #include "data/stdtypes.h"
 #include "gateway/getior.h"
-#include "tests/support.h"
 #include "tests/unit/data/tc_builder.h"
 #include "tests/unit/gateway/road.h"
 #include "tests/unit/repository/pirtest.h"
-#include "trace/trace.h"
 
 namespace {
 
@@ -108,11 +102,7 @@ bool list_line_read(uint64_t n) {
     testsupport::TempDir dir;
     std::string line = "A," + std::string(n - 2, 'x');
     dir.write("list", line + "\n");
-    char repository_id[] = "A";
-    char instance_id[] = "one";
-    iiop_record record = hostkit::make_record(IIOP_BIND);
-    record.u.bind.repository_id = repository_id;
-    record.u.bind.instance_id = instance_id;
+    iiop_record record = road::bind_record(nullptr, nullptr, "A", "one");
     std::string alternative = "filed(" + dir.path() + "/list)";
     return get_ior(&record, alternative.c_str()) == line.substr(2);
 }
@@ -123,30 +113,24 @@ bool csv_accepted(const std::string &text) { return pirtest::parse_failure(text)
 // then with a long: whether the call gets the long.
 struct Door : road::Road {
     void TestBody() override {}
-    int32_t two_way(uint16_t port, road::Parms &p) {
-        return invoke(request(bind(port), IIOP_TWOWAY, "op", p));
+    bool heard_after_forwards(uint64_t n) {
+        peer::ScriptedPeer peer;
+        uint16_t port = peer.port();
+        peer.accept();
+        for (uint64_t i = 0; i < n; ++i)
+            peer.read_message().send_for(road::answer(
+                [port](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", port, "key"); }, 3));
+        peer.read_message().send_for(peer::answer_long(5));
+        road::Parms p("r");
+        iiop_req &req = request(bind(peer), IIOP_TWOWAY, "op", p);
+        hostkit::clear_printed();
+        if (invoke(req) == IIOP_OK) return std::strcmp(p.value("r"), "5") == 0;
+        EXPECT_EQ(text, "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
+        EXPECT_TRUE(hostkit::printed_contains("vu_do_call:  sent " + std::to_string(n) +
+                                              " times without a reply, giving up"));
+        return false;
     }
-    const std::string &status_text() const { return text; }
 };
-bool heard_after_forwards(uint64_t n) {
-    Door door;
-    peer::ScriptedPeer peer;
-    uint16_t port = peer.port();
-    peer.accept();
-    for (uint64_t i = 0; i < n; ++i)
-        peer.read_message().send_for(road::answer(
-            [port](peer::Writer &w) { road::put_ior(w, "IDL:T:1.0", port, "key"); }, 3));
-    peer.read_message().send_for(peer::answer_long(5));
-    peer.start();
-    road::Parms p("r");
-    hostkit::clear_printed();
-    int32_t result = door.two_way(port, p);
-    if (result == IIOP_OK) return std::strcmp(p.value("r"), "5") == 0;
-    EXPECT_EQ(door.status_text(), "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
-    EXPECT_TRUE(hostkit::printed_contains("vu_do_call:  sent " + std::to_string(n) +
-                                          " times without a reply, giving up"));
-    return false;
-}
 
 struct Edge {
     const char *limit;
@@ -194,7 +178,8 @@ TEST(Limits, EachLimitAcceptsItsValueAndRefusesOneMore) {
              return csv_accepted("opr a b normal res . array " + std::to_string(n) + " . long");
          }},
         {"max_list_line", limits::max_list_line, list_line_read},
-        {"max_call_restarts", limits::max_call_restarts, heard_after_forwards},
+        {"max_call_restarts", limits::max_call_restarts,
+         [](uint64_t n) { return Door().heard_after_forwards(n); }},
     };
     for (const Edge &e : edges) {
         EXPECT_TRUE(e.accepted(e.value)) << e.limit << " at " << e.value;
