@@ -2,8 +2,7 @@
 // policy and the event stream, run by orbelle-run.
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,39 +28,23 @@ std::vector<std::string> lines_of(const std::string &text) {
     return lines;
 }
 
-// The value after key in line replaced by mark when it is a number of the
-// given shape (digits, and as many decimals as decimals asks; -1: none).
-void fix_number(std::string &line, const std::string &key, int decimals, const char *mark) {
-    size_t at = line.find(key);
-    if (at == std::string::npos) return;
-    size_t begin = at + key.size(), end = begin;
-    while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end]))) ++end;
-    size_t whole = end - begin;
-    if (decimals >= 0) {
-        if (end == line.size() || line[end] != '.') return;
-        size_t first = ++end;
-        while (end < line.size() && std::isdigit(static_cast<unsigned char>(line[end]))) ++end;
-        if (end - first != static_cast<size_t>(decimals)) return;
-    } else if (whole != 13) {
-        return;
-    }
-    if (whole == 0 || line.compare(end, 2, ", ") != 0) return;
-    line.replace(begin, end - begin, mark);
+// An event line with its time fields made fixed: "t" (13 digits) reads T
+// and "ms" (3 decimals) reads MS.
+std::string without_times(const std::string &line) {
+    static const std::regex t("^\\{\"t\": \\d{13}, "), ms("\"ms\": \\d+\\.\\d{3}, ");
+    return std::regex_replace(std::regex_replace(line, t, "{\"t\": T, "), ms, "\"ms\": MS, ",
+                              std::regex_constants::format_first_only);
 }
 
-// An event line with its time fields ("t", "ms") made fixed.
-std::string without_times(std::string line) {
-    fix_number(line, "\"t\": ", -1, "T");
-    fix_number(line, "\"ms\": ", 3, "MS");
-    return line;
-}
-
-// An event line as without_times leaves it; tail follows "ok": .
-std::string event_line(int vu, const std::string &kind, const std::string &name,
-                       const std::string &script, int line, const std::string &tail = "true") {
-    return "{\"t\": T, \"vu\": " + std::to_string(vu) + ", \"iter\": 1, \"kind\": \"" + kind +
-           "\", \"name\": \"" + name + "\", \"script\": \"" + script +
-           "\", \"line\": " + std::to_string(line) + ", \"ms\": MS, \"ok\": " + tail + "}";
+// Event lines of user vu in script, as without_times leaves them; tail
+// follows "ok": .
+auto event_lines(int vu, const std::string &script) {
+    return [vu, script](const char *kind, const std::string &name, int line,
+                        const std::string &tail = "true") {
+        return "{\"t\": T, \"vu\": " + std::to_string(vu) + ", \"iter\": 1, \"kind\": \"" + kind +
+               "\", \"name\": \"" + name + "\", \"script\": \"" + script +
+               "\", \"line\": " + std::to_string(line) + ", \"ms\": MS, \"ok\": " + tail + "}";
+    };
 }
 
 class LoadRun : public ::testing::Test {
@@ -181,10 +164,7 @@ TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
     EXPECT_EQ(run_runner("--quiet --iterations 3 --events - f.orb 2>/dev/null", events), 1);
     std::vector<std::string> lines = lines_of(events);
     for (std::string &line : lines) line = without_times(line);
-    auto f = [](const char *kind, const std::string &name, int line,
-                const std::string &tail = "true") {
-        return event_line(1, kind, name, "f.orb", line, tail);
-    };
+    const auto f = event_lines(1, "f.orb");
     const std::string ended = "false, \"error\": \"the iteration ended at f.orb:9\"";
     const std::vector<std::string> first = {
         f("call", "bind obj", 1),
@@ -236,13 +216,18 @@ TEST_F(LoadRun, PaceSpacesIterationsAndNoThinkSkipsThinking) {
 // Replies to _non_existent with false, then to the same call with TRANSIENT.
 TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
     testsupport::TempDir dir;
-#ifdef _WIN32
-    // Windows' shell has no descriptor redirections beyond 2.
-    const std::vector<std::string> streams{"file"};
-#else
-    const std::vector<std::string> streams{"file", "-", "fd"};
+    const struct {
+        const char *args;
+        const char *file;  // where the events go; null: standard output
+    } streams[] = {
+        {"--vu 5 --events ev.jsonl e.orb", "ev.jsonl"},
+#ifndef _WIN32  // Windows' shell has no descriptor redirections beyond 2.
+        // text goes to standard error, which is dropped here
+        {"--vu 5 --trace 5 --events - e.orb 2>/dev/null", nullptr},
+        {"--vu 5 --events fd:3 e.orb 3>ev.fd >/dev/null 2>&1", "ev.fd"},
 #endif
-    for (const std::string &stream : streams) {
+    };
+    for (const auto &stream : streams) {
         peer::ScriptedPeer server;
         server.accept()
             .read_message()
@@ -261,25 +246,14 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
         dir.write("e.orb", "bind obj IDL:Thing:1.0 one IOR " + ior +
                                "\nbegin t\nparams obj _non_existent\ninvoke timeout=3000\n"
                                "check ^non_existent 0\nend t\ninvoke timeout=3000\n");
-        std::string out, events;
+        std::string out;
         const long long before = runner::epoch_ms();
-        if (stream == "file") {
-            EXPECT_EQ(run_runner("--vu 5 --events ev.jsonl e.orb", out), 1) << out;
-            events = read_file("ev.jsonl");
-        } else if (stream == "-") {
-            // text goes to standard error, which is dropped here
-            EXPECT_EQ(run_runner("--vu 5 --trace 5 --events - e.orb 2>/dev/null", events), 1);
-        } else {
-            EXPECT_EQ(run_runner("--vu 5 --events fd:3 e.orb 3>ev.fd >/dev/null 2>&1", out), 1);
-            events = read_file("ev.fd");
-        }
+        EXPECT_EQ(run_runner(stream.args, out), 1) << out;
+        const std::string events = stream.file ? read_file(stream.file) : out;
         const long long after = runner::epoch_ms();
         ASSERT_TRUE(server.wait(5000)) << server.failure();
         std::vector<std::string> lines = lines_of(events);
-        auto e = [](const char *kind, const std::string &name, int line,
-                    const std::string &tail = "true") {
-            return event_line(5, kind, name, "e.orb", line, tail);
-        };
+        const auto e = event_lines(5, "e.orb");
         const std::vector<std::string> expected = {
             e("call", "bind obj", 1),
             e("call", "params _non_existent", 3),
@@ -291,10 +265,9 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
               "\"IDL:omg.org/CORBA/TRANSIENT:1.0\""),
             e("iteration", "iteration", 0, "false, \"error\": \"ended at e.orb:7\""),
         };
-        ASSERT_EQ(lines.size(), expected.size()) << stream << "\n" << events;
+        ASSERT_EQ(lines.size(), expected.size()) << stream.args << "\n" << events;
         for (size_t i = 0; i < lines.size(); ++i) {
-            std::string fixed = without_times(lines[i]);
-            EXPECT_EQ(fixed, expected[i]) << stream << " " << i;
+            EXPECT_EQ(without_times(lines[i]), expected[i]) << stream.args << " " << i;
             long long t = std::stoll(lines[i].substr(6, 13));
             EXPECT_TRUE(t >= before && t <= after) << lines[i];
         }
