@@ -148,15 +148,19 @@ class ScriptMistakes : public ::testing::Test {
 protected:
     ScriptMistakes() { dir_.write("idl/Shop-Till.csv", till_description); }
 
-    // Every mistake of text (after a line binding till), one a line.
-    std::string mistakes(const std::string &text) {
+    // Every mistake of the script file holding text, one a line.
+    std::string mistakes_of(const std::string &file, const std::string &text,
+                            const runner::DataFiles &data = {}) {
         runner::Script script;
         runner::Mistakes found;
-        runner::parse_script("s.orb", "bind till IDL:Shop/Till:1.0 t IOR IOR:00\n" + text, script,
-                             found);
+        runner::parse_script(file, text, script, found);
         runner::Descriptions descriptions(host_);
-        runner::check_script(script, {}, &descriptions, found);
+        runner::check_script(script, data, &descriptions, found);
         return found.text();
+    }
+    // The same of s.orb: a line binding till, then text.
+    std::string mistakes(const std::string &text) {
+        return mistakes_of("s.orb", "bind till IDL:Shop/Till:1.0 t IOR IOR:00\n" + text);
     }
 
     testsupport::TempDir dir_;
@@ -277,17 +281,12 @@ TEST_F(ScriptMistakes, DataRowsAreCheckedAgainstTheValuesTheyFill) {
     runner::CsvTable table;
     std::string error;
     ASSERT_TRUE(runner::parse_csv("d.csv", "n,w\n3,1.5\nmany,2\n4,heavy\n", table, error));
-    runner::Script script;
-    runner::Mistakes found;
-    runner::parse_script("s.orb",
-                         "data d.csv as row\nbind till IDL:Shop/Till:1.0 t IOR IOR:00\n"
-                         "params till sell\nset item.count ${row.n}\nset item.weight ${row.w}\n"
-                         // a column's variable set anew holds the data no longer
-                         "let row.w 2\nset item.weight ${row.w}\n",
-                         script, found);
-    runner::Descriptions descriptions(host_);
-    runner::check_script(script, {{1, {"d.csv", &table}}}, &descriptions, found);
-    EXPECT_EQ(found.text(),
+    // A column's variable set anew (line 6) holds the data no longer.
+    EXPECT_EQ(mistakes_of("s.orb",
+                          "data d.csv as row\nbind till IDL:Shop/Till:1.0 t IOR IOR:00\n"
+                          "params till sell\nset item.count ${row.n}\nset item.weight ${row.w}\n"
+                          "let row.w 2\nset item.weight ${row.w}\n",
+                          {{1, {"d.csv", &table}}}),
               "d.csv: row 2, column n: 'many' is not a ushort: a whole number from 0 to 65535 "
               "(item.count takes it at s.orb:4:16)\n"
               "d.csv: row 3, column w: 'heavy' is not a float: a decimal number such as 12.5 or "
@@ -301,11 +300,7 @@ TEST_F(ScriptMistakes, SkeletonsRunTheCheckCleanly) {
     expect_has(out, {"\nparams till sell tags^length=1 ", "\nset item.count 0 ", "# ushort\n",
                      "\nset tags[0] text ", "\ninvoke oneway\n", "\n# check ^sell.total 0.0 ",
                      "\n# save receipt receipt\n", "\nset open 0 ", "\n# set what "});
-    runner::Script script;
-    runner::Mistakes found;
-    runner::parse_script("skeleton.orb", out, script, found);
-    runner::check_script(script, {}, &descriptions, found);
-    EXPECT_TRUE(found.empty()) << found.text();
+    EXPECT_EQ(mistakes_of("skeleton.orb", out), "");
 
     EXPECT_FALSE(runner::write_skeleton(descriptions, "IDL:Shop/Till:1.0", {"sel"}, out, why));
     EXPECT_EQ(why, "operation 'sel' is not one of IDL:Shop/Till:1.0 (did you mean `sell`?)");
