@@ -207,19 +207,15 @@ TEST(Aggregator, ProgressLineShowsTheLastSecond) {
 }
 
 TEST(Aggregator, FailureIds) {
-    Event e = event(0, "call", "invoke x twoway", 1, false,
-                    "status 1, exception 4, "
-                    "IDL:omg.org/CORBA/COMM_FAILURE:1.0, "
-                    "minor 0");
-    EXPECT_EQ(failure_id(e), "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
-    e.error = "no reply";
-    e.has_status = true;
-    e.status = 2;
-    e.index = 9;
-    EXPECT_EQ(failure_id(e), "status 2, exception 9");
-    e.kind = "check";
-    e.has_status = false;
-    EXPECT_EQ(failure_id(e), "check failed");
+    const std::pair<Event, const char *> cases[] = {
+        {event(0, "call", "invoke x twoway", 1, false,
+               "status 1, exception 4, IDL:omg.org/CORBA/COMM_FAILURE:1.0, minor 0"),
+         "IDL:omg.org/CORBA/COMM_FAILURE:1.0"},
+        {{0, 1, 1, "call", "x", "", 0, 1, -1, false, true, 2, 9, "no reply"},
+         "status 2, exception 9"},
+        {{0, 1, 1, "check", "x", "", 0, 1, -1, false, false, 2, 9, "no reply"}, "check failed"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(failure_id(c.first), c.second) << c.first.error;
 }
 
 TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {

@@ -150,16 +150,9 @@ TEST_F(LoadRun, UniqueRowsAreSplitBetweenUsersUntilUsedUp) {
 
 TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
     script("f.orb",
-           "begin outer\n"
-           "begin a\n"
-           "set logical_type_id x${ITERATION}\n"
-           "check logical_type_id x${ITERATION}\n"
-           "begin b\n"
-           "end a\n"
-           "check logical_type_id x2\n"
-           "print logical_type_id\n"
-           "end b\n"
-           "end outer\n");
+           "begin outer\nbegin a\nset logical_type_id x${ITERATION}\n"
+           "check logical_type_id x${ITERATION}\nbegin b\nend a\n"  // lines 3 to 8
+           "check logical_type_id x2\nprint logical_type_id\nend b\nend outer\n");
     std::string events;
     EXPECT_EQ(run_runner("--quiet --iterations 3 --events - f.orb 2>/dev/null", events), 1);
     std::vector<std::string> lines = lines_of(events);

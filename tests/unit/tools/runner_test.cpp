@@ -62,14 +62,9 @@ TEST(RunnerScript, ParsesEveryCommand) {
     std::string error;
     ASSERT_TRUE(runner::parse_script("s.orb",
                                      "bind a IDL:A:1.0 one \"FILE(a.ior) | IOR\" IOR:00\n"
-                                     "params a op seq^length=3 m.s^length=0\n"
-                                     "set seq[0] 7\n"
-                                     "invoke deferred timeout=500 expect=user\n"
-                                     "poll op\n"
-                                     "wait op timeout=100\n"
-                                     "check ^op 1\n"
-                                     "print\n"
-                                     "sleep 5\n"
+                                     "params a op seq^length=3 m.s^length=0\nset seq[0] 7\n"
+                                     "invoke deferred timeout=500 expect=user\npoll op\n"
+                                     "wait op timeout=100\ncheck ^op 1\nprint\nsleep 5\n"
                                      "release a\n",
                                      s, error))
         << error;
@@ -85,15 +80,10 @@ TEST(RunnerScript, ParsesEveryCommand) {
     // The commands of load runs.
     s = Script();
     ASSERT_TRUE(runner::parse_script("s.orb",
-                                     "data people.csv unique as p\n"
-                                     "data more.csv as m\n"
-                                     "data plain.csv random\n"
-                                     "let who \"${p.name} x\"\n"
-                                     "think 10..250\n"
-                                     "think ${gap}\n"
-                                     "pace 1000\n"
-                                     "begin visit\n"
-                                     "end visit\n",
+                                     "data people.csv unique as p\ndata more.csv as m\n"
+                                     "data plain.csv random\nlet who \"${p.name} x\"\n"
+                                     "think 10..250\nthink ${gap}\npace 1000\n"
+                                     "begin visit\nend visit\n",
                                      s, error))
         << error;
     ASSERT_EQ(s.commands.size(), 9u);
