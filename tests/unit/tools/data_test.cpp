@@ -1,7 +1,6 @@
 // Data files and variables of orbelle-run scripts.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 

@@ -51,10 +51,8 @@ std::string settle(const std::vector<std::string> &words, LoadOptions &load) {
 }
 
 TEST(LoadOptions, SettleTogetherOrSayWhy) {
-    const struct {
-        std::vector<std::string> words;
-        const char *error;  // "" when fine; else the start of the message
-    } cases[] = {
+    // Words and "" when they settle, else the start of the message.
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
         {{"--users", "4", "--rate", "300/m", "--duration", "10"}, ""},
         {{"--users", "4", "--rate", "10", "--stages", "10s:50,10s:0"}, ""},
         {{"--stages", "10s:5,10s:0"}, ""},
@@ -84,14 +82,14 @@ TEST(LoadOptions, SettleTogetherOrSayWhy) {
         {{"--users", "2", "--duration", "1", "--threshold"}, "--threshold needs a value"},
         {{"--users", "2", "--duration", "1", "--threshold-grace", "2d"}, "--threshold-grace"},
     };
-    for (const auto &c : cases) {
+    for (const auto &[words, start] : cases) {
         LoadOptions load;
-        std::string error = settle(c.words, load);
-        std::string words;
-        for (const std::string &w : c.words) words += w + " ";
+        std::string error = settle(words, load);
+        std::string line;
+        for (const std::string &w : words) line += w + " ";
         // an expected error is the start of the message; no error is no message
-        EXPECT_EQ(*c.error ? error.substr(0, std::strlen(c.error)) : error, c.error)
-            << words << ": " << error;
+        EXPECT_EQ(*start ? error.substr(0, std::strlen(start)) : error, start)
+            << line << ": " << error;
     }
     // The closed model's stages give the users: the most of any stage.
     LoadOptions load;
@@ -159,27 +157,23 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
 
 #ifndef _WIN32
 TEST(Metrics, ListenAddressesReadOrRefused) {
-    const struct {
-        const char *text;
-        bool ok;
-        uint16_t port;
-    } cases[] = {{"127.0.0.1:9464", true, 9464},
-                 {"localhost:0", true, 0},
-                 {"0.0.0.0:65535", true, 65535},
-                 {"127.0.0.1:65536", false, 0},
-                 {"127.0.0.1:", false, 0},
-                 {":9464", false, 0},
-                 {"9464", false, 0},
-                 {"example.org:80", false, 0},
-                 {"127.0.0.1:-1", false, 0},
-                 {"127.0.0.1:999999", false, 0}};
-    for (const auto &c : cases) {
+    const std::tuple<const char *, bool, uint16_t> cases[] = {{"127.0.0.1:9464", true, 9464},
+                                                              {"localhost:0", true, 0},
+                                                              {"0.0.0.0:65535", true, 65535},
+                                                              {"127.0.0.1:65536", false, 0},
+                                                              {"127.0.0.1:", false, 0},
+                                                              {":9464", false, 0},
+                                                              {"9464", false, 0},
+                                                              {"example.org:80", false, 0},
+                                                              {"127.0.0.1:-1", false, 0},
+                                                              {"127.0.0.1:999999", false, 0}};
+    for (const auto &[text, ok, want] : cases) {
         uint32_t address = 0;
         uint16_t port = 1;
         std::string error;
-        EXPECT_EQ(parse_listen_address(c.text, address, port, error), c.ok) << c.text;
-        if (c.ok) {
-            EXPECT_EQ(port, c.port) << c.text;
+        EXPECT_EQ(parse_listen_address(text, address, port, error), ok) << text;
+        if (ok) {
+            EXPECT_EQ(port, want) << text;
         } else {
             EXPECT_EQ(error.rfind("--metrics takes", 0), 0u) << error;
         }

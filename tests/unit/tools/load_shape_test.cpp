@@ -23,18 +23,17 @@ namespace runner {
 namespace {
 
 TEST(Rates, ReadAsWrittenOrRefused) {
-    const struct {
-        const char *text;
-        double per_second;  // 0: refused
-    } cases[] = {{"300", 300},     {"2.5", 2.5}, {"300/s", 300}, {"300/m", 5},      {"36/h", 0.01},
-                 {"1000000", 1e6}, {"0", 0},     {"-5", 0},      {"", 0},           {"5/d", 0},
-                 {"1000001", 0},   {"1e3", 0},   {"nan", 0},     {"60000001/m", 0}, {"5/", 0}};
-    for (const auto &c : cases) {
+    // Each text and the rate it gives per second; 0: refused.
+    const std::pair<const char *, double> cases[] = {
+        {"300", 300},     {"2.5", 2.5}, {"300/s", 300}, {"300/m", 5},      {"36/h", 0.01},
+        {"1000000", 1e6}, {"0", 0},     {"-5", 0},      {"", 0},           {"5/d", 0},
+        {"1000001", 0},   {"1e3", 0},   {"nan", 0},     {"60000001/m", 0}, {"5/", 0}};
+    for (const auto &[text, per_second] : cases) {
         double v = -1;
         std::string error;
-        bool ok = parse_rate(c.text, v, error);
-        EXPECT_EQ(ok, c.per_second > 0) << c.text;
-        EXPECT_DOUBLE_EQ(ok ? v : 0, c.per_second) << c.text;
+        bool ok = parse_rate(text, v, error);
+        EXPECT_EQ(ok, per_second > 0) << text;
+        EXPECT_DOUBLE_EQ(ok ? v : 0, per_second) << text;
         if (!ok) expect_has(error, {"--rate"});
     }
 }
@@ -47,15 +46,13 @@ TEST(Rates, StagesReadAsWrittenOrRefused) {
     for (const Stage &s : stages) seconds.push_back(s.seconds);
     EXPECT_EQ(seconds, (std::vector<double>{30, 120, 0.5, 3600}));
     EXPECT_TRUE(parse_stages("10:2.5", false, stages, error));  // a rate may have decimals
-    const struct {
-        const char *text;
-        bool counts;
-    } bad[] = {{"10:2.5", true},       {"30s", true},    {"30s:", true}, {":5", true},
-               {"30x:5", true},        {"30s:-1", true}, {"0s:5", true}, {"30s:20001", true},
-               {"30s:1000001", false}, {"169h:1", true}, {"", true},     {"1s:1,,1s:2", true},
-               {"100h:1,100h:1", true}};
-    for (const auto &c : bad) {
-        EXPECT_FALSE(parse_stages(c.text, c.counts, stages, error)) << c.text;
+    const std::pair<const char *, bool> bad[] = {
+        {"10:2.5", true},       {"30s", true},    {"30s:", true}, {":5", true},
+        {"30x:5", true},        {"30s:-1", true}, {"0s:5", true}, {"30s:20001", true},
+        {"30s:1000001", false}, {"169h:1", true}, {"", true},     {"1s:1,,1s:2", true},
+        {"100h:1,100h:1", true}};
+    for (const auto &[text, counts] : bad) {
+        EXPECT_FALSE(parse_stages(text, counts, stages, error)) << text;
         EXPECT_EQ(error.rfind("--stages", 0), 0u) << error;
     }
     std::string many;
@@ -68,15 +65,14 @@ TEST(Rates, StagesReadAsWrittenOrRefused) {
 TEST(Rates, ProfileRampsLinearlyAndItsCountInvertsIt) {
     // 0 -> 10/s over 2 s, 10/s for 2 s, down to 0 over 1 s, then 0.
     Profile p({{2, 10}, {2, 10}, {1, 0}}, 0);
-    const struct {
-        double t, target, count;
-    } cases[] = {{0, 0, 0},   {1, 5, 2.5},     {2, 10, 10}, {3, 10, 20},
-                 {4, 10, 30}, {4.5, 5, 33.75}, {5, 0, 35},  {9, 0, 35}};
-    for (const auto &c : cases) {
-        EXPECT_NEAR(p.target_at(c.t), c.target, 1e-9) << c.t;
-        EXPECT_NEAR(p.count_before(c.t), c.count, 1e-9) << c.t;
-        if (c.t <= 5 && c.t > 0) {
-            EXPECT_NEAR(p.time_of_count(c.count), c.t, 1e-9) << c.t;
+    const std::tuple<double, double, double> cases[] = {{0, 0, 0},   {1, 5, 2.5}, {2, 10, 10},
+                                                        {3, 10, 20}, {4, 10, 30}, {4.5, 5, 33.75},
+                                                        {5, 0, 35},  {9, 0, 35}};
+    for (const auto &[t, target, count] : cases) {
+        EXPECT_NEAR(p.target_at(t), target, 1e-9) << t;
+        EXPECT_NEAR(p.count_before(t), count, 1e-9) << t;
+        if (t <= 5 && t > 0) {
+            EXPECT_NEAR(p.time_of_count(count), t, 1e-9) << t;
         }
     }
     EXPECT_TRUE(std::isinf(p.time_of_count(35.5)));  // never: the rate stays 0
@@ -158,11 +154,7 @@ TEST(Thresholds, JudgedOnTheRowsAsWritten) {
     late.has_response = true;  // under a rate the response time is judged
     late.r_p50_ms = late.r_p95_ms = 40;
     std::vector<StatsRow> baseline = {row("invoke transfer twoway", 2, 5, 100)};
-    const struct {
-        const char *text;
-        bool passed;
-        const char *detail;
-    } cases[] = {
+    const std::tuple<const char *, bool, const char *> cases[] = {
         {"all requests: p95<6.5ms", true, "p95 6.000 ms"},
         {"all requests: p95<6ms", false, "p95 6.000 ms"},
         {"all requests: p95<=6ms and p50<2500us", true, "p95 6.000 ms, p50 2.000 ms"},
@@ -181,14 +173,13 @@ TEST(Thresholds, JudgedOnTheRowsAsWritten) {
         {"iterations: dropped=0", false, "dropped 3"},
         {"transaction nowhere: p95<1s", false, "no row of the table is named transaction nowhere"},
     };
-    for (const auto &c : cases) {
+    for (const auto &[text, passed, detail] : cases) {
         Threshold t;
         std::string error;
-        ASSERT_TRUE(parse_threshold(c.text, t, error)) << c.text << ": " << error;
+        ASSERT_TRUE(parse_threshold(text, t, error)) << text << ": " << error;
         Verdict v = judge(t, rows, 3, baseline);
-        EXPECT_EQ(v.passed, c.passed) << c.text;
-        EXPECT_EQ(v.detail, c.detail) << c.text;
-        EXPECT_EQ(v.text, c.text);
+        EXPECT_EQ(std::make_tuple(v.passed, v.detail, v.text),
+                  std::make_tuple(passed, std::string(detail), std::string(text)));
     }
 }
 

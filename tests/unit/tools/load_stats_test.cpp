@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <tuple>
 
 #include "tests/support.h"

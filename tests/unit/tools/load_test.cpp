@@ -5,6 +5,7 @@
 #include <regex>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/peer/peer.h"
@@ -84,13 +85,10 @@ TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
     script("noname.orb", "set nosuch 1\n");
     dir_.write("bad.orb", "bind obj IDL:Thing:1.0 one IOR\nparams obj op\nset\n");
     dir_.write("unknown.orb", "params x _is_a\nset nosuch 1\n");
-    const struct {
-        const char *orb;  // s.orb below its bind and params lines from this case on
-        const char *csv;  // d.csv likewise; null: as it was
-        const char *args;
-        const char *out;  // the whole output, or with whole false its start
-        bool whole;
-    } cases[] = {
+    // s.orb below its bind and params lines and d.csv from each case on
+    // (null: as they were), the arguments, and the whole output or, with
+    // whole false, its start.
+    const std::tuple<const char *, const char *, const char *, const char *, bool> cases[] = {
         // a name from a variable is known only when its line runs
         {"let n nosuch\nsave ${n} x\nprint\n", nullptr, "--quiet s.orb",
          "== s.orb\ns.orb:4: no parameter named 'nosuch' in the list of _is_a\n", true},
@@ -117,12 +115,12 @@ TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
         {nullptr, nullptr, "missing-file.orb", "orbelle-run: cannot read missing-file.orb\n", true},
         {nullptr, nullptr, "--iterations zero x.orb", "", false},
     };
-    for (const auto &c : cases) {
-        if (c.orb != nullptr) script("s.orb", c.orb);
-        if (c.csv != nullptr) dir_.write("d.csv", c.csv);
+    for (const auto &[orb, csv, args, printed, whole] : cases) {
+        if (orb != nullptr) script("s.orb", orb);
+        if (csv != nullptr) dir_.write("d.csv", csv);
         std::string out;
-        EXPECT_EQ(run_runner(c.args, out), 2) << c.args;
-        EXPECT_EQ(c.whole ? out : out.substr(0, std::string(c.out).size()), c.out) << c.args;
+        EXPECT_EQ(run_runner(args, out), 2) << args;
+        EXPECT_EQ(whole ? out : out.substr(0, std::string(printed).size()), printed) << args;
     }
 }
 
@@ -209,10 +207,8 @@ TEST_F(LoadRun, PaceSpacesIterationsAndNoThinkSkipsThinking) {
 // Replies to _non_existent with false, then to the same call with TRANSIENT.
 TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
     testsupport::TempDir dir;
-    const struct {
-        const char *args;
-        const char *file;  // where the events go; null: standard output
-    } streams[] = {
+    // The arguments and where the events go; null: standard output.
+    const std::pair<const char *, const char *> streams[] = {
         {"--vu 5 --events ev.jsonl e.orb", "ev.jsonl"},
 #ifndef _WIN32  // Windows' shell has no descriptor redirections beyond 2.
         // text goes to standard error, which is dropped here
@@ -220,7 +216,7 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
         {"--vu 5 --events fd:3 e.orb 3>ev.fd >/dev/null 2>&1", "ev.fd"},
 #endif
     };
-    for (const auto &stream : streams) {
+    for (const auto &[args, file] : streams) {
         peer::ScriptedPeer server;
         server.accept()
             .read_message()
@@ -241,8 +237,8 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
                                "check ^non_existent 0\nend t\ninvoke timeout=3000\n");
         std::string out;
         const long long before = runner::epoch_ms();
-        EXPECT_EQ(run_runner(stream.args, out), 1) << out;
-        const std::string events = stream.file ? read_file(stream.file) : out;
+        EXPECT_EQ(run_runner(args, out), 1) << out;
+        const std::string events = file ? read_file(file) : out;
         const long long after = runner::epoch_ms();
         ASSERT_TRUE(server.wait(5000)) << server.failure();
         std::vector<std::string> lines = lines_of(events);
@@ -258,9 +254,9 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
               "\"IDL:omg.org/CORBA/TRANSIENT:1.0\""),
             e("iteration", "iteration", 0, "false, \"error\": \"ended at e.orb:7\""),
         };
-        ASSERT_EQ(lines.size(), expected.size()) << stream.args << "\n" << events;
+        ASSERT_EQ(lines.size(), expected.size()) << args << "\n" << events;
         for (size_t i = 0; i < lines.size(); ++i) {
-            EXPECT_EQ(without_times(lines[i]), expected[i]) << stream.args << " " << i;
+            EXPECT_EQ(without_times(lines[i]), expected[i]) << args << " " << i;
             long long t = std::stoll(lines[i].substr(6, 13));
             EXPECT_TRUE(t >= before && t <= after) << lines[i];
         }

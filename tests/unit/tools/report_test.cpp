@@ -6,9 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -16,10 +13,6 @@
 #include "tests/support.h"
 #include "tests/unit/tools/run_tool.h"
 #include "tests/unit/tools/stats_row.h"
-
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
 
 using testsupport::expect_has;
 
@@ -157,19 +150,17 @@ TEST(ReportHtml, TablesShowTheRunsFigures) {
 
 TEST(ReportHtml, StartTimeIsAUtcDate) {
     TempDir dir;
-    const struct {
-        int64_t ms;
-        const char *shown;
-    } cases[] = {{951782400000, "Started 2000-02-29 00:00:00 UTC, ran 30.0 s."},
-                 {1709211599999, "Started 2024-02-29 12:59:59 UTC"},
-                 {4102444799000, "Started 2099-12-31 23:59:59 UTC"},
-                 {1, "Started 1970-01-01 00:00:00 UTC"},
-                 {0, "<p class=\"when\">Ran 30.0 s.</p>"}};
-    for (const auto &c : cases) {
+    const std::pair<int64_t, const char *> cases[] = {
+        {951782400000, "Started 2000-02-29 00:00:00 UTC, ran 30.0 s."},
+        {1709211599999, "Started 2024-02-29 12:59:59 UTC"},
+        {4102444799000, "Started 2099-12-31 23:59:59 UTC"},
+        {1, "Started 1970-01-01 00:00:00 UTC"},
+        {0, "<p class=\"when\">Ran 30.0 s.</p>"}};
+    for (const auto &[ms, shown] : cases) {
         RunReport run = sample_run(0);
         run.duration_s = 30;
-        run.started_ms = c.ms;
-        EXPECT_NE(write_page(run).find(c.shown), std::string::npos) << c.shown;
+        run.started_ms = ms;
+        EXPECT_NE(write_page(run).find(shown), std::string::npos) << shown;
     }
 }
 
@@ -230,24 +221,21 @@ constexpr int kSkipped = 77;  // the check's status when chromium is absent
 
 TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
     TempDir dir;
-    const struct {
-        int seconds;
-        const char *says;
-    } cases[] = {{30, "chart pixels: throughput="},
-                 {1, "chart pixels: throughput="},
-                 {0, "no whole second to chart"}};
-    for (const auto &c : cases) {
-        RunReport run = sample_run(c.seconds);
+    const std::pair<int, const char *> cases[] = {{30, "chart pixels: throughput="},
+                                                  {1, "chart pixels: throughput="},
+                                                  {0, "no whole second to chart"}};
+    for (const auto &[seconds, says] : cases) {
+        RunReport run = sample_run(seconds);
         // Hostile texts must neither break the page nor run.
         run.rows[1].name = "</script><script>console.error('injected')</script>";
         run.failures[0].example = "<img src=x onerror=\"console.error('injected')\">";
-        const std::string path = "run" + std::to_string(c.seconds) + ".html";
+        const std::string path = "run" + std::to_string(seconds) + ".html";
         write_page(run, path);
         std::string output;
         const int status = check_report(path, output);
         if (status == kSkipped) GTEST_SKIP() << output;
-        EXPECT_EQ(status, 0) << c.seconds << " seconds: " << output;
-        expect_has(output, {c.says});
+        EXPECT_EQ(status, 0) << seconds << " seconds: " << output;
+        expect_has(output, {says});
     }
 }
 
