@@ -11,16 +11,13 @@
 #include "tools/runner/script.h"
 
 namespace {
-using testsupport::run_runner;
+using testsupport::runner_output;
 
 // A peer that answers n calls of _is_a with true on one connection.
 void answer(peer::ScriptedPeer &p, int n) {
     p.accept();
-    for (int i = 0; i < n; ++i) {
-        p.read_message().send_for([](const peer::Request &r) {
-            return peer::reply(r.request_id, 0, [](peer::Writer &w) { w.octet(1); });
-        });
-    }
+    for (int i = 0; i < n; ++i)
+        p.read_message().send_for(peer::answer([](peer::Writer &w) { w.octet(1); }));
     p.read_to_eof();
     p.start();
 }
@@ -103,9 +100,7 @@ TEST(Lifecycle, SetUpAndTearDownRunOnceAroundTheIterations) {
                                "check ^is_a " + c.run.setup_check + "\niteration\n" + call +
                                "teardown\n" + call + "check ^is_a " + c.run.teardown_check +
                                "\nrelease obj\n");
-        std::string out;
-        EXPECT_EQ(run_runner("--iterations 2 s.orb", out), c.run.status) << out;
-        out = squashed(out);
+        const std::string out = squashed(runner_output("--iterations 2 s.orb", c.run.status));
         EXPECT_TRUE(p.wait()) << out;
         EXPECT_EQ(p.connections(), 1) << out;
         testsupport::expect_has(out, c.seen);

@@ -19,7 +19,7 @@ using testsupport::closed_ior;
 using testsupport::expect_has;
 using testsupport::expect_lacks;
 using testsupport::read_file;
-using testsupport::run_runner;
+using testsupport::runner_output;
 
 // Lines of text, one per element.
 std::vector<std::string> lines_of(const std::string &text) {
@@ -69,12 +69,11 @@ TEST_F(LoadRun, VariablesDataRowsAndSavedValuesFlowIntoRequests) {
            "save logical_type_id seen\n"
            "print logical_type_id\n"
            "check logical_type_id ${seen}\n");
-    std::string out;
-    EXPECT_EQ(run_runner("--iterations 3 --vu 4 data/s.orb", out), 0) << out;
-    expect_has(out, {"    logical_type_id = hi Bo, \"Jr\" from Bern/4/1\n",
-                     "check logical_type_id = 'hi Bo, \"Jr\" from Bern/4/1' ok\n",
-                     "    logical_type_id = hi Ann from Two\nLines/4/2\n",
-                     "    logical_type_id = hi Bo, \"Jr\" from Bern/4/3\n"});
+    expect_has(runner_output("--iterations 3 --vu 4 data/s.orb", 0),
+               {"    logical_type_id = hi Bo, \"Jr\" from Bern/4/1\n",
+                "check logical_type_id = 'hi Bo, \"Jr\" from Bern/4/1' ok\n",
+                "    logical_type_id = hi Ann from Two\nLines/4/2\n",
+                "    logical_type_id = hi Bo, \"Jr\" from Bern/4/3\n"});
 }
 
 // Mistakes in scripts and data files stop the run before the library is
@@ -118,8 +117,7 @@ TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
     for (const auto &[orb, csv, args, printed, whole] : cases) {
         if (orb != nullptr) script("s.orb", orb);
         if (csv != nullptr) dir_.write("d.csv", csv);
-        std::string out;
-        EXPECT_EQ(run_runner(args, out), 2) << args;
+        const std::string out = runner_output(args, 2);
         EXPECT_EQ(whole ? out : out.substr(0, std::string(printed).size()), printed) << args;
     }
 }
@@ -127,20 +125,17 @@ TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
 TEST_F(LoadRun, UniqueRowsAreSplitBetweenUsersUntilUsedUp) {
     dir_.write("d.csv", "n\na\nb\nc\nd\ne\n");
     script("u.orb", "data d.csv unique\nset logical_type_id ${n}\nprint logical_type_id\n");
-    std::string out;
-    EXPECT_EQ(run_runner("--iterations 9 --vu 2 --users-total 2 u.orb", out), 0) << out;
+    std::string out = runner_output("--iterations 9 --vu 2 --users-total 2 u.orb", 0);
     expect_has(out,
                {"= b\n", "= d\n",
                 "u.orb:3                  no row of d.csv is left for user 2: the user stops\n"});
     expect_lacks(out, {"-- iteration 4"});
-    out.clear();
-    EXPECT_EQ(run_runner("--iterations 9 u.orb 2>/dev/null", out), 0);
-    expect_has(out, {"= e\n-- iteration 6 of 9\n"});
+    expect_has(runner_output("--iterations 9 u.orb 2>/dev/null", 0),
+               {"= e\n-- iteration 6 of 9\n"});
     // The parent of a load run may pass the user's place in the environment.
-    out.clear();
     setenv("ORBELLE_VU", "3", 1);
     setenv("ORBELLE_USERS_TOTAL", "3", 1);
-    EXPECT_EQ(run_runner("--iterations 9 u.orb", out), 0);
+    out = runner_output("--iterations 9 u.orb", 0);
     unsetenv("ORBELLE_VU");
     unsetenv("ORBELLE_USERS_TOTAL");
     expect_has(out, {"= c\n-- iteration 2 of 9\n", "left for user 3: the user stops"});
@@ -151,8 +146,8 @@ TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
            "begin outer\nbegin a\nset logical_type_id x${ITERATION}\n"
            "check logical_type_id x${ITERATION}\nbegin b\nend a\n"  // lines 3 to 8
            "check logical_type_id x2\nprint logical_type_id\nend b\nend outer\n");
-    std::string events;
-    EXPECT_EQ(run_runner("--quiet --iterations 3 --events - f.orb 2>/dev/null", events), 1);
+    const std::string events =
+        runner_output("--quiet --iterations 3 --events - f.orb 2>/dev/null", 1);
     std::vector<std::string> lines = lines_of(events);
     for (std::string &line : lines) line = without_times(line);
     const auto f = event_lines(1, "f.orb");
@@ -179,8 +174,7 @@ TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
     expect_has(second, {"\"name\": \"transaction outer\", \"script\": \"f.orb\", \"line\": 12"});
     expect_has(events, {"\"iter\": 3, \"kind\": \"iteration\""});
 
-    std::string out;
-    EXPECT_EQ(run_runner("--quiet --iterations 3 --stop-on-error f.orb", out), 1);
+    const std::string out = runner_output("--quiet --iterations 3 --stop-on-error f.orb", 1);
     expect_lacks(out, {"iteration 2"});
     expect_has(out, {"transaction outer                        1        1",
                      "check logical_type_id                    2        1\n"});
@@ -189,8 +183,8 @@ TEST_F(LoadRun, AFailureEndsItsIterationOrWithStopOnErrorTheRun) {
 TEST_F(LoadRun, PaceSpacesIterationsAndNoThinkSkipsThinking) {
     // Think time of a minute would outlast the test's time-out.
     script("p.orb", "pace 150\nbegin t\nthink 60000..60000\nend t\n");
-    std::string events;
-    EXPECT_EQ(run_runner("--no-think --iterations 3 --events - p.orb 2>/dev/null", events), 0);
+    const std::string events =
+        runner_output("--no-think --iterations 3 --events - p.orb 2>/dev/null", 0);
     std::vector<long long> starts;  // when each iteration's transaction ended
     for (const std::string &line : lines_of(events)) {
         if (line.find("\"kind\": \"transaction\"") == std::string::npos) continue;
@@ -220,9 +214,7 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
         peer::ScriptedPeer server;
         server.accept()
             .read_message()
-            .send_for([](const peer::Request &r) {
-                return peer::reply(r.request_id, 0, [](peer::Writer &w) { w.octet(0); });
-            })
+            .send_for(peer::answer([](peer::Writer &w) { w.octet(0); }))
             .read_message()
             .send_for([](const peer::Request &r) {
                 return peer::system_exception_reply(r.request_id, "IDL:omg.org/CORBA/TRANSIENT:1.0",
@@ -235,9 +227,8 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
         dir.write("e.orb", "bind obj IDL:Thing:1.0 one IOR " + ior +
                                "\nbegin t\nparams obj _non_existent\ninvoke timeout=3000\n"
                                "check ^non_existent 0\nend t\ninvoke timeout=3000\n");
-        std::string out;
         const long long before = runner::epoch_ms();
-        EXPECT_EQ(run_runner(args, out), 1) << out;
+        const std::string out = runner_output(args, 1);
         const std::string events = file ? read_file(file) : out;
         const long long after = runner::epoch_ms();
         ASSERT_TRUE(server.wait(5000)) << server.failure();

@@ -23,7 +23,7 @@ using testsupport::expect_lacks;
 
 namespace {
 using runner::Compare;
-using testsupport::run_runner;
+using testsupport::runner_output;
 
 // A till: an attribute, a struct, sequences (one bounded), an out value
 // and a one-way operation, with a value of every kind a script gives.
@@ -323,9 +323,7 @@ TEST_F(ScriptMistakes, TheRunnerListsThemAllAndSendsNothing) {
          "you mean `IDL:Shop/Till:1.0`?)\n"},
     };
     for (const auto &[args, status, printed] : runs) {
-        std::string out;
-        EXPECT_EQ(run_runner(args, out), status) << args;
-        EXPECT_EQ(out, printed) << args;
+        EXPECT_EQ(runner_output(args, status), printed) << args;
     }
 }
 
