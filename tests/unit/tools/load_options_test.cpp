@@ -22,7 +22,7 @@ namespace runner {
 namespace {
 
 // Reads words as a command line, the options of load_options.h only (the
-// rest as main reads them: --users, --duration, --iterations, --ramp-up);
+// rest as main reads them: --users, --duration, --iterations);
 // "" when they settle, else the first error.
 std::string settle(const std::vector<std::string> &words, LoadOptions &load) {
     std::vector<char *> argv{const_cast<char *>("orbelle-run")};
@@ -36,8 +36,6 @@ std::string settle(const std::vector<std::string> &words, LoadOptions &load) {
             load.users = std::stoi(argv[static_cast<size_t>(++i)]);
         } else if (arg == "--duration") {
             load.duration_s = std::stod(argv[static_cast<size_t>(++i)]);
-        } else if (arg == "--ramp-up") {
-            load.ramp_up_s = std::stod(argv[static_cast<size_t>(++i)]);
         } else if (arg == "--iterations") {
             iterations = true;
             ++i;
@@ -97,10 +95,8 @@ TEST(LoadOptions, SettleTogetherOrSayWhy) {
     EXPECT_EQ(std::make_tuple(load.users, load.stages.size()), std::make_tuple(12, size_t{3}));
     // Thresholds stop at their limit.
     std::vector<std::string> many{"--users", "2", "--duration", "1"};
-    for (size_t i = 0; i <= max_thresholds; ++i) {
-        many.push_back("--threshold");
-        many.push_back("all requests: p95<5ms");
-    }
+    for (size_t i = 0; i <= max_thresholds; ++i)
+        many.insert(many.end(), {"--threshold", "all requests: p95<5ms"});
     LoadOptions full;
     EXPECT_EQ(settle(many, full), "at most 100 thresholds");
 }
@@ -128,27 +124,24 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
                outcome + (le ? "\",le=\"" + std::string(le) : "") + "\"} " + value + "\n";
     };
     const std::string call = "invoke a twoway";
-    expect_has(text,
-               {
-                   "orbelle_requests_total{outcome=\"ok\"} 2\n",
-                   "orbelle_requests_total{outcome=\"failed\"} 1\n",
-                   series("duration_seconds_bucket", "call", call, "ok", "0.00025", "0"),
-                   series("duration_seconds_bucket", "call", call, "ok", "0.0005", "1"),
-                   series("duration_seconds_bucket", "call", call, "ok", "10", "2"),
-                   series("duration_seconds_sum", "call", call, "ok", nullptr, "0.0033"),
-                   series("duration_seconds_bucket", "call", call, "failed", "10", "0"),
-                   series("duration_seconds_bucket", "call", call, "failed", "+Inf", "1"),
-                   series("duration_seconds_count", "transaction", "transaction \\\"q\\\"\\\\\\n",
-                          "ok", nullptr, "1"),
-                   "orbelle_checks_total{name=\"check ^a\",outcome=\"failed\"} 1\n",
-                   series("duration_seconds_bucket", "iteration", "iteration", "ok", "0.0025", "1"),
-                   series("response_seconds_bucket", "iteration", "iteration", "ok", "0.005", "0"),
-                   series("response_seconds_bucket", "iteration", "iteration", "ok", "0.01", "1"),
-                   "orbelle_users 3\n",
-                   "orbelle_target_iterations_per_second 12.5\n",
-                   "orbelle_dropped_iterations_total 4\n",
-                   "# TYPE orbelle_duration_seconds histogram\n",
-               });
+    expect_has(
+        text,
+        {"orbelle_requests_total{outcome=\"ok\"} 2\n",
+         "orbelle_requests_total{outcome=\"failed\"} 1\n",
+         series("duration_seconds_bucket", "call", call, "ok", "0.00025", "0"),
+         series("duration_seconds_bucket", "call", call, "ok", "0.0005", "1"),
+         series("duration_seconds_bucket", "call", call, "ok", "10", "2"),
+         series("duration_seconds_sum", "call", call, "ok", nullptr, "0.0033"),
+         series("duration_seconds_bucket", "call", call, "failed", "10", "0"),
+         series("duration_seconds_bucket", "call", call, "failed", "+Inf", "1"),
+         series("duration_seconds_count", "transaction", "transaction \\\"q\\\"\\\\\\n", "ok",
+                nullptr, "1"),
+         "orbelle_checks_total{name=\"check ^a\",outcome=\"failed\"} 1\n",
+         series("duration_seconds_bucket", "iteration", "iteration", "ok", "0.0025", "1"),
+         series("response_seconds_bucket", "iteration", "iteration", "ok", "0.005", "0"),
+         series("response_seconds_bucket", "iteration", "iteration", "ok", "0.01", "1"),
+         "orbelle_users 3\n", "orbelle_target_iterations_per_second 12.5\n",
+         "orbelle_dropped_iterations_total 4\n", "# TYPE orbelle_duration_seconds histogram\n"});
     expect_lacks(text, {"ignored", "orbelle_response_seconds_count{kind=\"call\""});
     // The closed model has no target nor drops.
     g.open = false;

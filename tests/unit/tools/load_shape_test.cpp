@@ -84,27 +84,23 @@ TEST(Rates, ProfileRampsLinearlyAndItsCountInvertsIt) {
     EXPECT_NEAR(from.time_of_count(3), 0.5, 1e-9);
 }
 
-// Arrivals at 10/s handed to free users at the given times.
-struct Taken {
-    double now;
-    bool found;
-    double due;
-    uint64_t dropped;
-};
+// Arrivals at 10/s handed to free users at the given times: when a user
+// asks, whether an arrival is there, when it was due and the drops so far.
+using Taken = std::tuple<double, bool, double, uint64_t>;
 
 void play(uint32_t capacity, const std::vector<Taken> &steps, double end = 10) {
     Profile p(10);
     ArrivalState state;
     state.capacity = capacity;
     std::vector<double> ring(capacity + 1);
-    for (const Taken &s : steps) {
-        double due = -1;
-        bool found = next_arrival(state, ring.data(), p, s.now, end, due);
-        EXPECT_EQ(found, s.found) << "at " << s.now;
-        if (found) {
-            EXPECT_NEAR(due, s.due, 1e-9) << "at " << s.now;
+    for (const auto &[now, found, due, dropped] : steps) {
+        double at = -1;
+        const bool any = next_arrival(state, ring.data(), p, now, end, at);
+        EXPECT_EQ(any, found) << "at " << now;
+        if (any) {
+            EXPECT_NEAR(at, due, 1e-9) << "at " << now;
         }
-        EXPECT_EQ(state.dropped, s.dropped) << "at " << s.now;
+        EXPECT_EQ(state.dropped, dropped) << "at " << now;
     }
 }
 
@@ -184,21 +180,16 @@ TEST(Thresholds, JudgedOnTheRowsAsWritten) {
 }
 
 TEST(Thresholds, RefusedWithAReason) {
-    const char *bad[] = {"p95<5ms",                   // no name
-                         ": p95<5ms",                 // an empty name
-                         "all requests: p96<5ms",     // no such metric
-                         "all requests: p95 5ms",     // no comparison
-                         "all requests: p95<5 ms",    // a space in the value
-                         "all requests: p95<5kg",     // no such unit
-                         "all requests: failures<1",  // a percentage needs %
-                         "all requests: failures<101%",
-                         "all requests: rate>100",  // a rate needs its unit
-                         "all requests: dropped=1.5",
-                         "all requests: dropped<2*baseline",
-                         "all requests: p95<0*baseline",
-                         "all requests: p95<5ms and",
-                         "all requests: p95<5ms or p99<9ms"};
-    for (const char *text : bad) {
+    // No name, an empty name, no such metric, no comparison, a space in the
+    // value, no such unit, a percentage without % or above 100, a rate
+    // without its unit, drops not a count or against a baseline, a factor of
+    // 0, and conditions not joined by "and" one to another.
+    std::vector<std::string> bad = {"p95<5ms", ": p95<5ms"};
+    for (const char *condition : {"p96<5ms", "p95 5ms", "p95<5 ms", "p95<5kg", "failures<1",
+                                  "failures<101%", "rate>100", "dropped=1.5", "dropped<2*baseline",
+                                  "p95<0*baseline", "p95<5ms and", "p95<5ms or p99<9ms"})
+        bad.push_back(std::string("all requests: ") + condition);
+    for (const std::string &text : bad) {
         Threshold t;
         std::string error;
         EXPECT_FALSE(parse_threshold(text, t, error)) << text;
