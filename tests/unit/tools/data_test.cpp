@@ -89,10 +89,6 @@ TEST(RunnerVariables, ExpandSetAndBuiltInNames) {
               (std::vector<std::string>{"a", "b.c", "RANDOM:1..2"}));
 }
 
-}  // namespace
-
-namespace {
-
 TEST(RunnerEvents, TextIsEscapedIntoValidJson) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"say \"hi\" \\ now", R"(say \"hi\" \\ now)"},

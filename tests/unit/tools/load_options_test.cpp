@@ -27,7 +27,7 @@ namespace {
 std::string settle(const std::vector<std::string> &words, LoadOptions &load) {
     std::vector<char *> argv{const_cast<char *>("orbelle-run")};
     for (const std::string &w : words) argv.push_back(const_cast<char *>(w.c_str()));
-    bool users = false, iterations = false;
+    bool users = false, iterations = false, any = false;
     std::string error;
     for (int i = 1; i < static_cast<int>(argv.size()); ++i) {
         std::string arg = argv[static_cast<size_t>(i)];
@@ -44,43 +44,42 @@ std::string settle(const std::vector<std::string> &words, LoadOptions &load) {
             return error.empty() ? "not ours: " + arg : error;
         }
     }
-    bool any = false;
     return settle_load_options(load, users, iterations, any, error) ? "" : error;
 }
 
 TEST(LoadOptions, SettleTogetherOrSayWhy) {
-    // Words and "" when they settle, else the start of the message.
-    const std::pair<std::vector<std::string>, const char *> cases[] = {
-        {{"--users", "4", "--rate", "300/m", "--duration", "10"}, ""},
-        {{"--users", "4", "--rate", "10", "--stages", "10s:50,10s:0"}, ""},
-        {{"--stages", "10s:5,10s:0"}, ""},
-        {{"--users", "4", "--rate", "10", "--arrivals", "poisson", "--queue", "0", "--duration",
-          "1"},
-         ""},
-        {{"--users", "2", "--duration", "1", "--threshold", "all requests: p95<5ms",
-          "--abort-on-threshold", "--threshold-grace", "30s"},
-         ""},
-        {{"--rate", "10", "--duration", "1"}, "--rate needs --users"},
-        {{"--users", "2", "--rate", "10", "--iterations", "3"}, "--rate runs for --duration"},
-        {{"--users", "2", "--rate", "10"}, "--rate needs --duration or --stages"},
-        {{"--users", "2", "--stages", "1s:2"}, "--stages without --rate gives the users"},
-        {{"--stages", "1s:2", "--iterations", "3"}, "--stages runs for their time"},
-        {{"--stages", "1s:2.5"}, "--stages: '1s:2.5'"},
-        {{"--stages", "1s:0"}, "--stages: no stage has a user"},
-        {{"--stages", ""}, "--stages takes"},
-        {{"--users", "2", "--duration", "1", "--arrivals", "poisson"}, "--arrivals and --queue"},
-        {{"--users", "2", "--duration", "1", "--arrivals", "bursty"}, "--arrivals takes"},
-        {{"--users", "2", "--duration", "1", "--queue", "-1"}, "--queue takes"},
-        {{"--users", "2", "--rate", "5", "--duration", "1", "--queue", "1000000"}, ""},
-        {{"--users", "2", "--rate", "5", "--duration", "1", "--queue", "1000001"},
-         "--queue takes a count from 0 to 1000000"},
-        {{"--users", "2", "--duration", "1", "--abort-on-threshold"},
-         "--abort-on-threshold needs --threshold"},
-        {{"--users", "2", "--duration", "1", "--metrics-hold", "2"}, "--metrics-hold needs"},
-        {{"--users", "2", "--duration", "1", "--threshold"}, "--threshold needs a value"},
-        {{"--users", "2", "--duration", "1", "--threshold-grace", "2d"}, "--threshold-grace"},
+    // "" when the words settle, else the start of the message.
+    const std::pair<const char *, std::vector<std::string>> cases[] = {
+        {"", {"--users", "4", "--rate", "300/m", "--duration", "10"}},
+        {"", {"--users", "4", "--rate", "10", "--stages", "10s:50,10s:0"}},
+        {"", {"--stages", "10s:5,10s:0"}},
+        {"",
+         {"--users", "4", "--rate", "10", "--arrivals", "poisson", "--queue", "0", "--duration",
+          "1"}},
+        {"",
+         {"--users", "2", "--duration", "1", "--threshold", "all requests: p95<5ms",
+          "--abort-on-threshold", "--threshold-grace", "30s"}},
+        {"--rate needs --users", {"--rate", "10", "--duration", "1"}},
+        {"--rate runs for --duration", {"--users", "2", "--rate", "10", "--iterations", "3"}},
+        {"--rate needs --duration or --stages", {"--users", "2", "--rate", "10"}},
+        {"--stages without --rate gives the users", {"--users", "2", "--stages", "1s:2"}},
+        {"--stages runs for their time", {"--stages", "1s:2", "--iterations", "3"}},
+        {"--stages: '1s:2.5'", {"--stages", "1s:2.5"}},
+        {"--stages: no stage has a user", {"--stages", "1s:0"}},
+        {"--stages takes", {"--stages", ""}},
+        {"--arrivals and --queue", {"--users", "2", "--duration", "1", "--arrivals", "poisson"}},
+        {"--arrivals takes", {"--users", "2", "--duration", "1", "--arrivals", "bursty"}},
+        {"--queue takes", {"--users", "2", "--duration", "1", "--queue", "-1"}},
+        {"", {"--users", "2", "--rate", "5", "--duration", "1", "--queue", "1000000"}},
+        {"--queue takes a count from 0 to 1000000",
+         {"--users", "2", "--rate", "5", "--duration", "1", "--queue", "1000001"}},
+        {"--abort-on-threshold needs --threshold",
+         {"--users", "2", "--duration", "1", "--abort-on-threshold"}},
+        {"--metrics-hold needs", {"--users", "2", "--duration", "1", "--metrics-hold", "2"}},
+        {"--threshold needs a value", {"--users", "2", "--duration", "1", "--threshold"}},
+        {"--threshold-grace", {"--users", "2", "--duration", "1", "--threshold-grace", "2d"}},
     };
-    for (const auto &[words, start] : cases) {
+    for (const auto &[start, words] : cases) {
         LoadOptions load;
         std::string error = settle(words, load);
         std::string line;
@@ -150,26 +149,20 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
 
 #ifndef _WIN32
 TEST(Metrics, ListenAddressesReadOrRefused) {
-    const std::tuple<const char *, bool, uint16_t> cases[] = {{"127.0.0.1:9464", true, 9464},
-                                                              {"localhost:0", true, 0},
-                                                              {"0.0.0.0:65535", true, 65535},
-                                                              {"127.0.0.1:65536", false, 0},
-                                                              {"127.0.0.1:", false, 0},
-                                                              {":9464", false, 0},
-                                                              {"9464", false, 0},
-                                                              {"example.org:80", false, 0},
-                                                              {"127.0.0.1:-1", false, 0},
-                                                              {"127.0.0.1:999999", false, 0}};
-    for (const auto &[text, ok, want] : cases) {
-        uint32_t address = 0;
-        uint16_t port = 1;
+    uint32_t address = 0;
+    uint16_t port = 1;
+    const std::pair<const char *, uint16_t> read[] = {
+        {"127.0.0.1:9464", 9464}, {"localhost:0", 0}, {"0.0.0.0:65535", 65535}};
+    for (const auto &[text, want] : read) {
         std::string error;
-        EXPECT_EQ(parse_listen_address(text, address, port, error), ok) << text;
-        if (ok) {
-            EXPECT_EQ(port, want) << text;
-        } else {
-            EXPECT_EQ(error.rfind("--metrics takes", 0), 0u) << error;
-        }
+        EXPECT_TRUE(parse_listen_address(text, address, port, error)) << text << ": " << error;
+        EXPECT_EQ(port, want) << text;
+    }
+    for (const char *text : {"127.0.0.1:65536", "127.0.0.1:", ":9464", "9464", "example.org:80",
+                             "127.0.0.1:-1", "127.0.0.1:999999"}) {
+        std::string error;
+        EXPECT_FALSE(parse_listen_address(text, address, port, error)) << text;
+        EXPECT_EQ(error.rfind("--metrics takes", 0), 0u) << error;
     }
 }
 #endif

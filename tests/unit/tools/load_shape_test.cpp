@@ -104,7 +104,7 @@ void play(uint32_t capacity, const std::vector<Taken> &steps, double end = 10) {
     }
 }
 
-TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDropped) {
+TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDroppedAndNoneComeAtTheEnd) {
     // Room for two: at 0.55 s arrivals 0.1 .. 0.5 have come; 0.1 and 0.2
     // wait, 0.3, 0.4 and 0.5 are dropped; the oldest goes first.
     play(2, {{0, true, 0, 0},
@@ -114,9 +114,7 @@ TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDropped) {
              {0.9, true, 0.7, 3}});
     // Without room every late arrival is dropped at once.
     play(0, {{0, true, 0, 0}, {0.55, true, 0.6, 5}});
-}
-
-TEST(Arrivals, NoneAtOrAfterTheEnd) {
+    // None at or after the end.
     play(1, {{0, true, 0, 0}, {0.1, true, 0.1, 0}, {0.15, false, 0, 0}, {5, false, 0, 0}}, 0.2);
 }
 
@@ -208,15 +206,13 @@ TEST(Thresholds, RefusedWithAReason) {
 TEST(Baseline, ReadsAStatsFileAndComparesByName) {
     std::vector<StatsRow> was;
     std::string error;
-    ASSERT_TRUE(
-        parse_baseline("b.csv",
-                       "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,"
-                       "p99_ms,max_ms,response_p50_ms,response_p95_ms,response_p99_ms\n"
-                       "\"invoke a,b twoway\",call,10,0,100.000,1,2.000,3,4.000,8.000,9,,,\n"
-                       "iterations,iteration,10,0,50,1,2,3,4,8,9,4.000,8.000,16.000\n"
-                       "check x,check,10,1,100,,,,,,,,,\n",
-                       was, error))
-        << error;
+    const std::string text =
+        "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,p99_ms,max_ms,"
+        "response_p50_ms,response_p95_ms,response_p99_ms\n"
+        "\"invoke a,b twoway\",call,10,0,100.000,1,2.000,3,4.000,8.000,9,,,\n"
+        "iterations,iteration,10,0,50,1,2,3,4,8,9,4.000,8.000,16.000\n"
+        "check x,check,10,1,100,,,,,,,,,\n";
+    ASSERT_TRUE(parse_baseline("b.csv", text, was, error)) << error;
     std::vector<std::tuple<std::string, bool, bool>> read;
     for (const StatsRow &r : was) read.emplace_back(r.name, r.has_response, r.timed);
     EXPECT_EQ(read, (decltype(read){{"invoke a,b twoway", false, true},
@@ -227,8 +223,7 @@ TEST(Baseline, ReadsAStatsFileAndComparesByName) {
     StatsRow it = row("iterations", 1, 1, 50);
     it.has_response = true;
     std::tie(it.r_p50_ms, it.r_p95_ms, it.r_p99_ms) = std::make_tuple(6, 8, 16);
-    std::vector<BaselineDelta> d =
-        compare_to_baseline({a, it, row("invoke new twoway", 1, 1, 1)}, was);
+    const auto d = compare_to_baseline({a, it, row("invoke new twoway", 1, 1, 1)}, was);
     ASSERT_EQ(d.size(), 3u);
     // The response time against the response time.
     EXPECT_EQ(std::make_tuple(d[0].p50, d[0].p95, d[0].p99, d[0].rate, d[1].p50, d[1].p95),

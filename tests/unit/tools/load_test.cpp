@@ -63,12 +63,9 @@ protected:
 TEST_F(LoadRun, VariablesDataRowsAndSavedValuesFlowIntoRequests) {
     dir_.write("data/people.csv", "name,city\r\n\"Bo, \"\"Jr\"\"\",Bern\r\nAnn,\"Two\nLines\"\r\n");
     script("data/s.orb",
-           "data people.csv as p\n"
-           "let greeting \"hi ${p.name}\"\n"
+           "data people.csv as p\nlet greeting \"hi ${p.name}\"\n"
            "set logical_type_id \"${greeting} from ${p.city}/${VU}/${ITERATION}\"\n"
-           "save logical_type_id seen\n"
-           "print logical_type_id\n"
-           "check logical_type_id ${seen}\n");
+           "save logical_type_id seen\nprint logical_type_id\ncheck logical_type_id ${seen}\n");
     expect_has(runner_output("--iterations 3 --vu 4 data/s.orb", 0),
                {"    logical_type_id = hi Bo, \"Jr\" from Bern/4/1\n",
                 "check logical_type_id = 'hi Bo, \"Jr\" from Bern/4/1' ok\n",
@@ -97,9 +94,6 @@ TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
          "== s.orb\ns.orb:4: 'soon' is not MILLISECONDS or MIN..MAX from 0 to 3600000\n", true},
         {"data d.csv\nset logical_type_id ${a}\n", "a,b\n1,2\n1,2,3\n", "--trace 8 s.orb",
          "d.csv:3: row has 3 fields, the header 2\n", true},
-        {nullptr, "a,b\n1,2\n\"1\n,2\n", "--trace 8 s.orb",
-         "d.csv:3: quoted field without its closing quote\n", true},
-        {nullptr, "", "--trace 8 s.orb", "d.csv:1: empty: no header row\n", true},
         {nullptr, nullptr, "s.orb s.orb none.orb", "orbelle-run: cannot read none.orb\n", true},
         {nullptr, "a\n1\n", "--vu 3 --users-total 2 u.orb",
          "u.orb:3:6: user 3 is not one of the 2 users that share the unique rows\n", true},
@@ -111,7 +105,6 @@ TEST_F(LoadRun, MistakesInScriptsAndDataFilesStopTheRun) {
          "unknown.orb:1:8: object 'x' is not bound here: bind it first\n", true},
         {nullptr, nullptr, "noname.orb",
          "noname.orb:3:5: no parameter named 'nosuch' in the list of _is_a", false},
-        {nullptr, nullptr, "missing-file.orb", "orbelle-run: cannot read missing-file.orb\n", true},
         {nullptr, nullptr, "--iterations zero x.orb", "", false},
     };
     for (const auto &[orb, csv, args, printed, whole] : cases) {

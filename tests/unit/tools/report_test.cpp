@@ -191,7 +191,7 @@ TEST_F(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
               "\"p99\":[1e+06,null,1e+06],\"x\":[1,2],\"service\":[1,2],\"response\":[4,5]}]}");
 }
 
-TEST_F(ReportHtml, AnEmptyRunStillMakesAPage) {
+TEST_F(ReportHtml, AnEmptyRunStillMakesAPageAndAFailedWriteSaysWhy) {
     const std::string page = write_page(RunReport{});
     expect_has(page, {"<title>Load run</title>", "Nothing was counted.", "No failures.",
                       "data-seconds=\"0\""});
@@ -199,25 +199,18 @@ TEST_F(ReportHtml, AnEmptyRunStillMakesAPage) {
               "{\"seconds\":[],\"calls\":[],\"failures\":[],\"p50\":[],\"p95\":[],\"p99\":[],"
               "\"users\":[],\"iterations\":[],\"target\":[],\"dropped\":[],\"names\":[]}");
     EXPECT_NE(page.rfind("</html>\n"), std::string::npos);
-}
-
-TEST_F(ReportHtml, AFailedWriteSaysWhereAndWhy) {
+    // A failed write says where and why.
     std::string error;
     EXPECT_FALSE(runner::write_html_report(sample_run(2), "missing/report.html", error));
     expect_has(error, {"missing/report.html", ": "});
 }
 
 #ifndef _WIN32
-// Runs the browser check on a report; its exit status, its output in output.
-int check_report(const std::string &report, std::string &output) {
-    return testsupport::run_command(
-        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report, output);
-}
-
-constexpr int kSkipped = 77;  // the check's status when chromium is absent
+constexpr int kSkipped = 77;  // the browser check's status when chromium is absent
 
 TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
     TempDir dir;
+    const std::string check = "bash " + testsupport::data_path("../browser/check_report.sh") + " ";
     const std::pair<int, const char *> cases[] = {{30, "chart pixels: throughput="},
                                                   {1, "chart pixels: throughput="},
                                                   {0, "no whole second to chart"}};
@@ -229,7 +222,7 @@ TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
         const std::string path = "run" + std::to_string(seconds) + ".html";
         write_page(run, path);
         std::string output;
-        const int status = check_report(path, output);
+        const int status = testsupport::run_command(check + path, output);
         if (status == kSkipped) GTEST_SKIP() << output;
         EXPECT_EQ(status, 0) << seconds << " seconds: " << output;
         expect_has(output, {says});
