@@ -15,9 +15,6 @@
 #include "tools/runner/metrics_http.h"
 #endif
 
-using testsupport::expect_has;
-using testsupport::expect_lacks;
-
 namespace runner {
 namespace {
 
@@ -123,7 +120,7 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
                outcome + (le ? "\",le=\"" + std::string(le) : "") + "\"} " + value + "\n";
     };
     const std::string call = "invoke a twoway";
-    expect_has(
+    testsupport::expect_has(
         text,
         {"orbelle_requests_total{outcome=\"ok\"} 2\n",
          "orbelle_requests_total{outcome=\"failed\"} 1\n",
@@ -141,7 +138,7 @@ TEST(Metrics, TextFormatWithCumulativeBucketsAndEscapedNames) {
          series("response_seconds_bucket", "iteration", "iteration", "ok", "0.01", "1"),
          "orbelle_users 3\n", "orbelle_target_iterations_per_second 12.5\n",
          "orbelle_dropped_iterations_total 4\n", "# TYPE orbelle_duration_seconds histogram\n"});
-    expect_lacks(text, {"ignored", "orbelle_response_seconds_count{kind=\"call\""});
+    testsupport::expect_lacks(text, {"ignored", "orbelle_response_seconds_count{kind=\"call\""});
     // The closed model has no target nor drops.
     g.open = false;
     EXPECT_EQ(m.render(g).find("orbelle_target"), std::string::npos);

@@ -15,10 +15,8 @@
 #include "tools/runner/script.h"
 
 namespace {
-using testsupport::closed_ior;
 using testsupport::expect_has;
 using testsupport::expect_lacks;
-using testsupport::read_file;
 using testsupport::runner_output;
 
 // Lines of text, one per element.
@@ -54,8 +52,8 @@ protected:
     // an _is_a list current: its values can be set, saved and checked
     // without a server.
     void script(const std::string &name, const std::string &body) {
-        dir_.write(
-            name, "bind obj IDL:Thing:1.0 one IOR " + closed_ior() + "\nparams obj _is_a\n" + body);
+        dir_.write(name, "bind obj IDL:Thing:1.0 one IOR " + testsupport::closed_ior() +
+                             "\nparams obj _is_a\n" + body);
     }
     testsupport::TempDir dir_;
 };
@@ -222,7 +220,7 @@ TEST(LoadEvents, CallsAreReportedFieldByFieldOnEveryKindOfStream) {
                                "check ^non_existent 0\nend t\ninvoke timeout=3000\n");
         const long long before = runner::epoch_ms();
         const std::string out = runner_output(args, 1);
-        const std::string events = file ? read_file(file) : out;
+        const std::string events = file ? testsupport::read_file(file) : out;
         const long long after = runner::epoch_ms();
         ASSERT_TRUE(server.wait(5000)) << server.failure();
         std::vector<std::string> lines = lines_of(events);

@@ -19,8 +19,6 @@ using testsupport::expect_has;
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
-using testsupport::count_of;
-using testsupport::read_file;
 using testsupport::stats_row;
 using testsupport::TempDir;
 
@@ -72,7 +70,7 @@ RunReport sample_run(int seconds) {
 std::string write_page(const RunReport &run, const std::string &path = "report.html") {
     std::string error;
     EXPECT_TRUE(runner::write_html_report(run, path, error)) << error;
-    return read_file(path);
+    return testsupport::read_file(path);
 }
 
 class ReportHtml : public ::testing::Test {
@@ -107,7 +105,7 @@ TEST_F(ReportHtml, EveryTextFromTheModelIsEscaped) {
     // Only the page's own elements: the chart data, uPlot and the charts' script.
     std::vector<size_t> counts;
     for (const char *tag : {"<script", "</script", "<style", "</style", "<!--", "<img"})
-        counts.push_back(count_of(page, tag));
+        counts.push_back(testsupport::count_of(page, tag));
     EXPECT_EQ(counts, (std::vector<size_t>{3, 3, 2, 2, 0, 0}));
 }
 

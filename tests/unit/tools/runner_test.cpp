@@ -10,7 +10,6 @@
 #include "tools/runner/script.h"
 
 namespace {
-using runner::CallKind;
 using runner::RowMode;
 using runner::Script;
 using runner::Verb;
@@ -73,7 +72,7 @@ TEST(RunnerScript, ParsesEveryCommand) {
     EXPECT_EQ(c[1].lengths, (std::vector<std::pair<std::string, std::string>>{
                                 {"seq^length", "3"}, {"m.s^length", "0"}}));
     EXPECT_EQ(std::make_tuple(c[3].kind, c[3].timeout_ms, c[3].expect_status, c[5].verb, c[9].line),
-              std::make_tuple(CallKind::Deferred, 500L, 2, Verb::Wait, 10));
+              std::make_tuple(runner::CallKind::Deferred, 500L, 2, Verb::Wait, 10));
     EXPECT_TRUE(runner::check_script(s, error)) << error;
 
     // The commands of load runs.
@@ -152,13 +151,10 @@ TEST(RunnerScript, MistakesNameTheLineAndWhatIsWrong) {
               "");
 }
 
-using testsupport::closed_ior;
-using testsupport::runner_output;
-
 TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     testsupport::TempDir dir;
     // "once" binds in the first iteration only; a lone "once" is a name.
-    const std::string ior = closed_ior();
+    const std::string ior = testsupport::closed_ior();
     dir.write("list", "IDL:Thing:1.0," + ior + "\n");
     dir.write("ok.orb",
               "bind obj IDL:Thing:1.0 one IOR " + ior + "\nbind once kept IDL:Thing:1.0 two IOR " +
@@ -166,7 +162,7 @@ TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
                   "\nbind once IDL:Thing:1.0 three FILE(list)\nparams obj _is_a\n"
                   "set logical_type_id IDL:Thing:1.0\ncheck logical_type_id IDL:Thing:1.0\n"
                   "print logical_type_id\n");
-    const std::string out = runner_output("--trace 5 --iterations 2 ok.orb", 0);
+    const std::string out = testsupport::runner_output("--trace 5 --iterations 2 ok.orb", 0);
     // the trace of the loaded library shows through
     testsupport::expect_has(
         out, {"_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n",

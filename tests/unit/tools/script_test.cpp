@@ -23,7 +23,6 @@ using testsupport::expect_lacks;
 
 namespace {
 using runner::Compare;
-using testsupport::runner_output;
 
 // A till: an attribute, a struct, sequences (one bounded), an out value
 // and a one-way operation, with a value of every kind a script gives.
@@ -323,7 +322,7 @@ TEST_F(ScriptMistakes, TheRunnerListsThemAllAndSendsNothing) {
          "you mean `IDL:Shop/Till:1.0`?)\n"},
     };
     for (const auto &[args, status, printed] : runs) {
-        EXPECT_EQ(runner_output(args, status), printed) << args;
+        EXPECT_EQ(testsupport::runner_output(args, status), printed) << args;
     }
 }
 
