@@ -11,16 +11,13 @@
 #include "tools/runner/script.h"
 
 namespace {
-using testsupport::run_runner;
+using testsupport::runner_output;
 
 // A peer that answers n calls of _is_a with true on one connection.
 void answer(peer::ScriptedPeer &p, int n) {
     p.accept();
-    for (int i = 0; i < n; ++i) {
-        p.read_message().send_for([](const peer::Request &r) {
-            return peer::reply(r.request_id, 0, [](peer::Writer &w) { w.octet(1); });
-        });
-    }
+    for (int i = 0; i < n; ++i)
+        p.read_message().send_for(peer::answer([](peer::Writer &w) { w.octet(1); }));
     p.read_to_eof();
     p.start();
 }
@@ -68,59 +65,46 @@ TEST(Lifecycle, SectionsAreCheckedAsTheScriptIsRead) {
 // Set-up and tear-down run once around the iterations, count apart, and a
 // failure in set-up keeps the user from its iterations.
 TEST(Lifecycle, SetUpAndTearDownRunOnceAroundTheIterations) {
-    struct Case {
-        const char *name;
-        const char *setup_check;     // the set-up's check of _is_a
-        const char *teardown_check;  // the tear-down's
-        int calls;                   // that the peer answers
-        int status;
-        std::vector<const char *> seen, unseen;
+    const struct {
+        struct {
+            const char *name;
+            const char *setup_check;     // the set-up's check of _is_a
+            const char *teardown_check;  // the tear-down's
+            int calls;                   // that the peer answers
+            int status;
+        } run;
+        std::vector<std::string> seen, unseen;
     } cases[] = {
-        {"all well",
-         "1",
-         "1",
-         4,
-         0,
+        {{"all well", "1", "1", 4, 0},
          {"-- set-up\n", "-- iteration 2 of 2\n", "-- tear-down\n",
           "\nsetup: invoke _is_a twoway 1 0 ", "\ninvoke _is_a twoway 2 0 ",
           "\nteardown: check ^is_a 1 0\n", "OK: 0 failures"},
          {}},
-        {"set-up fails",
-         "0",
-         "1",
-         1,
-         1,
+        {{"set-up fails", "0", "1", 1, 1},
          {"s.orb:6: the set-up failed; this user runs no iteration\n", "\nsetup: check ^is_a 1 1\n",
           "FAILED: 1 failure\n"},
          {"-- iteration", "-- tear-down"}},
-        {"tear-down fails",
-         "1",
-         "0",
-         4,
-         1,
+        {{"tear-down fails", "1", "0", 4, 1},
          {"\nteardown: check ^is_a 1 1\n", "FAILED: 1 failure\n"},
          {}},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.run.name);
         peer::ScriptedPeer p;
-        answer(p, c.calls);
+        answer(p, c.run.calls);
         testsupport::TempDir dir;
         std::string ior =
             peer::ior_text(peer::ior_bytes("IDL:Thing:1.0", "127.0.0.1", p.port(), "k"));
         std::string call = "params obj _is_a\nset logical_type_id IDL:Thing:1.0\ninvoke\n";
         dir.write("s.orb", "setup\nbind obj IDL:Thing:1.0 one IOR " + ior + "\n" + call +
-                               "check ^is_a " + c.setup_check + "\niteration\n" + call +
-                               "teardown\n" + call + "check ^is_a " + c.teardown_check +
+                               "check ^is_a " + c.run.setup_check + "\niteration\n" + call +
+                               "teardown\n" + call + "check ^is_a " + c.run.teardown_check +
                                "\nrelease obj\n");
-        std::string out;
-        EXPECT_EQ(run_runner("--iterations 2 s.orb", out), c.status) << out;
-        out = squashed(out);
+        const std::string out = squashed(runner_output("--iterations 2 s.orb", c.run.status));
         EXPECT_TRUE(p.wait()) << out;
         EXPECT_EQ(p.connections(), 1) << out;
-        for (const char *text : c.seen) EXPECT_NE(out.find(text), std::string::npos) << text << out;
-        for (const char *text : c.unseen)
-            EXPECT_EQ(out.find(text), std::string::npos) << text << out;
+        testsupport::expect_has(out, c.seen);
+        testsupport::expect_lacks(out, c.unseen);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <tuple>
 #include <vector>
 
 #include "tests/support.h"
@@ -22,23 +23,18 @@ namespace runner {
 namespace {
 
 TEST(Rates, ReadAsWrittenOrRefused) {
-    const struct {
-        const char *text;
-        double per_second;  // 0: refused
-    } cases[] = {{"300", 300},     {"2.5", 2.5}, {"300/s", 300}, {"300/m", 5},      {"36/h", 0.01},
-                 {"1000000", 1e6}, {"0", 0},     {"-5", 0},      {"", 0},           {"5/d", 0},
-                 {"1000001", 0},   {"1e3", 0},   {"nan", 0},     {"60000001/m", 0}, {"5/", 0}};
-    for (const auto &c : cases) {
+    // Each text and the rate it gives per second; 0: refused.
+    const std::pair<const char *, double> cases[] = {
+        {"300", 300},     {"2.5", 2.5}, {"300/s", 300}, {"300/m", 5},      {"36/h", 0.01},
+        {"1000000", 1e6}, {"0", 0},     {"-5", 0},      {"", 0},           {"5/d", 0},
+        {"1000001", 0},   {"1e3", 0},   {"nan", 0},     {"60000001/m", 0}, {"5/", 0}};
+    for (const auto &[text, per_second] : cases) {
         double v = -1;
         std::string error;
-        bool ok = parse_rate(c.text, v, error);
-        EXPECT_EQ(ok, c.per_second > 0) << c.text;
-        if (ok) {
-            EXPECT_DOUBLE_EQ(v, c.per_second) << c.text;
-        }
-        if (!ok) {
-            expect_has(error, {"--rate"});
-        }
+        bool ok = parse_rate(text, v, error);
+        EXPECT_EQ(ok, per_second > 0) << text;
+        EXPECT_DOUBLE_EQ(ok ? v : 0, per_second) << text;
+        if (!ok) expect_has(error, {"--rate"});
     }
 }
 
@@ -46,20 +42,17 @@ TEST(Rates, StagesReadAsWrittenOrRefused) {
     std::vector<Stage> stages;
     std::string error;
     ASSERT_TRUE(parse_stages("30s:50,2m:50,500ms:0,1h:2", true, stages, error)) << error;
-    ASSERT_EQ(stages.size(), 4u);
-    EXPECT_DOUBLE_EQ(stages[1].seconds, 120);
-    EXPECT_DOUBLE_EQ(stages[2].seconds, 0.5);
-    EXPECT_DOUBLE_EQ(stages[3].seconds, 3600);
+    std::vector<double> seconds;
+    for (const Stage &s : stages) seconds.push_back(s.seconds);
+    EXPECT_EQ(seconds, (std::vector<double>{30, 120, 0.5, 3600}));
     EXPECT_TRUE(parse_stages("10:2.5", false, stages, error));  // a rate may have decimals
-    const struct {
-        const char *text;
-        bool counts;
-    } bad[] = {{"10:2.5", true},       {"30s", true},    {"30s:", true}, {":5", true},
-               {"30x:5", true},        {"30s:-1", true}, {"0s:5", true}, {"30s:20001", true},
-               {"30s:1000001", false}, {"169h:1", true}, {"", true},     {"1s:1,,1s:2", true},
-               {"100h:1,100h:1", true}};
-    for (const auto &c : bad) {
-        EXPECT_FALSE(parse_stages(c.text, c.counts, stages, error)) << c.text;
+    const std::pair<const char *, bool> bad[] = {
+        {"10:2.5", true},       {"30s", true},    {"30s:", true}, {":5", true},
+        {"30x:5", true},        {"30s:-1", true}, {"0s:5", true}, {"30s:20001", true},
+        {"30s:1000001", false}, {"169h:1", true}, {"", true},     {"1s:1,,1s:2", true},
+        {"100h:1,100h:1", true}};
+    for (const auto &[text, counts] : bad) {
+        EXPECT_FALSE(parse_stages(text, counts, stages, error)) << text;
         EXPECT_EQ(error.rfind("--stages", 0), 0u) << error;
     }
     std::string many;
@@ -72,15 +65,14 @@ TEST(Rates, StagesReadAsWrittenOrRefused) {
 TEST(Rates, ProfileRampsLinearlyAndItsCountInvertsIt) {
     // 0 -> 10/s over 2 s, 10/s for 2 s, down to 0 over 1 s, then 0.
     Profile p({{2, 10}, {2, 10}, {1, 0}}, 0);
-    const struct {
-        double t, target, count;
-    } cases[] = {{0, 0, 0},   {1, 5, 2.5},     {2, 10, 10}, {3, 10, 20},
-                 {4, 10, 30}, {4.5, 5, 33.75}, {5, 0, 35},  {9, 0, 35}};
-    for (const auto &c : cases) {
-        EXPECT_NEAR(p.target_at(c.t), c.target, 1e-9) << c.t;
-        EXPECT_NEAR(p.count_before(c.t), c.count, 1e-9) << c.t;
-        if (c.t <= 5 && c.t > 0) {
-            EXPECT_NEAR(p.time_of_count(c.count), c.t, 1e-9) << c.t;
+    const std::tuple<double, double, double> cases[] = {{0, 0, 0},   {1, 5, 2.5}, {2, 10, 10},
+                                                        {3, 10, 20}, {4, 10, 30}, {4.5, 5, 33.75},
+                                                        {5, 0, 35},  {9, 0, 35}};
+    for (const auto &[t, target, count] : cases) {
+        EXPECT_NEAR(p.target_at(t), target, 1e-9) << t;
+        EXPECT_NEAR(p.count_before(t), count, 1e-9) << t;
+        if (t <= 5 && t > 0) {
+            EXPECT_NEAR(p.time_of_count(count), t, 1e-9) << t;
         }
     }
     EXPECT_TRUE(std::isinf(p.time_of_count(35.5)));  // never: the rate stays 0
@@ -92,31 +84,27 @@ TEST(Rates, ProfileRampsLinearlyAndItsCountInvertsIt) {
     EXPECT_NEAR(from.time_of_count(3), 0.5, 1e-9);
 }
 
-// Arrivals at 10/s handed to free users at the given times.
-struct Taken {
-    double now;
-    bool found;
-    double due;
-    uint64_t dropped;
-};
+// Arrivals at 10/s handed to free users at the given times: when a user
+// asks, whether an arrival is there, when it was due and the drops so far.
+using Taken = std::tuple<double, bool, double, uint64_t>;
 
 void play(uint32_t capacity, const std::vector<Taken> &steps, double end = 10) {
     Profile p(10);
     ArrivalState state;
     state.capacity = capacity;
     std::vector<double> ring(capacity + 1);
-    for (const Taken &s : steps) {
-        double due = -1;
-        bool found = next_arrival(state, ring.data(), p, s.now, end, due);
-        EXPECT_EQ(found, s.found) << "at " << s.now;
-        if (found) {
-            EXPECT_NEAR(due, s.due, 1e-9) << "at " << s.now;
+    for (const auto &[now, found, due, dropped] : steps) {
+        double at = -1;
+        const bool any = next_arrival(state, ring.data(), p, now, end, at);
+        EXPECT_EQ(any, found) << "at " << now;
+        if (any) {
+            EXPECT_NEAR(at, due, 1e-9) << "at " << now;
         }
-        EXPECT_EQ(state.dropped, s.dropped) << "at " << s.now;
+        EXPECT_EQ(state.dropped, dropped) << "at " << now;
     }
 }
 
-TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDropped) {
+TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDroppedAndNoneComeAtTheEnd) {
     // Room for two: at 0.55 s arrivals 0.1 .. 0.5 have come; 0.1 and 0.2
     // wait, 0.3, 0.4 and 0.5 are dropped; the oldest goes first.
     play(2, {{0, true, 0, 0},
@@ -126,9 +114,7 @@ TEST(Arrivals, ArrivalsWhileEveryUserIsBusyWaitThenAreDropped) {
              {0.9, true, 0.7, 3}});
     // Without room every late arrival is dropped at once.
     play(0, {{0, true, 0, 0}, {0.55, true, 0.6, 5}});
-}
-
-TEST(Arrivals, NoneAtOrAfterTheEnd) {
+    // None at or after the end.
     play(1, {{0, true, 0, 0}, {0.1, true, 0.1, 0}, {0.15, false, 0, 0}, {5, false, 0, 0}}, 0.2);
 }
 
@@ -158,16 +144,11 @@ StatsRow row(const char *name, double p50, double p95, double rate, uint64_t cou
 TEST(Thresholds, JudgedOnTheRowsAsWritten) {
     std::vector<StatsRow> rows = {row("invoke transfer twoway", 2, 6, 120, 200, 1),
                                   row("all requests", 2, 6, 120, 200, 1)};
-    StatsRow late = row("iterations", 3, 7, 50);
+    StatsRow &late = *rows.insert(rows.begin() + 1, row("iterations", 3, 7, 50));
     late.has_response = true;  // under a rate the response time is judged
     late.r_p50_ms = late.r_p95_ms = 40;
-    rows.insert(rows.begin() + 1, late);
     std::vector<StatsRow> baseline = {row("invoke transfer twoway", 2, 5, 100)};
-    const struct {
-        const char *text;
-        bool passed;
-        const char *detail;
-    } cases[] = {
+    const std::tuple<const char *, bool, const char *> cases[] = {
         {"all requests: p95<6.5ms", true, "p95 6.000 ms"},
         {"all requests: p95<6ms", false, "p95 6.000 ms"},
         {"all requests: p95<=6ms and p50<2500us", true, "p95 6.000 ms, p50 2.000 ms"},
@@ -186,33 +167,27 @@ TEST(Thresholds, JudgedOnTheRowsAsWritten) {
         {"iterations: dropped=0", false, "dropped 3"},
         {"transaction nowhere: p95<1s", false, "no row of the table is named transaction nowhere"},
     };
-    for (const auto &c : cases) {
+    for (const auto &[text, passed, detail] : cases) {
         Threshold t;
         std::string error;
-        ASSERT_TRUE(parse_threshold(c.text, t, error)) << c.text << ": " << error;
+        ASSERT_TRUE(parse_threshold(text, t, error)) << text << ": " << error;
         Verdict v = judge(t, rows, 3, baseline);
-        EXPECT_EQ(v.passed, c.passed) << c.text;
-        EXPECT_EQ(v.detail, c.detail) << c.text;
-        EXPECT_EQ(v.text, c.text);
+        EXPECT_EQ(std::make_tuple(v.passed, v.detail, v.text),
+                  std::make_tuple(passed, std::string(detail), std::string(text)));
     }
 }
 
 TEST(Thresholds, RefusedWithAReason) {
-    const char *bad[] = {"p95<5ms",                   // no name
-                         ": p95<5ms",                 // an empty name
-                         "all requests: p96<5ms",     // no such metric
-                         "all requests: p95 5ms",     // no comparison
-                         "all requests: p95<5 ms",    // a space in the value
-                         "all requests: p95<5kg",     // no such unit
-                         "all requests: failures<1",  // a percentage needs %
-                         "all requests: failures<101%",
-                         "all requests: rate>100",  // a rate needs its unit
-                         "all requests: dropped=1.5",
-                         "all requests: dropped<2*baseline",
-                         "all requests: p95<0*baseline",
-                         "all requests: p95<5ms and",
-                         "all requests: p95<5ms or p99<9ms"};
-    for (const char *text : bad) {
+    // No name, an empty name, no such metric, no comparison, a space in the
+    // value, no such unit, a percentage without % or above 100, a rate
+    // without its unit, drops not a count or against a baseline, a factor of
+    // 0, and conditions not joined by "and" one to another.
+    std::vector<std::string> bad = {"p95<5ms", ": p95<5ms"};
+    for (const char *condition : {"p96<5ms", "p95 5ms", "p95<5 ms", "p95<5kg", "failures<1",
+                                  "failures<101%", "rate>100", "dropped=1.5", "dropped<2*baseline",
+                                  "p95<0*baseline", "p95<5ms and", "p95<5ms or p99<9ms"})
+        bad.push_back(std::string("all requests: ") + condition);
+    for (const std::string &text : bad) {
         Threshold t;
         std::string error;
         EXPECT_FALSE(parse_threshold(text, t, error)) << text;
@@ -231,69 +206,54 @@ TEST(Thresholds, RefusedWithAReason) {
 TEST(Baseline, ReadsAStatsFileAndComparesByName) {
     std::vector<StatsRow> was;
     std::string error;
-    ASSERT_TRUE(
-        parse_baseline("b.csv",
-                       "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,"
-                       "p99_ms,max_ms,response_p50_ms,response_p95_ms,response_p99_ms\n"
-                       "\"invoke a,b twoway\",call,10,0,100.000,1,2.000,3,4.000,8.000,9,,,\n"
-                       "iterations,iteration,10,0,50,1,2,3,4,8,9,4.000,8.000,16.000\n"
-                       "check x,check,10,1,100,,,,,,,,,\n",
-                       was, error))
-        << error;
-    ASSERT_EQ(was.size(), 3u);
-    EXPECT_EQ(was[0].name, "invoke a,b twoway");
-    EXPECT_FALSE(was[0].has_response);
-    EXPECT_TRUE(was[1].has_response);
-    EXPECT_FALSE(was[2].timed);
+    const std::string text =
+        "name,kind,count,failed,calls_per_s,min_ms,p50_ms,p90_ms,p95_ms,p99_ms,max_ms,"
+        "response_p50_ms,response_p95_ms,response_p99_ms\n"
+        "\"invoke a,b twoway\",call,10,0,100.000,1,2.000,3,4.000,8.000,9,,,\n"
+        "iterations,iteration,10,0,50,1,2,3,4,8,9,4.000,8.000,16.000\n"
+        "check x,check,10,1,100,,,,,,,,,\n";
+    ASSERT_TRUE(parse_baseline("b.csv", text, was, error)) << error;
+    std::vector<std::tuple<std::string, bool, bool>> read;
+    for (const StatsRow &r : was) read.emplace_back(r.name, r.has_response, r.timed);
+    EXPECT_EQ(read, (decltype(read){{"invoke a,b twoway", false, true},
+                                    {"iterations", true, true},
+                                    {"check x", false, false}}));
     StatsRow a = row("invoke a,b twoway", 2.5, 3, 90);
     a.p99_ms = 8;
     StatsRow it = row("iterations", 1, 1, 50);
     it.has_response = true;
-    it.r_p50_ms = 6;
-    it.r_p95_ms = 8;
-    it.r_p99_ms = 16;
-    std::vector<BaselineDelta> d =
-        compare_to_baseline({a, it, row("invoke new twoway", 1, 1, 1)}, was);
+    std::tie(it.r_p50_ms, it.r_p95_ms, it.r_p99_ms) = std::make_tuple(6, 8, 16);
+    const auto d = compare_to_baseline({a, it, row("invoke new twoway", 1, 1, 1)}, was);
     ASSERT_EQ(d.size(), 3u);
-    EXPECT_DOUBLE_EQ(d[0].p50, 25);
-    EXPECT_DOUBLE_EQ(d[0].p95, -25);
-    EXPECT_DOUBLE_EQ(d[0].p99, 0);
-    EXPECT_DOUBLE_EQ(d[0].rate, -10);
-    EXPECT_DOUBLE_EQ(d[1].p50, 50);  // response against response
-    EXPECT_DOUBLE_EQ(d[1].p95, 0);
+    // The response time against the response time.
+    EXPECT_EQ(std::make_tuple(d[0].p50, d[0].p95, d[0].p99, d[0].rate, d[1].p50, d[1].p95),
+              std::make_tuple(25.0, -25.0, 0.0, -10.0, 50.0, 0.0));
     EXPECT_TRUE(std::isnan(d[2].p50) && std::isnan(d[2].rate));  // not in the baseline
 }
 
 TEST(Baseline, RefusesWhatIsNotAStatsFile) {
-    const struct {
-        const char *text;
-        const char *error;
-    } cases[] = {
+    const std::string header = "name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\n";
+    const std::pair<std::string, const char *> cases[] = {
         {"", "b.csv"},
         {"name,count\nx,1\n", "no column failed"},
-        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,one,0,1,1,1,1\n",
-         "b.csv:2: count and failed must be numbers"},
-        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,1,0,1,-1,1,1\n",
-         "b.csv:2: p50_ms is not a number: -1"},
-        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,1,0,1,1e999,1,1\n",
-         "p50_ms is not a number"},
-        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\nx,1,0,1,1,1\n", "b.csv:2"},
-        {"name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\n\"x,1,0,1,1,1,1\n", "b.csv"},
+        {header + "x,one,0,1,1,1,1\n", "b.csv:2: count and failed must be numbers"},
+        {header + "x,1,0,1,-1,1,1\n", "b.csv:2: p50_ms is not a number: -1"},
+        {header + "x,1,0,1,1e999,1,1\n", "p50_ms is not a number"},
+        {header + "x,1,0,1,1,1\n", "b.csv:2"},
+        {header + "\"x,1,0,1,1,1,1\n", "b.csv"},
     };
-    for (const auto &c : cases) {
-        std::vector<StatsRow> rows;
-        std::string error;
-        EXPECT_FALSE(parse_baseline("b.csv", c.text, rows, error)) << c.text;
-        expect_has(error, {c.error});
-    }
     std::vector<StatsRow> rows;
+    for (const auto &c : cases) {
+        std::string error;
+        EXPECT_FALSE(parse_baseline("b.csv", c.first, rows, error)) << c.first;
+        expect_has(error, {c.second});
+    }
     std::string error;
     EXPECT_FALSE(read_baseline("/nonexistent/b_stats.csv", rows, error));
     expect_has(error, {"cannot read the baseline"});
     // A file up to the limit is read (and here refused as a table); one
     // byte more is not read at all.
     testsupport::TempDir dir;
-    const std::string header = "name,count,failed,calls_per_s,p50_ms,p95_ms,p99_ms\n";
     std::string text = header + std::string(max_baseline_bytes - header.size(), 'x');
     std::ofstream("at.csv", std::ios::binary) << text;
     std::ofstream("over.csv", std::ios::binary) << text << 'x';

@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <random>
-#include <sstream>
+#include <tuple>
 
 #include "tests/support.h"
 #include "tests/unit/tools/stats_row.h"
@@ -34,20 +33,16 @@ TEST(Histogram, PercentilesWithinOnePercentOfExactOnes) {
     std::lognormal_distribution<double> latency(std::log(800.0), 1.2);
     std::vector<uint64_t> values;
     Histogram h;
-    for (int i = 0; i < 200000; ++i) {
-        uint64_t v = static_cast<uint64_t>(latency(random));
-        values.push_back(v);
-        h.add(v);
-    }
+    for (int i = 0; i < 200000; ++i)
+        h.add(values.emplace_back(static_cast<uint64_t>(latency(random))));
     std::sort(values.begin(), values.end());
     for (double p : {0.0, 0.01, 0.5, 0.9, 0.95, 0.99, 0.999, 1.0}) {
         double want = static_cast<double>(exact(values, p));
         double got = static_cast<double>(h.percentile_us(p));
         EXPECT_LE(std::abs(got - want), std::max(0.01 * want, 0.5)) << "p" << p;
     }
-    EXPECT_EQ(h.min_us(), values.front());
-    EXPECT_EQ(h.max_us_seen(), values.back());
-    EXPECT_EQ(h.count(), values.size());
+    EXPECT_EQ(std::make_tuple(h.min_us(), h.max_us_seen(), h.count()),
+              std::make_tuple(values.front(), values.back(), values.size()));
 }
 
 TEST(Histogram, EdgesOfItsBucketsAndRange) {
@@ -68,11 +63,10 @@ TEST(Histogram, EdgesOfItsBucketsAndRange) {
     over.add(Histogram::max_us + 1000);
     over.add_ms(1e300);
     over.add_ms(-5);
-    EXPECT_EQ(over.max_us_seen(), Histogram::max_us);
-    EXPECT_EQ(over.min_us(), 0u);
     Histogram empty;
-    EXPECT_EQ(empty.percentile_us(0.99), 0u);
-    EXPECT_EQ(empty.min_us(), 0u);
+    EXPECT_EQ(std::make_tuple(over.max_us_seen(), over.min_us(), empty.percentile_us(0.99),
+                              empty.min_us()),
+              std::make_tuple(Histogram::max_us, 0u, 0u, 0u));
 }
 
 TEST(Histogram, MergedEqualsAddedTogether) {
@@ -83,29 +77,18 @@ TEST(Histogram, MergedEqualsAddedTogether) {
     }
     a.merge(b);
     for (double p : {0.1, 0.5, 0.99}) EXPECT_EQ(a.percentile_us(p), both.percentile_us(p));
-    EXPECT_EQ(a.count(), both.count());
-    EXPECT_EQ(a.min_us(), both.min_us());
+    EXPECT_EQ(std::make_tuple(a.count(), a.min_us()), std::make_tuple(both.count(), both.min_us()));
     a.clear();
     EXPECT_EQ(a.count(), 0u);
     a.merge(b);
     EXPECT_EQ(a.min_us(), b.min_us());
 }
 
-TEST(EventReader, ReadsBackWhatTheWriterWrites) {
-    Event e;
-    e.t = 1795000000123;
-    e.vu = 17;
-    e.iter = 3;
-    e.kind = "call";
-    e.name = "invoke \"odd\" \\ name\t\x01 caf\xc3\xa9 \xf0\x9f\x98\x80";
-    e.script = "scripts/a b.orb";
-    e.line = 42;
-    e.ms = 12.345;
-    e.ok = false;
-    e.has_status = true;
-    e.status = 1;
-    e.index = 3;
-    e.error = "IDL:omg.org/CORBA/TRANSIENT:1.0 </script>";
+TEST(EventReader, ReadsBackWhatTheWriterWritesAndRefusesTheRest) {
+    const std::string name = "invoke \"odd\" \\ name\t\x01 caf\xc3\xa9 \xf0\x9f\x98\x80";
+    const std::string error = "IDL:omg.org/CORBA/TRANSIENT:1.0 </script>";
+    const Event e{1795000000123, 17,   3, "call", name, "scripts/a b.orb", 42, 12.345, -1,
+                  false,         true, 1, 3,      error};
     Event back;
     ASSERT_TRUE(read_event(to_json(e), back)) << to_json(e);
     // Every field the writer wrote, written again the same.
@@ -120,10 +103,7 @@ TEST(EventReader, ReadsBackWhatTheWriterWrites) {
     EXPECT_EQ(back.name, "a/b\xc3\xa9\xf0\x9f\x98\x80");
     ASSERT_TRUE(read_event(R"({"kind":"later","name":"n"})", back));
     EXPECT_STREQ(back.kind, "other");
-}
-
-TEST(EventReader, RefusesWhatIsNotAnEvent) {
-    Event e;
+    // What is not an event is refused.
     for (const char *line :
          {"", "{}", "[]", "{\"kind\":\"call\"}", "{\"name\":\"x\"}",
           "{\"kind\":\"call\",\"name\":\"x\"", "{\"kind\":\"call\",\"name\":\"x\"} trailing",
@@ -132,19 +112,12 @@ TEST(EventReader, RefusesWhatIsNotAnEvent) {
           "{\"kind\":\"call\",\"name\":\"x\",\"vu\":99999999999}",
           "{\"kind\":\"call\",\"name\":\"\\q\"}", "{\"kind\":\"call\",\"name\":\"\\u12\"}",
           "{\"kind\":\"call\",\"name\":\"a\nb\"}", "{\"kind\":call,\"name\":\"x\"}"})
-        EXPECT_FALSE(read_event(line, e)) << line;
+        EXPECT_FALSE(read_event(line, back)) << line;
 }
 
 Event event(int64_t t, const char *kind, const std::string &name, double ms, bool ok = true,
             const std::string &error = "") {
-    Event e;
-    e.t = t;
-    e.kind = kind;
-    e.name = name;
-    e.ms = ms;
-    e.ok = ok;
-    e.error = error;
-    return e;
+    return {t, 1, 1, kind, name, "", 0, ms, -1, ok, false, 0, 0, error};
 }
 
 TEST(Aggregator, CountsEachEventOnceInTotalsHistoryAndFailures) {
@@ -165,34 +138,28 @@ TEST(Aggregator, CountsEachEventOnceInTotalsHistoryAndFailures) {
     RunReport report;
     totals.finish(start + 5000, report);
 
-    ASSERT_EQ(report.rows.size(), 6u);
-    EXPECT_EQ(report.rows[0].name, "invoke add twoway");
-    EXPECT_EQ(report.rows[0].count, 4u);
-    EXPECT_EQ(report.rows[0].failed, 2u);
-    EXPECT_DOUBLE_EQ(report.rows[0].per_second, 0.8);
-    EXPECT_DOUBLE_EQ(report.rows[0].min_ms, 1.0);
-    EXPECT_DOUBLE_EQ(report.rows[0].max_ms, 3.0);
-    EXPECT_EQ(report.rows[2].name, "check ^add");
-    EXPECT_FALSE(report.rows[2].timed);
-    const StatsRow &all = report.rows.back();
-    EXPECT_EQ(all.name, kAllCalls);
-    EXPECT_EQ(all.count, 4u);  // only invokes send requests
-    EXPECT_EQ(all.failed, 2u);
-    EXPECT_EQ(totals.iterations(), 1u);
-    EXPECT_EQ(totals.failed_iterations(), 1u);
-    const StatsRow &iterations = report.rows[4];  // just before all requests
-    EXPECT_EQ(iterations.name, kIterations);
-    EXPECT_EQ(iterations.count, 1u);
-    EXPECT_EQ(iterations.failed, 1u);
-    EXPECT_DOUBLE_EQ(iterations.max_ms, 6.0);
-    EXPECT_FALSE(iterations.has_response);  // no wait: a closed run
+    std::vector<std::tuple<std::string, uint64_t, uint64_t, bool>> rows;
+    for (const StatsRow &r : report.rows) rows.emplace_back(r.name, r.count, r.failed, r.timed);
+    // Only invokes send requests; iterations come just before all requests.
+    EXPECT_EQ(rows, (decltype(rows){{"invoke add twoway", 4, 2, true},
+                                    {"params add", 1, 0, true},
+                                    {"check ^add", 1, 1, false},
+                                    {"transaction t", 1, 1, true},
+                                    {kIterations, 1, 1, true},
+                                    {kAllCalls, 4, 2, true}}));
+    const StatsRow &add = report.rows[0], &iterations = report.rows[4];
+    // No wait for the iterations: a closed run.
+    EXPECT_EQ(
+        std::make_tuple(add.per_second, add.min_ms, add.max_ms, iterations.max_ms,
+                        iterations.has_response, totals.iterations(), totals.failed_iterations()),
+        std::make_tuple(0.8, 1.0, 3.0, 6.0, false, 1u, 1u));
 
     // Failures by exception id, most frequent first; transactions are not
     // failures of their own.
-    ASSERT_EQ(report.failures.size(), 2u);
-    EXPECT_EQ(report.failures[0].id, "IDL:omg.org/CORBA/TRANSIENT:1.0");
-    EXPECT_EQ(report.failures[0].count, 2u);
-    EXPECT_EQ(report.failures[1].id, "check failed");
+    std::vector<std::pair<std::string, uint64_t>> failures;
+    for (const FailureRow &f : report.failures) failures.emplace_back(f.id, f.count);
+    EXPECT_EQ(failures,
+              (decltype(failures){{"IDL:omg.org/CORBA/TRANSIENT:1.0", 2}, {"check failed", 1}}));
 
     // Every second from 0 to the end has its all-requests row, and the
     // history adds up to the totals, late events included.
@@ -206,71 +173,48 @@ TEST(Aggregator, CountsEachEventOnceInTotalsHistoryAndFailures) {
             named += r.count;
         }
     }
-    EXPECT_EQ(requests, 4u);
-    EXPECT_EQ(named, 4u);
-    EXPECT_EQ(seconds, (std::vector<int64_t>{0, 1, 2, 3, 4}));
-    EXPECT_EQ(report.history.front().users, 0);
+    EXPECT_EQ(std::make_tuple(requests, named, seconds, report.history.front().users),
+              std::make_tuple(4u, 4u, std::vector<int64_t>{0, 1, 2, 3, 4}, 0));
 }
 
 TEST(Aggregator, ProgressLineShowsTheLastSecond) {
     Aggregator totals(0);
     for (int i = 1; i <= 100; ++i) totals.add(event(500, "call", "invoke x twoway", i * 0.01));
-    std::string line = totals.tick(1000, 3, 4);
-    expect_has(line, {"1s  users 3/4  calls/s 100.0  failures 0  p50 0.500 ms  p95 0.949 ms"});
-    line = totals.tick(2000, 4, 4);
-    expect_has(line, {"calls/s 0.0"});
+    expect_has(totals.tick(1000, 3, 4),
+               {"1s  users 3/4  calls/s 100.0  failures 0  p50 0.500 ms  p95 0.949 ms"});
+    expect_has(totals.tick(2000, 4, 4), {"calls/s 0.0"});
 }
 
 TEST(Aggregator, FailureIds) {
-    Event e = event(0, "call", "invoke x twoway", 1, false,
-                    "status 1, exception 4, "
-                    "IDL:omg.org/CORBA/COMM_FAILURE:1.0, "
-                    "minor 0");
-    EXPECT_EQ(failure_id(e), "IDL:omg.org/CORBA/COMM_FAILURE:1.0");
-    e.error = "no reply";
-    e.has_status = true;
-    e.status = 2;
-    e.index = 9;
-    EXPECT_EQ(failure_id(e), "status 2, exception 9");
-    e.kind = "check";
-    e.has_status = false;
-    EXPECT_EQ(failure_id(e), "check failed");
+    const std::pair<Event, const char *> cases[] = {
+        {event(0, "call", "invoke x twoway", 1, false,
+               "status 1, exception 4, IDL:omg.org/CORBA/COMM_FAILURE:1.0, minor 0"),
+         "IDL:omg.org/CORBA/COMM_FAILURE:1.0"},
+        {{0, 1, 1, "call", "x", "", 0, 1, -1, false, true, 2, 9, "no reply"},
+         "status 2, exception 9"},
+        {{0, 1, 1, "check", "x", "", 0, 1, -1, false, false, 2, 9, "no reply"}, "check failed"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(failure_id(c.first), c.second) << c.first.error;
 }
 
 TEST(CsvReport, WritesStatsHistoryAndPercentilesWithQuotedNames) {
     testsupport::TempDir dir;
     RunReport report;
-    StatsRow row = testsupport::stats_row("invoke \"a,b\" twoway", "call", 3, 1, 1.5,
-                                          {0.1, 0.2, 0.2, 0.2, 0.2, 0.3, 0.2});
-    row.spectrum = {{0, 0.1}, {50, 0.2}, {100, 0.3}};
-    report.rows.push_back(row);
-    StatsRow iterations = row;
-    iterations.name = kIterations;
-    iterations.kind = "iteration";
+    const std::vector<double> times = {0.1, 0.2, 0.2, 0.2, 0.2, 0.3, 0.2};
+    StatsRow call = testsupport::stats_row("invoke \"a,b\" twoway", "call", 3, 1, 1.5, times);
+    StatsRow iterations = testsupport::stats_row(kIterations, "iteration", 3, 1, 1.5, times);
+    StatsRow check = testsupport::stats_row("check x", "check", 3, 1, 1.5, times);
+    call.spectrum = {{0, 0.1}, {50, 0.2}, {100, 0.3}};
     iterations.has_response = true;
     iterations.r_p50_ms = iterations.r_p90_ms = iterations.r_p95_ms = iterations.r_p99_ms = 5;
     iterations.r_max_ms = iterations.r_mean_ms = 7;
-    iterations.spectrum.clear();
     iterations.r_spectrum = {{0, 4.5}, {100, 7}};
-    report.rows.push_back(iterations);
+    check.timed = false;  // its times are not shown
+    report.rows = {call, iterations, check};
     report.open_model = true;
     report.dropped = 42;
-    row.name = "check x";
-    row.spectrum.clear();
-    row.kind = "check";
-    row.timed = false;
-    report.rows.push_back(row);
-    SecondRow second;
-    second.second = 0;
-    second.name = kAllCalls;
-    second.count = 3;
-    second.users = 2;
-    second.iterations = 3;
-    second.target = 2.5;
-    second.dropped = 1;
-    report.history.push_back(second);
-    second.name = "check x";
-    report.history.push_back(second);
+    report.history = {{0, kAllCalls, 3, 0, 0, 0, 0, 2, 3, 2.5, 1},
+                      {0, "check x", 3, 0, 0, 0, 0, 2, 3, 2.5, 1}};
     std::string error;
     ASSERT_TRUE(write_csv_report(report, dir.path() + "/run", error)) << error;
     EXPECT_EQ(read_file(dir.path() + "/run_stats.csv"),

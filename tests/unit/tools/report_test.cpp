@@ -6,26 +6,19 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <fstream>
-#include <sstream>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "tests/support.h"
 #include "tests/unit/tools/run_tool.h"
 #include "tests/unit/tools/stats_row.h"
-
-#ifndef _WIN32
-#include <sys/wait.h>
-#endif
 
 using testsupport::expect_has;
 
 namespace {
 using runner::kAllCalls;
 using runner::RunReport;
-using testsupport::count_of;
-using testsupport::read_file;
 using testsupport::stats_row;
 using testsupport::TempDir;
 
@@ -60,20 +53,15 @@ RunReport sample_run(int seconds) {
     run.failures = {{"IDL:omg.org/CORBA/TRANSIENT:1.0", 3, "TRANSIENT: connection refused"},
                     {"check", 1, "check ^balance: expected 100, got 90"}};
     for (int s = 0; s < seconds; ++s) {
-        runner::SecondRow row;
-        row.second = s;
-        row.users = s < 2 ? 4 * (s + 1) : 8;
-        row.count = 100 + static_cast<uint64_t>(20 * (1 + std::sin(s / 3.0)));
-        row.failures = s % 7 == 3;
-        row.p50_ms = 0.7 + 0.1 * std::sin(s);
-        row.p95_ms = 2 + 0.5 * std::cos(s / 2.0);
-        row.p99_ms = 4 + std::sin(s / 4.0);
-        row.name = "Bank.open_account";
+        const uint64_t count = 100 + static_cast<uint64_t>(20 * (1 + std::sin(s / 3.0)));
+        const int users = s < 2 ? 4 * (s + 1) : 8;
+        const double p50 = 0.7 + 0.1 * std::sin(s), p95 = 2 + 0.5 * std::cos(s / 2.0);
+        runner::SecondRow row{s,   "Bank.open_account",   count, s % 7 == 3, p50,
+                              p95, 4 + std::sin(s / 4.0), users};
         run.history.push_back(row);
         row.name = kAllCalls;
-        row.iterations = row.count / 3;
-        row.target = 40;
-        row.dropped = s % 5 == 2 ? 3 : 0;
+        std::tie(row.iterations, row.target, row.dropped) =
+            std::make_tuple(count / 3, 40.0, s % 5 == 2 ? 3u : 0u);
         run.history.push_back(row);
     }
     return run;
@@ -82,8 +70,12 @@ RunReport sample_run(int seconds) {
 std::string write_page(const RunReport &run, const std::string &path = "report.html") {
     std::string error;
     EXPECT_TRUE(runner::write_html_report(run, path, error)) << error;
-    return read_file(path);
+    return testsupport::read_file(path);
 }
+
+class ReportHtml : public ::testing::Test {
+    TempDir dir_;  // where the pages are written
+};
 
 // The JSON element the charts are drawn from.
 std::string chart_data(const std::string &page) {
@@ -94,8 +86,7 @@ std::string chart_data(const std::string &page) {
     return page.substr(begin, page.find("</script>", begin) - begin);
 }
 
-TEST(ReportHtml, EveryTextFromTheModelIsEscaped) {
-    TempDir dir;
+TEST_F(ReportHtml, EveryTextFromTheModelIsEscaped) {
     const std::string hostile[] = {"</script><script>alert(1)</script>",
                                    "<img src=x onerror=alert(2)>", "</style><!--", "\"q\" & 'a'"};
     RunReport run = sample_run(3);
@@ -112,16 +103,13 @@ TEST(ReportHtml, EveryTextFromTheModelIsEscaped) {
     expect_has(page, {"<h1>&lt;/script&gt;&lt;script&gt;alert(1)&lt;/script&gt;</h1>",
                       "&lt;img src=x onerror=alert(2)&gt;", "&quot;q&quot; &amp; &#39;a&#39;"});
     // Only the page's own elements: the chart data, uPlot and the charts' script.
-    EXPECT_EQ(count_of(page, "<script"), 3u);
-    EXPECT_EQ(count_of(page, "</script"), 3u);
-    EXPECT_EQ(count_of(page, "<style"), 2u);
-    EXPECT_EQ(count_of(page, "</style"), 2u);
-    EXPECT_EQ(count_of(page, "<!--"), 0u);
-    EXPECT_EQ(count_of(page, "<img"), 0u);
+    std::vector<size_t> counts;
+    for (const char *tag : {"<script", "</script", "<style", "</style", "<!--", "<img"})
+        counts.push_back(testsupport::count_of(page, tag));
+    EXPECT_EQ(counts, (std::vector<size_t>{3, 3, 2, 2, 0, 0}));
 }
 
-TEST(ReportHtml, TablesShowTheRunsFigures) {
-    TempDir dir;
+TEST_F(ReportHtml, TablesShowTheRunsFigures) {
     RunReport run = sample_run(0);
     run.rows[0].per_second = std::nan("");
     run.rows[0].p99_ms = 1234.4;
@@ -144,57 +132,43 @@ TEST(ReportHtml, TablesShowTheRunsFigures) {
                       "<tr><td>transaction open</td><td>2.90</td><td>7.50</td>",
                       "Dropped iterations (due while every user was busy): 17.",
                       "<tr><td>Bank.open_account</td><td>+12.3%</td><td>-5.0%</td><td>+0.0%"
-                      "</td><td>new</td></tr>"});
-
-    // Milliseconds with enough digits, a figure that is not a number shown as a dash.
-    expect_has(page, {"<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
-                      "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>"});
-    // A check has a count and failures but no latency.
-    expect_has(page, {"check balance</td><td class=\"kind\">check</td><td>1200</td>"
+                      "</td><td>new</td></tr>",
+                      // Milliseconds with enough digits, a figure that is not a number a dash.
+                      "<td>1200</td><td class=\"bad\">3</td><td>\u2013</td><td>0.210</td>"
+                      "<td>0.900</td><td>1.80</td><td>2.40</td><td>1234</td><td>12.3</td>",
+                      // A check has a count and failures but no latency.
+                      "check balance</td><td class=\"kind\">check</td><td>1200</td>"
                       "<td class=\"bad\">1</td><td>40.0</td><td></td><td></td><td></td>"
                       "<td></td><td></td><td></td></tr>",
                       std::string("<tr class=\"all\"><td>") + kAllCalls + "</td>",
-                      "<b>3 (0.08%)</b><span>failed</span>"});
-    // A long example is cut, between two characters, and marked.
-    expect_has(page, {"\xC3\xA9\xE2\x80\xA6</pre>"});
+                      "<b>3 (0.08%)</b><span>failed</span>",
+                      // A long example is cut, between two characters, and marked.
+                      "\xC3\xA9\xE2\x80\xA6</pre>"});
     EXPECT_LT(page.find("\xE2\x80\xA6</pre>") - page.find("xxxxx"), 2100u);
 }
 
-TEST(ReportHtml, StartTimeIsAUtcDate) {
-    TempDir dir;
-    const struct {
-        int64_t ms;
-        const char *shown;
-    } cases[] = {{951782400000, "Started 2000-02-29 00:00:00 UTC, ran 30.0 s."},
-                 {1709211599999, "Started 2024-02-29 12:59:59 UTC"},
-                 {4102444799000, "Started 2099-12-31 23:59:59 UTC"},
-                 {1, "Started 1970-01-01 00:00:00 UTC"},
-                 {0, "<p class=\"when\">Ran 30.0 s.</p>"}};
-    for (const auto &c : cases) {
+TEST_F(ReportHtml, StartTimeIsAUtcDate) {
+    const std::pair<int64_t, const char *> cases[] = {
+        {951782400000, "Started 2000-02-29 00:00:00 UTC, ran 30.0 s."},
+        {1709211599999, "Started 2024-02-29 12:59:59 UTC"},
+        {4102444799000, "Started 2099-12-31 23:59:59 UTC"},
+        {1, "Started 1970-01-01 00:00:00 UTC"},
+        {0, "<p class=\"when\">Ran 30.0 s.</p>"}};
+    for (const auto &[ms, shown] : cases) {
         RunReport run = sample_run(0);
         run.duration_s = 30;
-        run.started_ms = c.ms;
-        EXPECT_NE(write_page(run).find(c.shown), std::string::npos) << c.shown;
+        run.started_ms = ms;
+        EXPECT_NE(write_page(run).find(shown), std::string::npos) << shown;
     }
 }
 
-TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
-    TempDir dir;
+TEST_F(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
     RunReport run;
     auto second = [](int64_t s, const char *name, uint64_t count, int users) {
-        runner::SecondRow row;
-        row.second = s;
-        row.name = name;
-        row.count = count;
-        row.failures = count / 10;
-        row.p50_ms = count ? 1.5 : 0;
-        row.p95_ms = count ? 2.25 : 0;
-        row.p99_ms = count ? 1e6 : 0;
-        row.users = users;
-        row.iterations = count / 2;
-        row.target = 12.5;
-        row.dropped = count / 10;
-        return row;
+        const bool any = count > 0;
+        return runner::SecondRow{
+            s,     name,      count, count / 10, any ? 1.5 : 0, any ? 2.25 : 0, any ? 1e6 : 0,
+            users, count / 2, 12.5,  count / 10};
     };
     // Under a rate: the target and drops are charted; each timed name's
     // seconds and spectrum (its maximum left out) go by number.
@@ -215,8 +189,7 @@ TEST(ReportHtml, ChartsGetOneEntryPerSecondOfAllCalls) {
               "\"p99\":[1e+06,null,1e+06],\"x\":[1,2],\"service\":[1,2],\"response\":[4,5]}]}");
 }
 
-TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
-    TempDir dir;
+TEST_F(ReportHtml, AnEmptyRunStillMakesAPageAndAFailedWriteSaysWhy) {
     const std::string page = write_page(RunReport{});
     expect_has(page, {"<title>Load run</title>", "Nothing was counted.", "No failures.",
                       "data-seconds=\"0\""});
@@ -224,44 +197,33 @@ TEST(ReportHtml, AnEmptyRunStillMakesAPage) {
               "{\"seconds\":[],\"calls\":[],\"failures\":[],\"p50\":[],\"p95\":[],\"p99\":[],"
               "\"users\":[],\"iterations\":[],\"target\":[],\"dropped\":[],\"names\":[]}");
     EXPECT_NE(page.rfind("</html>\n"), std::string::npos);
-}
-
-TEST(ReportHtml, AFailedWriteSaysWhereAndWhy) {
-    TempDir dir;
+    // A failed write says where and why.
     std::string error;
     EXPECT_FALSE(runner::write_html_report(sample_run(2), "missing/report.html", error));
     expect_has(error, {"missing/report.html", ": "});
 }
 
 #ifndef _WIN32
-// Runs the browser check on a report; its exit status, its output in output.
-int check_report(const std::string &report, std::string &output) {
-    return testsupport::run_command(
-        "bash " + testsupport::data_path("../browser/check_report.sh") + " " + report, output);
-}
-
-constexpr int kSkipped = 77;  // the check's status when chromium is absent
+constexpr int kSkipped = 77;  // the browser check's status when chromium is absent
 
 TEST(ReportBrowser, ChartsAreDrawnForLongShortAndEmptyRuns) {
     TempDir dir;
-    const struct {
-        int seconds;
-        const char *says;
-    } cases[] = {{30, "chart pixels: throughput="},
-                 {1, "chart pixels: throughput="},
-                 {0, "no whole second to chart"}};
-    for (const auto &c : cases) {
-        RunReport run = sample_run(c.seconds);
+    const std::string check = "bash " + testsupport::data_path("../browser/check_report.sh") + " ";
+    const std::pair<int, const char *> cases[] = {{30, "chart pixels: throughput="},
+                                                  {1, "chart pixels: throughput="},
+                                                  {0, "no whole second to chart"}};
+    for (const auto &[seconds, says] : cases) {
+        RunReport run = sample_run(seconds);
         // Hostile texts must neither break the page nor run.
         run.rows[1].name = "</script><script>console.error('injected')</script>";
         run.failures[0].example = "<img src=x onerror=\"console.error('injected')\">";
-        const std::string path = "run" + std::to_string(c.seconds) + ".html";
+        const std::string path = "run" + std::to_string(seconds) + ".html";
         write_page(run, path);
         std::string output;
-        const int status = check_report(path, output);
+        const int status = testsupport::run_command(check + path, output);
         if (status == kSkipped) GTEST_SKIP() << output;
-        EXPECT_EQ(status, 0) << c.seconds << " seconds: " << output;
-        expect_has(output, {c.says});
+        EXPECT_EQ(status, 0) << seconds << " seconds: " << output;
+        expect_has(output, {says});
     }
 }
 

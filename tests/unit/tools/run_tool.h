@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #endif
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 
@@ -34,6 +36,14 @@ inline int run_command(std::string command, std::string &output) {
 // Runs "orbelle-run args" as run_command does.
 inline int run_runner(const std::string &args, std::string &output) {
     return run_command(std::string(ORBELLE_RUNNER_PATH) + " " + args, output);
+}
+
+// What "orbelle-run args" prints, as run_runner gives it; a failure of
+// the test unless it exits with status.
+inline std::string runner_output(const std::string &args, int status) {
+    std::string output;
+    EXPECT_EQ(run_runner(args, output), status) << args << "\n" << output;
+    return output;
 }
 
 // A well-formed reference to a port nothing listens on: it binds, and only

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support.h"
@@ -10,7 +10,7 @@
 #include "tools/runner/script.h"
 
 namespace {
-using runner::CallKind;
+using runner::RowMode;
 using runner::Script;
 using runner::Verb;
 
@@ -60,57 +60,41 @@ TEST(RunnerScript, ParsesEveryCommand) {
     std::string error;
     ASSERT_TRUE(runner::parse_script("s.orb",
                                      "bind a IDL:A:1.0 one \"FILE(a.ior) | IOR\" IOR:00\n"
-                                     "params a op seq^length=3 m.s^length=0\n"
-                                     "set seq[0] 7\n"
-                                     "invoke deferred timeout=500 expect=user\n"
-                                     "poll op\n"
-                                     "wait op timeout=100\n"
-                                     "check ^op 1\n"
-                                     "print\n"
-                                     "sleep 5\n"
+                                     "params a op seq^length=3 m.s^length=0\nset seq[0] 7\n"
+                                     "invoke deferred timeout=500 expect=user\npoll op\n"
+                                     "wait op timeout=100\ncheck ^op 1\nprint\nsleep 5\n"
                                      "release a\n",
                                      s, error))
         << error;
     ASSERT_EQ(s.commands.size(), 10u);
-    EXPECT_EQ(s.commands[0].args[3], "FILE(a.ior) | IOR");
-    EXPECT_EQ(s.commands[1].lengths.size(), 2u);
-    EXPECT_EQ(s.commands[1].lengths[0].first, "seq^length");
-    EXPECT_EQ(s.commands[1].lengths[0].second, "3");
-    EXPECT_EQ(s.commands[3].kind, CallKind::Deferred);
-    EXPECT_EQ(s.commands[3].timeout_ms, 500);
-    EXPECT_EQ(s.commands[3].expect_status, 2);
-    EXPECT_EQ(s.commands[5].verb, Verb::Wait);
-    EXPECT_EQ(s.commands[9].line, 10);
+    const std::vector<runner::Command> &c = s.commands;
+    EXPECT_EQ(c[0].args[3], "FILE(a.ior) | IOR");
+    EXPECT_EQ(c[1].lengths, (std::vector<std::pair<std::string, std::string>>{
+                                {"seq^length", "3"}, {"m.s^length", "0"}}));
+    EXPECT_EQ(std::make_tuple(c[3].kind, c[3].timeout_ms, c[3].expect_status, c[5].verb, c[9].line),
+              std::make_tuple(runner::CallKind::Deferred, 500L, 2, Verb::Wait, 10));
     EXPECT_TRUE(runner::check_script(s, error)) << error;
 
     // The commands of load runs.
     s = Script();
     ASSERT_TRUE(runner::parse_script("s.orb",
-                                     "data people.csv unique as p\n"
-                                     "data more.csv as m\n"
-                                     "data plain.csv random\n"
-                                     "let who \"${p.name} x\"\n"
-                                     "think 10..250\n"
-                                     "think ${gap}\n"
-                                     "pace 1000\n"
-                                     "begin visit\n"
-                                     "end visit\n",
+                                     "data people.csv unique as p\ndata more.csv as m\n"
+                                     "data plain.csv random\nlet who \"${p.name} x\"\n"
+                                     "think 10..250\nthink ${gap}\npace 1000\n"
+                                     "begin visit\nend visit\n",
                                      s, error))
         << error;
     ASSERT_EQ(s.commands.size(), 9u);
-    EXPECT_EQ(s.commands[0].row_mode, runner::RowMode::Unique);
-    EXPECT_EQ(s.commands[0].alias, "p");
-    EXPECT_EQ(s.commands[0].args, (std::vector<std::string>{"people.csv"}));
-    EXPECT_EQ(s.commands[1].row_mode, runner::RowMode::Sequential);
-    EXPECT_EQ(s.commands[1].alias, "m");
-    EXPECT_EQ(s.commands[2].row_mode, runner::RowMode::Random);
-    EXPECT_TRUE(s.commands[2].alias.empty());
-    EXPECT_TRUE(s.commands[3].has_variables);
-    EXPECT_EQ(s.commands[4].number, 10);
-    EXPECT_EQ(s.commands[4].number_max, 250);
-    EXPECT_TRUE(s.commands[5].has_variables);  // read when it runs
-    EXPECT_EQ(s.commands[6].verb, Verb::Pace);
-    EXPECT_EQ(s.commands[6].number, 1000);
+    EXPECT_EQ(c[0].args, (std::vector<std::string>{"people.csv"}));
+    std::vector<std::pair<RowMode, std::string>> data;
+    for (size_t i = 0; i < 3; ++i) data.emplace_back(c[i].row_mode, c[i].alias);
+    EXPECT_EQ(data,
+              (decltype(data){
+                  {RowMode::Unique, "p"}, {RowMode::Sequential, "m"}, {RowMode::Random, ""}}));
+    // think ${gap} is read when it runs
+    EXPECT_EQ(std::make_tuple(c[3].has_variables, c[4].number, c[4].number_max, c[5].has_variables,
+                              c[6].verb, c[6].number),
+              std::make_tuple(true, 10L, 250L, true, Verb::Pace, 1000L));
 }
 
 TEST(RunnerScript, MistakesNameTheLineAndWhatIsWrong) {
@@ -167,34 +151,27 @@ TEST(RunnerScript, MistakesNameTheLineAndWhatIsWrong) {
               "");
 }
 
-using testsupport::closed_ior;
-using testsupport::run_runner;
-
 TEST(Runner, RunsAScriptThroughTheLoadedLibrary) {
     testsupport::TempDir dir;
     // "once" binds in the first iteration only; a lone "once" is a name.
-    dir.write("list", "IDL:Thing:1.0," + closed_ior() + "\n");
-    dir.write("ok.orb", "bind obj IDL:Thing:1.0 one IOR " + closed_ior() +
-                            "\n"
-                            "bind once kept IDL:Thing:1.0 two IOR " +
-                            closed_ior() +
-                            "\n"
-                            "bind once IDL:Thing:1.0 three FILE(list)\n"
-                            "params obj _is_a\n"
-                            "set logical_type_id IDL:Thing:1.0\n"
-                            "check logical_type_id IDL:Thing:1.0\n"
-                            "print logical_type_id\n");
-    std::string out;
-    int status = run_runner("--trace 5 --iterations 2 ok.orb", out);
+    const std::string ior = testsupport::closed_ior();
+    dir.write("list", "IDL:Thing:1.0," + ior + "\n");
+    dir.write("ok.orb",
+              "bind obj IDL:Thing:1.0 one IOR " + ior + "\nbind once kept IDL:Thing:1.0 two IOR " +
+                  ior +
+                  "\nbind once IDL:Thing:1.0 three FILE(list)\nparams obj _is_a\n"
+                  "set logical_type_id IDL:Thing:1.0\ncheck logical_type_id IDL:Thing:1.0\n"
+                  "print logical_type_id\n");
+    const std::string out = testsupport::runner_output("--trace 5 --iterations 2 ok.orb", 0);
     // the trace of the loaded library shows through
     testsupport::expect_has(
         out, {"_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n",
               "    logical_type_id = IDL:Thing:1.0", "-- iteration 2 of 2", "params _is_a"});
-    auto count = [&](const char *text) { return testsupport::count_of(out, text); };
-    EXPECT_EQ(count(" bind obj "), 2u) << out;
-    EXPECT_EQ(count(" bind kept "), 1u) << out;
-    EXPECT_EQ(count(" bind once "), 2u) << out;
-    EXPECT_EQ(status, 0) << out;
+    using testsupport::count_of;
+    EXPECT_EQ(std::make_tuple(count_of(out, " bind obj "), count_of(out, " bind kept "),
+                              count_of(out, " bind once ")),
+              std::make_tuple(2u, 1u, 2u))
+        << out;
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "orbelle/kinds.h"
@@ -21,7 +23,6 @@ using testsupport::expect_lacks;
 
 namespace {
 using runner::Compare;
-using testsupport::run_runner;
 
 // A till: an attribute, a struct, sequences (one bounded), an out value
 // and a one-way operation, with a value of every kind a script gives.
@@ -50,18 +51,13 @@ opr IDL:Shop/Till/ring:1.0 ring oneway
     par in times . short
 )";
 
-struct CheckCase {
-    int32_t type;
-    Compare how;
-    const char *actual;    // the reply's text, as the library writes it
-    const char *expected;  // as the script writes it
-    const char *failure;   // the message of a failed check; "" when it passes
-};
-
 TEST(CheckByValue, ComparesByTypeOperatorAndNotation) {
     const std::string long_text(limits::max_check_subject, 'a');
     const std::string too_long(limits::max_check_subject + 1, 'a');
-    const CheckCase cases[] = {
+    // The type, the comparison, the reply's text as the library writes it,
+    // the value as the script writes it, and the message of a failed check
+    // ("" when it passes).
+    const std::tuple<int32_t, Compare, const char *, const char *, const char *> cases[] = {
         // numbers by value, floats at the precision they are written in
         {tk_double, Compare::Equal, "1000.000000", "1000", ""},
         {tk_double, Compare::Equal, "5657.350000", "5657.35", ""},
@@ -118,15 +114,13 @@ TEST(CheckByValue, ComparesByTypeOperatorAndNotation) {
         {tk_string, Compare::Matches, "ab", "^a|c$", ""},
         {tk_string, Compare::Matches, "a", "a)|(b", "the pattern does not compile: "},
     };
-    for (const CheckCase &c : cases) {
+    for (const auto &[type, how, actual, expected, failure] : cases) {
         std::string why;
-        bool ok = runner::compare_values(c.type, c.how, c.actual, c.expected, why);
-        std::string label = runner::type_name(c.type) + " " + runner::compare_symbol(c.how) + " " +
-                            std::string(c.expected).substr(0, 40);
-        EXPECT_EQ(ok, *c.failure == '\0') << label << ": " << why;
-        if (*c.failure != '\0') {
-            EXPECT_EQ(why.rfind(c.failure, 0), 0u) << label << ": " << why;
-        }
+        bool ok = runner::compare_values(type, how, actual, expected, why);
+        std::string label = runner::type_name(type) + " " + runner::compare_symbol(how) + " " +
+                            std::string(expected).substr(0, 40);
+        EXPECT_EQ(ok, *failure == '\0') << label << ": " << why;
+        EXPECT_EQ(why.substr(0, std::strlen(failure)), failure) << label << ": " << why;
     }
 }
 
@@ -148,15 +142,19 @@ class ScriptMistakes : public ::testing::Test {
 protected:
     ScriptMistakes() { dir_.write("idl/Shop-Till.csv", till_description); }
 
-    // Every mistake of text (after a line binding till), one a line.
-    std::string mistakes(const std::string &text) {
+    // Every mistake of the script file holding text, one a line.
+    std::string mistakes_of(const std::string &file, const std::string &text,
+                            const runner::DataFiles &data = {}) {
         runner::Script script;
         runner::Mistakes found;
-        runner::parse_script("s.orb", "bind till IDL:Shop/Till:1.0 t IOR IOR:00\n" + text, script,
-                             found);
+        runner::parse_script(file, text, script, found);
         runner::Descriptions descriptions(host_);
-        runner::check_script(script, {}, &descriptions, found);
+        runner::check_script(script, data, &descriptions, found);
         return found.text();
+    }
+    // The same of s.orb: a line binding till, then text.
+    std::string mistakes(const std::string &text) {
+        return mistakes_of("s.orb", "bind till IDL:Shop/Till:1.0 t IOR IOR:00\n" + text);
     }
 
     testsupport::TempDir dir_;
@@ -277,17 +275,12 @@ TEST_F(ScriptMistakes, DataRowsAreCheckedAgainstTheValuesTheyFill) {
     runner::CsvTable table;
     std::string error;
     ASSERT_TRUE(runner::parse_csv("d.csv", "n,w\n3,1.5\nmany,2\n4,heavy\n", table, error));
-    runner::Script script;
-    runner::Mistakes found;
-    runner::parse_script("s.orb",
-                         "data d.csv as row\nbind till IDL:Shop/Till:1.0 t IOR IOR:00\n"
-                         "params till sell\nset item.count ${row.n}\nset item.weight ${row.w}\n"
-                         // a column's variable set anew holds the data no longer
-                         "let row.w 2\nset item.weight ${row.w}\n",
-                         script, found);
-    runner::Descriptions descriptions(host_);
-    runner::check_script(script, {{1, {"d.csv", &table}}}, &descriptions, found);
-    EXPECT_EQ(found.text(),
+    // A column's variable set anew (line 6) holds the data no longer.
+    EXPECT_EQ(mistakes_of("s.orb",
+                          "data d.csv as row\nbind till IDL:Shop/Till:1.0 t IOR IOR:00\n"
+                          "params till sell\nset item.count ${row.n}\nset item.weight ${row.w}\n"
+                          "let row.w 2\nset item.weight ${row.w}\n",
+                          {{1, {"d.csv", &table}}}),
               "d.csv: row 2, column n: 'many' is not a ushort: a whole number from 0 to 65535 "
               "(item.count takes it at s.orb:4:16)\n"
               "d.csv: row 3, column w: 'heavy' is not a float: a decimal number such as 12.5 or "
@@ -301,11 +294,7 @@ TEST_F(ScriptMistakes, SkeletonsRunTheCheckCleanly) {
     expect_has(out, {"\nparams till sell tags^length=1 ", "\nset item.count 0 ", "# ushort\n",
                      "\nset tags[0] text ", "\ninvoke oneway\n", "\n# check ^sell.total 0.0 ",
                      "\n# save receipt receipt\n", "\nset open 0 ", "\n# set what "});
-    runner::Script script;
-    runner::Mistakes found;
-    runner::parse_script("skeleton.orb", out, script, found);
-    runner::check_script(script, {}, &descriptions, found);
-    EXPECT_TRUE(found.empty()) << found.text();
+    EXPECT_EQ(mistakes_of("skeleton.orb", out), "");
 
     EXPECT_FALSE(runner::write_skeleton(descriptions, "IDL:Shop/Till:1.0", {"sel"}, out, why));
     EXPECT_EQ(why, "operation 'sel' is not one of IDL:Shop/Till:1.0 (did you mean `sell`?)");
@@ -315,30 +304,26 @@ TEST_F(ScriptMistakes, TheRunnerListsThemAllAndSendsNothing) {
     dir_.write("five.orb", "bind till IDL:Shop/Till:1.0 t IOR " + testsupport::closed_ior() +
                                "\nparams till sel\nparams till sell\nset item.nme x\nset kind x\n"
                                "invoke\ncheck ^sell.total ${t}\n");
-    std::string out;
-    EXPECT_EQ(run_runner("--trace 5 five.orb", out), 2);
-    EXPECT_EQ(out,
-              "five.orb:2:13: operation 'sel' is not one of IDL:Shop/Till:1.0 (did you mean "
-              "`sell`?)\n"
-              "five.orb:4:5: no parameter named 'item.nme' in the list of sell (did you mean "
-              "`item.name`?)\n"
-              "five.orb:5:10: 'x' is not an enum's member number: a whole number from 0 to "
-              "2147483647 (kind)\n"
-              "five.orb:7:19: variable t is used before it is set (neither the environment, let, "
-              "save nor a data line above sets it)\n");  // no trace: nothing ran
-    out.clear();
-    EXPECT_EQ(run_runner("--check five.orb 2>/dev/null", out), 2);
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4) << out;
-
-    out.clear();
-    EXPECT_EQ(run_runner("--skeleton IDL:Shop/Till:1.0 ring >ring.orb", out), 0) << out;
-    EXPECT_EQ(run_runner("--check ring.orb", out), 0);
-    EXPECT_EQ(out, "OK\n");
-    out.clear();
-    EXPECT_EQ(run_runner("--skeleton IDL:Shop/Tll:1.0", out), 2);
-    EXPECT_EQ(out,
-              "orbelle-run: no description of IDL:Shop/Tll:1.0: cannot read ./idl/Shop-Tll.csv "
-              "(did you mean `IDL:Shop/Till:1.0`?)\n");
+    const std::string listed =
+        "five.orb:2:13: operation 'sel' is not one of IDL:Shop/Till:1.0 (did you mean `sell`?)\n"
+        "five.orb:4:5: no parameter named 'item.nme' in the list of sell (did you mean "
+        "`item.name`?)\n"
+        "five.orb:5:10: 'x' is not an enum's member number: a whole number from 0 to "
+        "2147483647 (kind)\n"
+        "five.orb:7:19: variable t is used before it is set (neither the environment, let, save "
+        "nor a data line above sets it)\n";
+    const std::tuple<const char *, int, std::string> runs[] = {
+        {"--trace 5 five.orb", 2, listed},  // no trace: nothing ran
+        {"--check five.orb 2>/dev/null", 2, listed},
+        {"--skeleton IDL:Shop/Till:1.0 ring >ring.orb", 0, ""},
+        {"--check ring.orb", 0, "OK\n"},
+        {"--skeleton IDL:Shop/Tll:1.0", 2,
+         "orbelle-run: no description of IDL:Shop/Tll:1.0: cannot read ./idl/Shop-Tll.csv (did "
+         "you mean `IDL:Shop/Till:1.0`?)\n"},
+    };
+    for (const auto &[args, status, printed] : runs) {
+        EXPECT_EQ(testsupport::runner_output(args, status), printed) << args;
+    }
 }
 
 }  // namespace

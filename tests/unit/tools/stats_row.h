@@ -13,22 +13,11 @@ namespace testsupport {
 // given, mean, in milliseconds. A row without times is not timed (a check).
 inline runner::StatsRow stats_row(const char *name, const char *kind, uint64_t count,
                                   uint64_t failed, double rate, std::vector<double> times = {}) {
-    runner::StatsRow r;
-    r.name = name;
-    r.kind = kind;
-    r.count = count;
-    r.failed = failed;
-    r.per_second = rate;
-    r.timed = !times.empty();
+    const bool timed = !times.empty();
     times.resize(7, 0);
-    r.min_ms = times[0];
-    r.p50_ms = times[1];
-    r.p90_ms = times[2];
-    r.p95_ms = times[3];
-    r.p99_ms = times[4];
-    r.max_ms = times[5];
-    r.mean_ms = times[6];
-    return r;
+    return {name,     kind,     count,    failed,   rate,     timed, times[0], times[1],
+            times[2], times[3], times[4], times[5], times[6], false, 0,        0,
+            0,        0,        0,        0,        {},       {}};
 }
 
 }  // namespace testsupport
