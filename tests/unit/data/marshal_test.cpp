@@ -148,9 +148,8 @@ TEST_F(MarshalTest, StringsCrossAsScriptText) {
     CDR &s = input(wire, false);
     char *text[3] = {nullptr, nullptr, nullptr};
     for (auto &t : text) ASSERT_EQ(decoder(tc_string(), &t, nullptr, &s, env), 1);
-    EXPECT_STREQ(text[0], "`6107`b");
-    EXPECT_STREQ(text[1], "");
-    EXPECT_STREQ(text[2], "");
+    EXPECT_EQ((std::vector<std::string>{nz(text[0]), nz(text[1]), nz(text[2])}),
+              (std::vector<std::string>{"`6107`b", "", ""}));
     for (auto &t : text) std::free(t);
 
     const char *backquoted = "`41`";
@@ -174,8 +173,7 @@ TEST_F(MarshalTest, SequenceBoundsAndCounts) {
     SequenceRecord got{9, 9, three};
     CDR &s = input(Enc(false, false).ulong(0).bytes(), false);
     ASSERT_EQ(decoder(bounded.get(), &got, nullptr, &s, env), 1);
-    EXPECT_EQ(got.maximum, 0u);
-    EXPECT_EQ(got.buffer, nullptr);
+    EXPECT_EQ(std::make_tuple(got.maximum, got.buffer), std::make_tuple(0u, nullptr));
 
     // Elements without size take no bytes: a huge count reads nothing.
     Held empties(le.sequence(le.structure("IDL:E:1.0", {})));
@@ -197,16 +195,16 @@ TEST_F(MarshalTest, PrimitiveWireForms) {
     uint32_t flags[2] = {7, 7};
     decoder(tc_boolean(), &flags[0], nullptr, &s, env);
     decoder(tc_boolean(), &flags[1], nullptr, &s, env);
-    EXPECT_EQ(flags[0], 0u);  // only exactly 1 is true
-    EXPECT_EQ(flags[1], 1u);
+    // Only exactly 1 is true.
+    EXPECT_EQ(std::make_tuple(flags[0], flags[1]), std::make_tuple(0u, 1u));
 
     // A struct TypeCode goes out as kind, length and body.
-    Held st(le.structure("IDL:S:1.0", {{"a", le.simple(tk_long)}}));
+    Bytes st = le.structure("IDL:S:1.0", {{"a", le.simple(tk_long)}});
+    Held held(st);
     restart();
-    type = st.get();
+    type = held.get();
     encoder(tc_TypeCode(), &type, nullptr, &out, env);
-    Bytes w = written();
-    EXPECT_EQ(w, le.structure("IDL:S:1.0", {{"a", le.simple(tk_long)}}));
+    EXPECT_EQ(written(), st);
 }
 
 TEST_F(MarshalTest, AnysHoldingAnys) {
@@ -219,14 +217,10 @@ TEST_F(MarshalTest, AnysHoldingAnys) {
     unsigned char a[sizeof(Any)], n[sizeof(Any)];
     ASSERT_EQ(decoder(tc_any(), a, nullptr, &s, env), 1);
     ASSERT_EQ(decoder(tc_any(), n, nullptr, &s, env), 1);
-    Any outer = load_any(a);
-    EXPECT_EQ(outer.type, tc_any());
-    EXPECT_EQ(outer.ownsValue, 1u);
-    Any middle = load_any(outer.value);
-    Any inner = load_any(middle.value);
-    EXPECT_EQ(inner.type, tc_long());
-    EXPECT_EQ(load_unaligned<int32_t>(inner.value), 42);
-    EXPECT_EQ(load_any(n).type, tc_null());
+    Any outer = load_any(a), inner = load_any(load_any(outer.value).value);
+    EXPECT_EQ(std::make_tuple(outer.type, outer.ownsValue, inner.type,
+                              load_unaligned<int32_t>(inner.value), load_any(n).type),
+              std::make_tuple(tc_any(), 1u, tc_long(), 42, tc_null()));
 
     ASSERT_EQ(encoder(tc_any(), a, nullptr, &out, env), 1);
     ASSERT_EQ(encoder(tc_any(), n, nullptr, &out, env), 1);
