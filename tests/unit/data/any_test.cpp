@@ -21,15 +21,9 @@ protected:
     Environment env;
 };
 
-char *text(const char *s) {
-    char *t = static_cast<char *>(std::malloc(std::strlen(s) + 1));
-    std::strcpy(t, s);
-    return t;
-}
-
 TEST_F(AnyTest, FreeValueWalksArraysAndRefusesNullTypes) {
     tcb::Held arr(le.array(le.simple(tk_string), 2));
-    char *pair[2] = {text("x"), text("y")};
+    char *pair[2] = {strdup("x"), strdup("y")};
     EXPECT_EQ(freeValue(arr.get(), pair, nullptr, nullptr, env), 1);
 
     tcb::Held st(

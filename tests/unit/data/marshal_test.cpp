@@ -85,15 +85,10 @@ struct Everything {
     }
     Bytes value(bool big) const {
         static const uint8_t ld[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
-        float f = 1.5f;
-        double d = -2.25;
-        uint32_t fbits;
-        uint64_t dbits;
-        std::memcpy(&fbits, &f, 4);
-        std::memcpy(&dbits, &d, 8);
         Enc e(big, false);
-        e.ushort(0xFFFE).ulong(0x12345678).ushort(65000).ulong(4000000000u).ulong(fbits);
-        e.ulonglong(dbits).octet(1).octet('c').octet(0xAB);
+        // The float 1.5 and the double -2.25 by their bits.
+        e.ushort(0xFFFE).ulong(0x12345678).ushort(65000).ulong(4000000000u).ulong(0x3FC00000);
+        e.ulonglong(0xC002000000000000ull).octet(1).octet('c').octet(0xAB);
         e.tc(tcb::Tc{big}.simple(tk_long)).ulong(77);                       // any
         e.ulong(tk_struct).ulong(static_cast<uint32_t>(inner.size() - 8));  // TypeCode:
         e.raw(Bytes(inner.begin() + 8, inner.end()));                       // body in its own order

@@ -81,11 +81,8 @@ struct Tc {
         return Enc(big, false).ulong(kind).ulong(bound).bytes();
     }
     Bytes complex(int32_t kind, const Enc &body) const {
-        return Enc(big, false)
-            .ulong(kind)
-            .ulong(static_cast<uint32_t>(body.bytes().size()))
-            .raw(body.bytes())
-            .bytes();
+        const auto size = static_cast<uint32_t>(body.bytes().size());
+        return Enc(big, false).ulong(kind).ulong(size).raw(body.bytes()).bytes();
     }
     Enc body() const { return Enc(big); }
 

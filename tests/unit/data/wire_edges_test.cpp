@@ -3,7 +3,6 @@
 // count, union labels in the width of every kind of discriminator.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "data/any.h"
@@ -99,13 +98,12 @@ TEST_F(WireEdges, UnionLabelsAreReadInTheWidthOfTheirDiscriminator) {
             in.swap = big ? 1 : 0;
             uint32_t size = u.valueSize(env);
             ASSERT_FALSE(env.has_exception());
-            void *value = std::calloc(1, size);
-            ASSERT_EQ(decoder(&u, value, nullptr, &in, env), 1);
+            std::vector<unsigned char> value(size, 0);
+            ASSERT_EQ(decoder(&u, value.data(), nullptr, &in, env), 1);
             EXPECT_EQ(in.space_left, 0u);
-            EXPECT_EQ(encoded(&u, value),
+            EXPECT_EQ(encoded(&u, value.data()),
                       Enc(false, false).num(1, row.width).ushort(0x2233).bytes());
-            freeValue(&u, value, nullptr, nullptr, env);
-            std::free(value);
+            freeValue(&u, value.data(), nullptr, nullptr, env);
         }
     }
 }

@@ -121,15 +121,14 @@ std::string record(const std::string &capture, RecordOptions options, WriteOptio
     options.dir = testsupport::data_path("../../demo");
     write.source = "c.pcap";
     std::ostringstream body, out;
-    std::unique_ptr<ScriptWriter> &writer = last_writer;
     static std::unique_ptr<Recording> rec;
-    writer = std::make_unique<ScriptWriter>(write, body);
-    rec = std::make_unique<Recording>(options, *writer);
+    last_writer = std::make_unique<ScriptWriter>(write, body);
+    rec = std::make_unique<Recording>(options, *last_writer);
     std::string error;
     EXPECT_TRUE(rec->read(dir.path() + "/c.pcap", error)) << error;
     rec->finish();
-    writer->finish();
-    writer->header(*rec, out);
+    last_writer->finish();
+    last_writer->header(*rec, out);
     if (keep) *keep = rec.get();
     return out.str() + body.str();
 }
