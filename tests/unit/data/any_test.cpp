@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "data/stdtypes.h"
-#include "data/unaligned.h"
 #include "tests/unit/data/tc_builder.h"
 
 namespace {

@@ -7,7 +7,6 @@
 #include <pcap/pcap.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 

@@ -5,7 +5,6 @@
 #include <map>
 
 #include "repository/pirapi.h"
-#include "tests/support.h"
 #include "tests/unit/repository/pirtest.h"
 
 using namespace pirtest;
