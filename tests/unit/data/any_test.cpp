@@ -5,20 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "data/stdtypes.h"
 #include "tests/unit/data/tc_builder.h"
 
 namespace {
 
-class AnyTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        inittypecodes();
-        fill_value_table();
-    }
-    tcb::Tc le;
-    Environment env;
-};
+using AnyTest = tcb::DataTest;
 
 TEST_F(AnyTest, FreeValueWalksArraysAndRefusesNullTypes) {
     tcb::Held arr(le.array(le.simple(tk_string), 2));

@@ -8,7 +8,6 @@
 #include "data/any.h"
 #include "data/decoder.h"
 #include "data/encoder.h"
-#include "data/stdtypes.h"
 #include "data/unaligned.h"
 #include "host/kit/hostkit.h"
 #include "tests/unit/data/tc_builder.h"
@@ -21,11 +20,9 @@ using tcb::Bytes;
 using tcb::Enc;
 using tcb::Held;
 
-class MarshalTest : public ::testing::Test {
-protected:
+struct MarshalTest : tcb::DataTest {
     void SetUp() override {
-        inittypecodes();
-        fill_value_table();
+        DataTest::SetUp();
         restart();
     }
     // Padding keeps what memory held, so the tests start from zeros.
@@ -48,12 +45,10 @@ protected:
     }
     Bytes written() const { return Bytes(out.base, out.cursor); }
 
-    tcb::Tc le;
     alignas(16) unsigned char out_bytes[256];
     CDR out;
     std::vector<unsigned char> in_bytes;
     CDR in;
-    Environment env;
 };
 
 // A struct with a member of every kind that can be one (all but null, void,

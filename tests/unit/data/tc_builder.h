@@ -5,11 +5,14 @@
 #ifndef ORBELLE_TEST_TC_BUILDER_H
 #define ORBELLE_TEST_TC_BUILDER_H
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "data/stdtypes.h"
 #include "data/typecode.h"
 
 namespace tcb {
@@ -147,6 +150,17 @@ private:
     }
     Bytes wire_;
     TypeCode *tc_;
+};
+
+// Tests of values: the standard TypeCodes built, a little-endian builder,
+// an environment.
+struct DataTest : ::testing::Test {
+    void SetUp() override {
+        inittypecodes();
+        fill_value_table();
+    }
+    Tc le;
+    Environment env;
 };
 
 }  // namespace tcb

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "data/any.h"
-#include "data/stdtypes.h"
 #include "tests/unit/data/tc_builder.h"
 
 namespace {
@@ -15,12 +14,7 @@ namespace {
 using tcb::Bytes;
 using tcb::Held;
 
-class TypeCodeTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        inittypecodes();
-        fill_value_table();
-    }
+struct TypeCodeTest : tcb::DataTest {
     // The kinds a walk visits, as "kind@offset" from the value's start.
     std::vector<std::string> walk(TypeCode *tc, unsigned char *value) {
         std::pair<unsigned char *, std::vector<std::string>> r{value, {}};
@@ -42,8 +36,7 @@ protected:
         s.space_left = static_cast<uint32_t>(wire.size());
         return TypeCode::nestedSize(nullptr, s, align, env);
     }
-    tcb::Tc t;
-    Environment env;
+    const tcb::Tc &t = le;
 };
 
 TEST_F(TypeCodeTest, SizesAndAlignmentsOfCompoundValues) {

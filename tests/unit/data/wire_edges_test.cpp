@@ -8,7 +8,6 @@
 #include "data/any.h"
 #include "data/decoder.h"
 #include "data/encoder.h"
-#include "data/stdtypes.h"
 #include "tests/unit/data/tc_builder.h"
 
 namespace {
@@ -16,11 +15,7 @@ namespace {
 using tcb::Bytes;
 using tcb::Enc;
 
-struct WireEdges : ::testing::Test {
-    void SetUp() override {
-        inittypecodes();
-        fill_value_table();
-    }
+struct WireEdges : tcb::DataTest {
     // What the encoder writes for value, from a 16-aligned start; the
     // exception it raises, if any, stays in env.
     Bytes encoded(TypeCode *tc, const void *value) {
@@ -30,8 +25,6 @@ struct WireEdges : ::testing::Test {
         encoder(tc, const_cast<void *>(value), nullptr, &out, env);
         return Bytes(out.base, out.cursor);
     }
-    tcb::Tc le;
-    Environment env;
 };
 
 TEST_F(WireEdges, ValuesAtTheirBoundGoOutAndOnePastAreRefused) {
