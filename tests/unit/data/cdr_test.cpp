@@ -39,20 +39,17 @@ TEST(Cdr, PutAlignsOnAddressesAndZeroesPadding) {
 }
 
 TEST(Cdr, PutLongGrowsOnlyWhenPaddingAndValueDoNotFit) {
-    Local fits(8);
-    fits.cdr.put_byte(1);  // cursor one past a 4-byte boundary, 7 left
-    ASSERT_EQ(fits.cdr.space_left, 7u);
-    ASSERT_TRUE(fits.cdr.put_long(5));
-    EXPECT_EQ(std::make_tuple(fits.cdr.owns_allocation, fits.cdr.space_left),
-              std::make_tuple(0u, 0u));
-
-    Local grows(7);
-    grows.cdr.put_byte(1);
-    ASSERT_EQ(grows.cdr.space_left, 6u);
-    ASSERT_TRUE(grows.cdr.put_long(0xAABBCCDD));
-    EXPECT_EQ(std::make_tuple(grows.cdr.owns_allocation, grows.cdr.used(), grows.cdr.base[0],
-                              load_unaligned<uint32_t>(grows.cdr.base + 4)),
-              std::make_tuple(1u, 8u, 1, 0xAABBCCDDu));
+    // The cursor one past a 4-byte boundary, with 7 bytes left or 6.
+    for (uint32_t size : {8u, 7u}) {
+        Local s(size);
+        s.cdr.put_byte(1);
+        ASSERT_EQ(s.cdr.space_left, size - 1);
+        ASSERT_TRUE(s.cdr.put_long(0xAABBCCDD));
+        EXPECT_EQ(std::make_tuple(s.cdr.owns_allocation, s.cdr.used(), s.cdr.base[0],
+                                  load_unaligned<uint32_t>(s.cdr.base + 4)),
+                  std::make_tuple(size == 8 ? 0u : 1u, 8u, 1, 0xAABBCCDDu));
+        EXPECT_TRUE(size == 7 || s.cdr.space_left == 0) << s.cdr.space_left;
+    }
 }
 
 TEST(Cdr, OpenEncapsulationTakesByteOrderFromFirstByte) {

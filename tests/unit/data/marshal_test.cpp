@@ -79,7 +79,8 @@ struct Everything {
         return le.structure("IDL:All:1.0", members);
     }
     Bytes value(bool big) const {
-        static const uint8_t ld[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+        // A long double in little-endian order.
+        const Bytes ld = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
         Enc e(big, false);
         // The float 1.5 and the double -2.25 by their bits.
         e.ushort(0xFFFE).ulong(0x12345678).ushort(65000).ulong(4000000000u).ulong(0x3FC00000);
@@ -96,7 +97,7 @@ struct Everything {
         e.ulong(10).ulong(20).ulong(30);                                    // array
         e.str("alias");                                                     // alias of string
         e.ulonglong(0x0102030405060708ull).ulonglong(~0ull);
-        e.longdouble(ld);
+        e.pad(16).raw(big ? Bytes(ld.rbegin(), ld.rend()) : ld);
         e.ushort(0x263A);                              // wchar
         e.ulong(3).ushort('h').ushort('i').ushort(0);  // wstring
         return e.bytes();

@@ -49,12 +49,6 @@ public:
         b_.insert(b_.end(), r.begin(), r.end());
         return *this;
     }
-    // 16 bytes on a 16-byte boundary, given in little-endian order.
-    Enc &longdouble(const uint8_t (&le)[16]) {
-        pad(16);
-        for (int i = 0; i < 16; ++i) b_.push_back(big_ ? le[15 - i] : le[i]);
-        return *this;
-    }
     const Bytes &bytes() const { return b_; }
     // An unsigned number of width bytes, aligned to its width.
     Enc &num(uint64_t v, size_t width) {
@@ -159,6 +153,8 @@ struct DataTest : ::testing::Test {
         inittypecodes();
         fill_value_table();
     }
+    // The id of the exception env holds, or "none".
+    std::string raised() const { return env.id() != nullptr ? env.id() : "none"; }
     Tc le;
     Environment env;
 };
