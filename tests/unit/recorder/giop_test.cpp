@@ -40,12 +40,10 @@ std::string request(uint8_t minor, bool little, uint32_t id, const std::string &
         if (target_kind == 0) g.octets(key);
         if (target_kind == 1) g.ulong(0).octets(capwrite::iiop_profile(key, little));
         if (target_kind == 2) {
-            g.ulong(1).string("IDL:Bank/Account:1.0").ulong(2);
-            g.ulong(1).octets("other profile");
+            g.ulong(1).string("IDL:Bank/Account:1.0").ulong(2).ulong(1).octets("other profile");
             g.ulong(0).octets(capwrite::iiop_profile(key, !little));
         }
-        g.string(op).ulong(0);
-        g.align(8);
+        g.string(op).ulong(0).align(8);
     }
     g.ulong(0xCAFE0001);  // the body: one long
     return sized(g);

@@ -34,28 +34,23 @@ public:
     void from_server(const std::string &bytes, int64_t at_ms) { send(false, bytes, at_ms); }
     // The network's doing: the last segment again, the last two swapped.
     void resend_last() { packets_.push_back(packets_.back()); }
-    void lose_first() { packets_.erase(packets_.begin()); }
-    void swap_last_two() {
-        std::swap(packets_[packets_.size() - 1], packets_[packets_.size() - 2]);
-    }
-    std::string capture() {
-        std::vector<Packet> with_syn = {
-            {0, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(client, server, 99, 0x02, ""))},
-            {0, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(server, client, 4999, 0x12, ""))}};
-        with_syn.insert(with_syn.end(), packets_.begin(), packets_.end());
-        return capwrite::pcap_file(DLT_EN10MB, with_syn);
-    }
+    // The first segment after the two that open the connection lost.
+    void lose_first() { packets_.erase(packets_.begin() + 2); }
+    void swap_last_two() { std::iter_swap(packets_.end() - 2, packets_.end() - 1); }
+    std::string capture() const { return capwrite::pcap_file(DLT_EN10MB, packets_); }
 
 private:
+    static Packet packet(bool up, uint32_t seq, uint8_t flags, const std::string &m, int64_t us) {
+        const capwrite::Host &from = up ? client : server, &to = up ? server : client;
+        return {us, capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(from, to, seq, flags, m))};
+    }
     void send(bool up, const std::string &m, int64_t at_ms) {
         uint32_t &seq = up ? up_ : down_;
-        packets_.push_back(
-            {at_ms * 1000,
-             capwrite::frame(DLT_EN10MB, capwrite::ip_tcp(up ? client : server,
-                                                          up ? server : client, seq, 0x10, m))});
+        packets_.push_back(packet(up, seq, 0x10, m, at_ms * 1000));
         seq += static_cast<uint32_t>(m.size());
     }
-    std::vector<Packet> packets_;
+    std::vector<Packet> packets_ = {packet(true, 99, 0x02, "", 0),
+                                    packet(false, 4999, 0x12, "", 0)};
     uint32_t up_ = 100, down_ = 5000;
 };
 
