@@ -229,8 +229,7 @@ TEST(Reassembly, ShuffledSegmentsComeBackInOrder) {
         }
         // Reordered only within a window, as a network does.
         for (size_t i = 0; i + 8 < pieces.size(); i += 8)
-            std::shuffle(pieces.begin() + static_cast<long>(i),
-                         pieces.begin() + static_cast<long>(i + 8), rng);
+            std::shuffle(pieces.begin() + i, pieces.begin() + i + 8, rng);
         Collect sink;
         Reassembler r(sink);
         r.add(seg(true, 0x7FFFFFFF, tcp_syn, ""));

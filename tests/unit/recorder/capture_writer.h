@@ -49,18 +49,11 @@ inline std::string ip_tcp(const Host &from, const Host &to, uint32_t seq, uint8_
 inline std::string frame(int link, const std::string &ip) {
     const bool v6 = (static_cast<uint8_t>(ip[0]) >> 4) == 6;
     const std::string ethertype = net().ushort(v6 ? 0x86DD : 0x0800).bytes();
-    switch (link) {
-        case DLT_EN10MB:
-            return std::string(12, '\0') + ethertype + ip;
-        case DLT_LINUX_SLL:
-            return std::string(14, '\0') + ethertype + ip;
-        case DLT_LINUX_SLL2:
-            return ethertype + std::string(18, '\0') + ip;
-        case DLT_NULL:
-            return file().ulong(v6 ? 30 : 2).bytes() + ip;
-        default:
-            return ip;
-    }
+    if (link == DLT_EN10MB) return std::string(12, '\0') + ethertype + ip;
+    if (link == DLT_LINUX_SLL) return std::string(14, '\0') + ethertype + ip;
+    if (link == DLT_LINUX_SLL2) return ethertype + std::string(18, '\0') + ip;
+    if (link == DLT_NULL) return file().ulong(v6 ? 30 : 2).bytes() + ip;
+    return ip;  // DLT_RAW
 }
 
 struct Packet {

@@ -50,9 +50,8 @@ TEST(PirCreateInstance, InstancesMirrorTheValueAndAreReleasedOnFailure) {
     EXPECT_EQ(top->count, 2);
     ASSERT_EQ(top->children.size(), 2u);
     PirInstance *second = top->children[1];
-    EXPECT_EQ(second->index, 1);
-    EXPECT_EQ(second->parent, top);
-    EXPECT_EQ(second->stlNam + " " + second->stfNam, "s[] s[1]");
+    EXPECT_EQ(std::make_tuple(second->index, second->parent, second->stlNam + " " + second->stfNam),
+              std::make_tuple(1, top, "s[] s[1]"));
     PirInstance *leaf = second->children.at(1)->children.at(1);
     EXPECT_EQ(leaf->stlNam + " " + leaf->stfNam + " " + leaf->val, "s[].b[] s[1].b[1]! v");
     EXPECT_EQ(leaf->count, -1);
