@@ -82,18 +82,18 @@ TEST(Capture, EveryLinkTypeAndFormatGivesTheSegment) {
 // file's name; a file cut in the middle of a packet keeps what came before.
 TEST(Capture, BrokenInputIsCountedOrRefusedNeverRead) {
     const std::string segment = capwrite::ip_tcp(client4, server4, 1, tcp_ack, "0123456789");
-    std::string udp = segment;
-    udp[9] = 17;
-    std::string fragment = segment;
-    fragment[6] = 0x20;  // more fragments
-    std::string short_header = segment;
-    short_header[0] = 0x4F;  // IP header longer than the packet
-    std::string lying_tcp = segment;
-    lying_tcp[20 + 12] = static_cast<char>(15 << 4);  // TCP header of 60 bytes
+    auto changed = [&](size_t at, int byte) {
+        std::string s = segment;
+        s[at] = static_cast<char>(byte);
+        return capwrite::frame(DLT_EN10MB, s);
+    };
+    // The segment as it is (0x45: IPv4, a header of 5 words), then UDP, a
+    // fragment, an IP header longer than the packet, a TCP header of 60
+    // bytes, a packet too short for IP.
     std::vector<Packet> packets{
-        {1, capwrite::frame(DLT_EN10MB, segment)},   {2, capwrite::frame(DLT_EN10MB, udp)},
-        {3, capwrite::frame(DLT_EN10MB, fragment)},  {4, capwrite::frame(DLT_EN10MB, short_header)},
-        {5, capwrite::frame(DLT_EN10MB, lying_tcp)}, {6, "\x01\x02"}};
+        {1, changed(0, 0x45)}, {2, changed(9, 17)},       {3, changed(6, 0x20)},
+        {4, changed(0, 0x4F)}, {5, changed(32, 15 << 4)}, {6, "\x01\x02"},
+    };
     Read r = read_bytes(capwrite::pcap_file(DLT_EN10MB, packets));
     EXPECT_TRUE(r.ok);
     EXPECT_EQ(r.counted(), "6 1 2 3");
