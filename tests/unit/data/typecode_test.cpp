@@ -144,10 +144,11 @@ TEST_F(TypeCodeTest, LabelMatchesByDiscriminatorWidth) {
         s.open_encapsulation(label, 8);
         return TypeCode::labelMatches(kind, s, disc, env);
     };
-    EXPECT_EQ(match(tk_boolean, &word_true), 1);
-    EXPECT_EQ(match(tk_boolean, &word_false), 0);
-    EXPECT_EQ(match(tk_long, &word_true), 1);
-    EXPECT_EQ(match(tk_double, &word_true), 0);
+    // In order: an octet label against a boolean word true and false, a
+    // long label, and a kind no discriminator has.
+    EXPECT_EQ((std::vector<int>{match(tk_boolean, &word_true), match(tk_boolean, &word_false),
+                                match(tk_long, &word_true), match(tk_double, &word_true)}),
+              (std::vector<int>{1, 0, 1, 0}));
     EXPECT_STREQ(env.id(), exid::BAD_TYPECODE);
 }
 

@@ -44,6 +44,29 @@ Read read_bytes(const std::string &file) {
 const capwrite::Host client4 = capwrite::v4(1, 40000), server4 = capwrite::v4(2, 2809);
 const capwrite::Host client6 = capwrite::v6(40000), server6 = capwrite::v6(2809);
 
+// Collects what reassembly delivers, per connection and direction, with
+// gaps written into the text as "<gap N>".
+struct Collect : StreamSink {
+    std::map<uint64_t, std::string> streams[2];
+    std::vector<uint64_t> closed;
+    std::vector<Connection> connections;
+    void on_data(const Connection &c, int dir, const uint8_t *p, size_t n, int64_t) override {
+        if (streams[0].count(c.number) + streams[1].count(c.number) == 0) connections.push_back(c);
+        streams[dir][c.number].append(reinterpret_cast<const char *>(p), n);
+    }
+    void on_gap(const Connection &c, int dir, uint64_t lost, int64_t) override {
+        streams[dir][c.number] += "<gap " + std::to_string(lost) + ">";
+    }
+    void on_close(const Connection &c) override { closed.push_back(c.number); }
+};
+
+Segment seg(bool from_client, uint32_t seq, uint8_t flags, const std::string &data) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(data.data());
+    Segment s{0, {{}, 40000, true}, {{}, 2809, true}, seq, flags, bytes, data.size()};
+    if (!from_client) std::swap(s.from, s.to);
+    return s;
+}
+
 }  // namespace
 
 // Every link type, both file formats, both IP versions: the segment comes
@@ -115,33 +138,6 @@ TEST(Capture, BrokenInputIsCountedOrRefusedNeverRead) {
         EXPECT_NE(refused.error.find("c.cap: "), std::string::npos) << refused.error;
     }
 }
-
-namespace {
-
-// Collects what reassembly delivers, per connection and direction, with
-// gaps written into the text as "<gap N>".
-struct Collect : StreamSink {
-    std::map<uint64_t, std::string> streams[2];
-    std::vector<uint64_t> closed;
-    std::vector<Connection> connections;
-    void on_data(const Connection &c, int dir, const uint8_t *p, size_t n, int64_t) override {
-        if (streams[0].count(c.number) + streams[1].count(c.number) == 0) connections.push_back(c);
-        streams[dir][c.number].append(reinterpret_cast<const char *>(p), n);
-    }
-    void on_gap(const Connection &c, int dir, uint64_t lost, int64_t) override {
-        streams[dir][c.number] += "<gap " + std::to_string(lost) + ">";
-    }
-    void on_close(const Connection &c) override { closed.push_back(c.number); }
-};
-
-Segment seg(bool from_client, uint32_t seq, uint8_t flags, const std::string &data) {
-    const auto *bytes = reinterpret_cast<const uint8_t *>(data.data());
-    Segment s{0, {{}, 40000, true}, {{}, 2809, true}, seq, flags, bytes, data.size()};
-    if (!from_client) std::swap(s.from, s.to);
-    return s;
-}
-
-}  // namespace
 
 // The client's bytes in many orders of arrival: whatever the order,
 // repetition and overlap, the stream comes out once, in order; a hole that
