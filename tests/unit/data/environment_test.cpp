@@ -53,13 +53,11 @@ TEST(Environment, RaiseReplacesAndClearReleases) {
     auto *user = static_cast<User *>(std::malloc(sizeof(User)));
     user->id = strdup("IDL:Demo/E:1.0");
     env.take_user(user);
-    EXPECT_EQ(env.exception(), user);
-    EXPECT_EQ(env.system_exception(), nullptr);
-    EXPECT_EQ(env.exception_kind(), 2);
+    EXPECT_EQ(std::make_tuple(env.exception(), env.system_exception(), env.exception_kind()),
+              std::make_tuple(static_cast<void *>(user), nullptr, 2));
     env.clear();
     env.clear();
-    EXPECT_FALSE(env.has_exception());
-    EXPECT_EQ(env.id(), nullptr);
+    EXPECT_EQ(std::make_tuple(env.has_exception(), env.id()), std::make_tuple(false, nullptr));
 }
 
 TEST(Environment, DmsgXFillsErrorTextAtEveryLevelAndPrintsWhenTracing) {

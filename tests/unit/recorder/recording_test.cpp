@@ -106,25 +106,25 @@ std::string bank_capture() {
     return c.capture();
 }
 
-// The writer of the latest record(), for what it wrote besides the script.
+// The writer and the recording of the latest record(), for what they hold
+// besides the script.
 std::unique_ptr<ScriptWriter> last_writer;
+std::unique_ptr<Recording> last_recording;
 
-std::string record(const std::string &capture, RecordOptions options, WriteOptions write = {},
-                   Recording **keep = nullptr) {
+std::string record(const std::string &capture, RecordOptions options, WriteOptions write = {}) {
     testsupport::TempDir dir;
     dir.write("c.pcap", capture);
     options.dir = testsupport::data_path("../../demo");
     write.source = "c.pcap";
     std::ostringstream body, out;
-    static std::unique_ptr<Recording> rec;
     last_writer = std::make_unique<ScriptWriter>(write, body);
-    rec = std::make_unique<Recording>(options, *last_writer);
+    last_recording = std::make_unique<Recording>(options, *last_writer);
+    Recording *rec = last_recording.get();
     std::string error;
     EXPECT_TRUE(rec->read(dir.path() + "/c.pcap", error)) << error;
     rec->finish();
     last_writer->finish();
     last_writer->header(*rec, out);
-    if (keep) *keep = rec.get();
     return out.str() + body.str();
 }
 
@@ -179,15 +179,13 @@ TEST(Recording, NamingResolvesBecomeBindsAndTheNetworkChangesNothing) {
     c.resend_last();
     c.from_server(reply10(2).string("Harbour Bank"), 5);
     c.from_server(reply10(3).ulong(4), 6);
-    Recording *rec = nullptr;
-    std::string script = record(c.capture(), {}, {}, &rec);
+    std::string script = record(c.capture(), {});
     const std::string naming =
         reference_text("IDL:omg.org/CosNaming/NamingContext:1.0", "127.0.0.2", 2809, "NameService");
     expect_has(script, {"\nbind bank IDL:Banking/Bank:1.0 Bank \"NameService(" + naming +
                             ")\"\nparams bank _get_name\ninvoke\nparams bank audit_count\n",
                         "1 naming service calls"});
-    ASSERT_NE(rec, nullptr);
-    EXPECT_EQ(std::make_pair(rec->calls_recorded, rec->left_out.unanswered),
+    EXPECT_EQ(std::make_pair(last_recording->calls_recorded, last_recording->left_out.unanswered),
               std::make_pair(uint64_t{2}, uint64_t{0}));
 }
 
