@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "data/unaligned.h"
@@ -36,28 +35,21 @@ TEST(Cdr, PutAlignsOnAddressesAndZeroesPadding) {
                                     0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01};
     EXPECT_EQ(0, std::memcmp(s.bytes, expect, sizeof expect));
     EXPECT_EQ(0, std::memcmp(s.bytes + 16, ld, 16));
-    EXPECT_EQ(s.cdr.used(), 32u);
-    EXPECT_EQ(s.cdr.space_left, 32u);
+    EXPECT_EQ(std::make_tuple(s.cdr.used(), s.cdr.space_left), std::make_tuple(32u, 32u));
 }
 
 TEST(Cdr, PutLongGrowsOnlyWhenPaddingAndValueDoNotFit) {
-    Local fits(8);
-    fits.cdr.put_byte(1);  // cursor one past a 4-byte boundary, 7 left
-    ASSERT_EQ(fits.cdr.space_left, 7u);
-    ASSERT_TRUE(fits.cdr.put_long(5));
-    EXPECT_EQ(fits.cdr.owns_allocation, 0u);
-    EXPECT_EQ(fits.cdr.space_left, 0u);
-
-    Local grows(7);
-    grows.cdr.put_byte(1);
-    ASSERT_EQ(grows.cdr.space_left, 6u);
-    ASSERT_TRUE(grows.cdr.put_long(0xAABBCCDD));
-    EXPECT_EQ(grows.cdr.owns_allocation, 1u);
-    EXPECT_EQ(grows.cdr.used(), 8u);
-    EXPECT_EQ(grows.cdr.base[0], 1);
-    uint32_t v;
-    std::memcpy(&v, grows.cdr.base + 4, 4);
-    EXPECT_EQ(v, 0xAABBCCDDu);
+    // The cursor one past a 4-byte boundary, with 7 bytes left or 6.
+    for (uint32_t size : {8u, 7u}) {
+        Local s(size);
+        s.cdr.put_byte(1);
+        ASSERT_EQ(s.cdr.space_left, size - 1);
+        ASSERT_TRUE(s.cdr.put_long(0xAABBCCDD));
+        EXPECT_EQ(std::make_tuple(s.cdr.owns_allocation, s.cdr.used(), s.cdr.base[0],
+                                  load_unaligned<uint32_t>(s.cdr.base + 4)),
+                  std::make_tuple(size == 8 ? 0u : 1u, 8u, 1, 0xAABBCCDDu));
+        EXPECT_TRUE(size == 7 || s.cdr.space_left == 0) << s.cdr.space_left;
+    }
 }
 
 TEST(Cdr, OpenEncapsulationTakesByteOrderFromFirstByte) {
@@ -78,8 +70,7 @@ TEST(Cdr, GrowWithSizeAndStepSizes) {
     Local s(40);
     uint32_t cap = s.cdr.capacity;
     EXPECT_TRUE(s.cdr.grow(10));  // fits: nothing happens
-    EXPECT_EQ(s.cdr.capacity, cap);
-    EXPECT_EQ(s.cdr.allocation, s.bytes);
+    EXPECT_EQ(std::make_tuple(s.cdr.capacity, s.cdr.allocation), std::make_tuple(cap, s.bytes));
 
     s.cdr.put_long(0xCAFEBABE);
     s.cdr.put_byte(7);
@@ -92,9 +83,9 @@ TEST(Cdr, GrowWithSizeAndStepSizes) {
     EXPECT_TRUE(hostkit::printed_contains("grow:  new CDR at 0x"));
     EXPECT_FALSE(hostkit::printed_contains("grow:  free"));  // the caller's array stays
     EXPECT_GE(s.cdr.capacity, 5000u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(s.cdr.base) % 16, 0u);
-    EXPECT_EQ(s.cdr.space_left, s.cdr.capacity - 5);
-    EXPECT_EQ(s.cdr.swap, 1u);
+    EXPECT_EQ(
+        std::make_tuple(reinterpret_cast<uintptr_t>(s.cdr.base) % 16, s.cdr.space_left, s.cdr.swap),
+        std::make_tuple(0u, s.cdr.capacity - 5, 1u));
 
     // The step: 4095 + 4096, or twice a capacity from 4096 on.
     s.cdr.capacity = 4095;
@@ -104,9 +95,9 @@ TEST(Cdr, GrowWithSizeAndStepSizes) {
     s.cdr.capacity = 4096;
     ASSERT_TRUE(s.cdr.grow(0));
     EXPECT_TRUE(hostkit::printed_contains("grow:  malloc 8207 at 0x"));
-    EXPECT_EQ(s.cdr.used(), 5u);  // the contents moved along each time
-    EXPECT_EQ(s.cdr.base[4], 7);
-    EXPECT_EQ(load_unaligned<uint32_t>(s.cdr.base), 0xCAFEBABEu);
+    // The contents moved along each time.
+    EXPECT_EQ(std::make_tuple(s.cdr.used(), s.cdr.base[4], load_unaligned<uint32_t>(s.cdr.base)),
+              std::make_tuple(5u, 7, 0xCAFEBABEu));
     set_debug_level(0);
 }
 
@@ -119,9 +110,7 @@ TEST(Cdr, CountedBytesAreReadInPlaceAndRefusedPastTheEnd) {
     unsigned char *at = nullptr;
     uint32_t count = 0;
     ASSERT_TRUE(cdr.get_counted(&at, &count));
-    EXPECT_EQ(at, bytes + 8);
-    EXPECT_EQ(count, 4u);
-    EXPECT_EQ(cdr.space_left, 0u);
+    EXPECT_EQ(std::make_tuple(at, count, cdr.space_left), std::make_tuple(bytes + 8, 4u, 0u));
     bytes[4] = 5;
     for (int reader = 0; reader < 3; ++reader) {
         cdr.open_encapsulation(bytes, 12);

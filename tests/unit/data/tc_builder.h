@@ -5,11 +5,14 @@
 #ifndef ORBELLE_TEST_TC_BUILDER_H
 #define ORBELLE_TEST_TC_BUILDER_H
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "data/stdtypes.h"
 #include "data/typecode.h"
 
 namespace tcb {
@@ -46,12 +49,6 @@ public:
         b_.insert(b_.end(), r.begin(), r.end());
         return *this;
     }
-    // 16 bytes on a 16-byte boundary, given in little-endian order.
-    Enc &longdouble(const uint8_t (&le)[16]) {
-        pad(16);
-        for (int i = 0; i < 16; ++i) b_.push_back(big_ ? le[15 - i] : le[i]);
-        return *this;
-    }
     const Bytes &bytes() const { return b_; }
     // An unsigned number of width bytes, aligned to its width.
     Enc &num(uint64_t v, size_t width) {
@@ -81,11 +78,8 @@ struct Tc {
         return Enc(big, false).ulong(kind).ulong(bound).bytes();
     }
     Bytes complex(int32_t kind, const Enc &body) const {
-        return Enc(big, false)
-            .ulong(kind)
-            .ulong(static_cast<uint32_t>(body.bytes().size()))
-            .raw(body.bytes())
-            .bytes();
+        const auto size = static_cast<uint32_t>(body.bytes().size());
+        return Enc(big, false).ulong(kind).ulong(size).raw(body.bytes()).bytes();
     }
     Enc body() const { return Enc(big); }
 
@@ -150,6 +144,19 @@ private:
     }
     Bytes wire_;
     TypeCode *tc_;
+};
+
+// Tests of values: the standard TypeCodes built, a little-endian builder,
+// an environment.
+struct DataTest : ::testing::Test {
+    void SetUp() override {
+        inittypecodes();
+        fill_value_table();
+    }
+    // The id of the exception env holds, or "none".
+    std::string raised() const { return env.id() != nullptr ? env.id() : "none"; }
+    Tc le;
+    Environment env;
 };
 
 }  // namespace tcb

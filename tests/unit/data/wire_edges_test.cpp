@@ -3,13 +3,11 @@
 // count, union labels in the width of every kind of discriminator.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "data/any.h"
 #include "data/decoder.h"
 #include "data/encoder.h"
-#include "data/stdtypes.h"
 #include "tests/unit/data/tc_builder.h"
 
 namespace {
@@ -17,11 +15,7 @@ namespace {
 using tcb::Bytes;
 using tcb::Enc;
 
-struct WireEdges : ::testing::Test {
-    void SetUp() override {
-        inittypecodes();
-        fill_value_table();
-    }
+struct WireEdges : tcb::DataTest {
     // What the encoder writes for value, from a 16-aligned start; the
     // exception it raises, if any, stays in env.
     Bytes encoded(TypeCode *tc, const void *value) {
@@ -31,8 +25,6 @@ struct WireEdges : ::testing::Test {
         encoder(tc, const_cast<void *>(value), nullptr, &out, env);
         return Bytes(out.base, out.cursor);
     }
-    tcb::Tc le;
-    Environment env;
 };
 
 TEST_F(WireEdges, ValuesAtTheirBoundGoOutAndOnePastAreRefused) {
@@ -99,13 +91,12 @@ TEST_F(WireEdges, UnionLabelsAreReadInTheWidthOfTheirDiscriminator) {
             in.swap = big ? 1 : 0;
             uint32_t size = u.valueSize(env);
             ASSERT_FALSE(env.has_exception());
-            void *value = std::calloc(1, size);
-            ASSERT_EQ(decoder(&u, value, nullptr, &in, env), 1);
+            std::vector<unsigned char> value(size, 0);
+            ASSERT_EQ(decoder(&u, value.data(), nullptr, &in, env), 1);
             EXPECT_EQ(in.space_left, 0u);
-            EXPECT_EQ(encoded(&u, value),
+            EXPECT_EQ(encoded(&u, value.data()),
                       Enc(false, false).num(1, row.width).ushort(0x2233).bytes());
-            freeValue(&u, value, nullptr, nullptr, env);
-            std::free(value);
+            freeValue(&u, value.data(), nullptr, nullptr, env);
         }
     }
 }

@@ -15,114 +15,34 @@ using capwrite::Packet;
 
 namespace {
 
+// Each segment read as "from > to seq flags time payload".
 struct Read {
-    std::vector<Segment> segments;
-    std::vector<std::string> payloads;
+    std::vector<std::string> segments;
     CaptureCounts counts;
     std::string error;
     bool ok = false;
+    // The counts as "packets segments-read not-tcp truncated".
+    std::string counted() const {
+        return std::to_string(counts.packets) + " " + std::to_string(segments.size()) + " " +
+               std::to_string(counts.not_tcp) + " " + std::to_string(counts.truncated);
+    }
 };
 
 Read read_bytes(const std::string &file) {
     testsupport::TempDir dir;
     dir.write("c.cap", file);
     Read r;
-    r.ok = read_capture(
-        dir.path() + "/c.cap",
-        [&](const Segment &s) {
-            r.segments.push_back(s);
-            r.payloads.emplace_back(reinterpret_cast<const char *>(s.data), s.length);
-        },
-        r.counts, r.error);
+    auto add = [&](const Segment &s) {
+        r.segments.push_back(s.from.text() + " > " + s.to.text() + " " + std::to_string(s.seq) +
+                             " " + std::to_string(s.flags) + " " + std::to_string(s.time_us) + " " +
+                             std::string(reinterpret_cast<const char *>(s.data), s.length));
+    };
+    r.ok = read_capture(dir.path() + "/c.cap", add, r.counts, r.error);
     return r;
 }
 
 const capwrite::Host client4 = capwrite::v4(1, 40000), server4 = capwrite::v4(2, 2809);
 const capwrite::Host client6 = capwrite::v6(40000), server6 = capwrite::v6(2809);
-
-}  // namespace
-
-// Every link type, both file formats, both IP versions: the segment comes
-// out with its endpoints, sequence number, flags, time and payload.
-TEST(Capture, EveryLinkTypeAndFormatGivesTheSegment) {
-    struct Case {
-        int link;
-        bool v6;
-        bool pcapng;
-    };
-    const Case cases[] = {
-        {DLT_EN10MB, false, false},    {DLT_EN10MB, true, true}, {DLT_LINUX_SLL, false, true},
-        {DLT_LINUX_SLL2, true, false}, {DLT_NULL, false, false}, {DLT_NULL, true, true},
-        {DLT_RAW, false, true},        {DLT_RAW, true, false},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(std::to_string(c.link) + (c.v6 ? " v6" : " v4") + (c.pcapng ? " ng" : ""));
-        const auto &from = c.v6 ? client6 : client4;
-        const auto &to = c.v6 ? server6 : server4;
-        std::vector<Packet> packets{
-            {1700000000123456,
-             capwrite::frame(c.link,
-                             capwrite::ip_tcp(from, to, 0xFFFFFFF0, tcp_ack | tcp_fin, "GIOP"))}};
-        Read r = read_bytes(c.pcapng ? capwrite::pcapng_file(c.link, packets)
-                                     : capwrite::pcap_file(c.link, packets));
-        ASSERT_TRUE(r.ok) << r.error;
-        ASSERT_EQ(r.segments.size(), 1u);
-        const Segment &s = r.segments[0];
-        EXPECT_EQ(r.payloads[0], "GIOP");
-        EXPECT_EQ(s.seq, 0xFFFFFFF0u);
-        EXPECT_EQ(s.flags, tcp_ack | tcp_fin);
-        EXPECT_EQ(s.time_us, 1700000000123456);
-        EXPECT_EQ(s.from.text(), c.v6 ? "[::1]:40000" : "127.0.0.1:40000");
-        EXPECT_EQ(s.to.text(), c.v6 ? "[::1]:2809" : "127.0.0.2:2809");
-    }
-}
-
-// What is not a readable TCP segment is counted and passed over; files
-// that are no capture, or of a link type not read, are refused with the
-// file's name; a file cut in the middle of a packet keeps what came before.
-TEST(Capture, BrokenInputIsCountedOrRefusedNeverRead) {
-    const std::string segment = capwrite::ip_tcp(client4, server4, 1, tcp_ack, "0123456789");
-    std::string udp = segment;
-    udp[9] = 17;
-    std::string fragment = segment;
-    fragment[6] = 0x20;  // more fragments
-    std::string short_header = segment;
-    short_header[0] = 0x4F;  // IP header longer than the packet
-    std::string lying_tcp = segment;
-    lying_tcp[20 + 12] = static_cast<char>(15 << 4);  // TCP header of 60 bytes
-    std::vector<Packet> packets{
-        {1, capwrite::frame(DLT_EN10MB, segment)},   {2, capwrite::frame(DLT_EN10MB, udp)},
-        {3, capwrite::frame(DLT_EN10MB, fragment)},  {4, capwrite::frame(DLT_EN10MB, short_header)},
-        {5, capwrite::frame(DLT_EN10MB, lying_tcp)}, {6, "\x01\x02"}};
-    Read r = read_bytes(capwrite::pcap_file(DLT_EN10MB, packets));
-    ASSERT_TRUE(r.ok);
-    EXPECT_EQ(r.counts.packets, 6u);
-    EXPECT_EQ(r.segments.size(), 1u);
-    EXPECT_EQ(r.counts.not_tcp, 2u);
-    EXPECT_EQ(r.counts.truncated, 3u);
-
-    // A snap length that cuts the payload: refused, or the stream would
-    // have a hole nobody reported.
-    Read cut = read_bytes(capwrite::pcap_file(DLT_EN10MB, {packets[0]}, 60));
-    EXPECT_EQ(cut.segments.size(), 0u);
-    EXPECT_EQ(cut.counts.truncated, 1u);
-
-    std::string whole = capwrite::pcap_file(DLT_EN10MB, {packets[0], packets[0]});
-    Read ended = read_bytes(whole.substr(0, whole.size() - 5));
-    EXPECT_TRUE(ended.ok);
-    EXPECT_EQ(ended.segments.size(), 1u);
-    EXPECT_EQ(ended.counts.truncated, 1u);
-    EXPECT_NE(ended.error.find("c.cap"), std::string::npos);
-
-    for (const std::string &bad :
-         {std::string("not a capture at all"), capwrite::pcap_file(DLT_IEEE802_11, {packets[0]})}) {
-        Read refused = read_bytes(bad);
-        EXPECT_FALSE(refused.ok);
-        EXPECT_NE(refused.error.find("c.cap: "), std::string::npos) << refused.error;
-    }
-}
-
-namespace {
 
 // Collects what reassembly delivers, per connection and direction, with
 // gaps written into the text as "<gap N>".
@@ -141,17 +61,83 @@ struct Collect : StreamSink {
 };
 
 Segment seg(bool from_client, uint32_t seq, uint8_t flags, const std::string &data) {
-    Segment s;
-    s.from.port = from_client ? 40000 : 2809;
-    s.to.port = from_client ? 2809 : 40000;
-    s.seq = seq;
-    s.flags = flags;
-    s.data = reinterpret_cast<const uint8_t *>(data.data());
-    s.length = data.size();
+    const auto *bytes = reinterpret_cast<const uint8_t *>(data.data());
+    Segment s{0, {{}, 40000, true}, {{}, 2809, true}, seq, flags, bytes, data.size()};
+    if (!from_client) std::swap(s.from, s.to);
     return s;
 }
 
 }  // namespace
+
+// Every link type, both file formats, both IP versions: the segment comes
+// out with its endpoints, sequence number, flags, time and payload.
+TEST(Capture, EveryLinkTypeAndFormatGivesTheSegment) {
+    struct Case {
+        int link;
+        bool v6;
+        bool pcapng;
+    };
+    const Case cases[] = {
+        {DLT_EN10MB, false, false},    {DLT_EN10MB, true, true}, {DLT_LINUX_SLL, false, true},
+        {DLT_LINUX_SLL2, true, false}, {DLT_NULL, false, false}, {DLT_NULL, true, true},
+        {DLT_RAW, false, true},        {DLT_RAW, true, false},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::to_string(c.link) + (c.v6 ? " v6" : " v4") + (c.pcapng ? " ng" : ""));
+        std::vector<Packet> packets{
+            {1700000000123456,
+             capwrite::frame(c.link,
+                             capwrite::ip_tcp(c.v6 ? client6 : client4, c.v6 ? server6 : server4,
+                                              0xFFFFFFF0, tcp_ack | tcp_fin, "GIOP"))}};
+        Read r = read_bytes(c.pcapng ? capwrite::pcapng_file(c.link, packets)
+                                     : capwrite::pcap_file(c.link, packets));
+        ASSERT_TRUE(r.ok) << r.error;
+        const std::string ends =
+            c.v6 ? "[::1]:40000 > [::1]:2809" : "127.0.0.1:40000 > 127.0.0.2:2809";
+        EXPECT_EQ(r.segments, std::vector<std::string>{ends + " 4294967280 " +
+                                                       std::to_string(tcp_ack | tcp_fin) +
+                                                       " 1700000000123456 GIOP"});
+    }
+}
+
+// What is not a readable TCP segment is counted and passed over; files
+// that are no capture, or of a link type not read, are refused with the
+// file's name; a file cut in the middle of a packet keeps what came before.
+TEST(Capture, BrokenInputIsCountedOrRefusedNeverRead) {
+    const std::string segment = capwrite::ip_tcp(client4, server4, 1, tcp_ack, "0123456789");
+    auto changed = [&](size_t at, int byte) {
+        std::string s = segment;
+        s[at] = static_cast<char>(byte);
+        return capwrite::frame(DLT_EN10MB, s);
+    };
+    // The segment as it is (0x45: IPv4, a header of 5 words), then UDP, a
+    // fragment, an IP header longer than the packet, a TCP header of 60
+    // bytes, a packet too short for IP.
+    std::vector<Packet> packets{
+        {1, changed(0, 0x45)}, {2, changed(9, 17)},       {3, changed(6, 0x20)},
+        {4, changed(0, 0x4F)}, {5, changed(32, 15 << 4)}, {6, "\x01\x02"},
+    };
+    Read r = read_bytes(capwrite::pcap_file(DLT_EN10MB, packets));
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(r.counted(), "6 1 2 3");
+
+    // A snap length that cuts the payload: refused, or the stream would
+    // have a hole nobody reported.
+    EXPECT_EQ(read_bytes(capwrite::pcap_file(DLT_EN10MB, {packets[0]}, 60)).counted(), "1 0 0 1");
+
+    std::string whole = capwrite::pcap_file(DLT_EN10MB, {packets[0], packets[0]});
+    Read ended = read_bytes(whole.substr(0, whole.size() - 5));
+    EXPECT_TRUE(ended.ok);
+    EXPECT_EQ(ended.counted(), "1 1 0 1");  // the cut packet is not one
+    EXPECT_NE(ended.error.find("c.cap"), std::string::npos);
+
+    for (const std::string &bad :
+         {std::string("not a capture at all"), capwrite::pcap_file(DLT_IEEE802_11, {packets[0]})}) {
+        Read refused = read_bytes(bad);
+        EXPECT_FALSE(refused.ok);
+        EXPECT_NE(refused.error.find("c.cap: "), std::string::npos) << refused.error;
+    }
+}
 
 // The client's bytes in many orders of arrival: whatever the order,
 // repetition and overlap, the stream comes out once, in order; a hole that
@@ -204,8 +190,7 @@ TEST(Reassembly, ConnectionsOpenAndCloseAndHeldBytesAreBounded) {
     EXPECT_EQ(sink.closed, std::vector<uint64_t>{1});
     ASSERT_EQ(sink.connections.size(), 1u);
     EXPECT_EQ(sink.connections[0].ends[0].port, 40000) << "the opener is ends[0]";
-    EXPECT_EQ(sink.streams[0][1], "req2");
-    EXPECT_EQ(sink.streams[1][1], "reply");
+    EXPECT_EQ(sink.streams[0][1] + "|" + sink.streams[1][1], "req2|reply");
 
     r.add(seg(true, 9000, tcp_syn, ""));
     r.add(seg(true, 9001, tcp_ack, "again"));
@@ -240,8 +225,7 @@ TEST(Reassembly, ShuffledSegmentsComeBackInOrder) {
         }
         // Reordered only within a window, as a network does.
         for (size_t i = 0; i + 8 < pieces.size(); i += 8)
-            std::shuffle(pieces.begin() + static_cast<long>(i),
-                         pieces.begin() + static_cast<long>(i + 8), rng);
+            std::shuffle(pieces.begin() + i, pieces.begin() + i + 8, rng);
         Collect sink;
         Reassembler r(sink);
         r.add(seg(true, 0x7FFFFFFF, tcp_syn, ""));

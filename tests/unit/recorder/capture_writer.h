@@ -7,7 +7,6 @@
 #include <pcap/pcap.h>
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,88 +14,46 @@
 
 namespace capwrite {
 
-// Little helpers that append numbers in a chosen byte order.
-inline void put16(std::string &s, uint16_t v, bool little) {
-    s += static_cast<char>(little ? v : v >> 8);
-    s += static_cast<char>(little ? v >> 8 : v);
-}
-inline void put32(std::string &s, uint32_t v, bool little) {
-    for (int i = 0; i < 4; ++i) s += static_cast<char>(v >> (little ? 8 * i : 8 * (3 - i)));
-}
+using Giop = peer::Writer;
+
+// Numbers in network order, or in a capture file's (little-endian), aligned
+// from the first byte written.
+inline Giop net() { return Giop(false, 0); }
+inline Giop file() { return Giop(true, 0); }
 
 struct Host {
-    uint8_t address[16];
-    bool v6;
+    std::string ip;  // 4 or 16 bytes
     uint16_t port;
 };
-inline Host v4(uint8_t last, uint16_t port) { return Host{{127, 0, 0, last}, false, port}; }
-inline Host v6(uint16_t port) {
-    Host h{{}, true, port};
-    h.address[15] = 1;  // ::1
-    return h;
-}
+inline Host v4(uint8_t last, uint16_t port) { return Host{{127, 0, 0, char(last)}, port}; }
+inline Host v6(uint16_t port) { return Host{std::string(15, '\0') + '\1', port}; }  // ::1
 
-// An IP packet carrying one TCP segment.
+// An IP packet carrying one TCP segment: no ack, a window of 65535, checksum
+// and urgent pointer (not looked at) zero.
 inline std::string ip_tcp(const Host &from, const Host &to, uint32_t seq, uint8_t flags,
                           const std::string &payload) {
-    std::string tcp;
-    put16(tcp, from.port, false);
-    put16(tcp, to.port, false);
-    put32(tcp, seq, false);
-    put32(tcp, 0, false);  // ack
-    tcp += static_cast<char>(5 << 4);
-    tcp += static_cast<char>(flags);
-    put16(tcp, 65535, false);
-    put32(tcp, 0, false);  // checksum, urgent pointer: not looked at
-    tcp += payload;
-    std::string ip;
-    if (!from.v6) {
-        ip += static_cast<char>(0x45);
-        ip += '\0';
-        put16(ip, static_cast<uint16_t>(20 + tcp.size()), false);
-        put32(ip, 0x00004000, false);  // id, don't fragment
-        ip += static_cast<char>(64);
-        ip += static_cast<char>(6);
-        put16(ip, 0, false);
-        ip.append(reinterpret_cast<const char *>(from.address), 4);
-        ip.append(reinterpret_cast<const char *>(to.address), 4);
-    } else {
-        put32(ip, 0x60000000, false);
-        put16(ip, static_cast<uint16_t>(tcp.size()), false);
-        ip += static_cast<char>(6);
-        ip += static_cast<char>(64);
-        ip.append(reinterpret_cast<const char *>(from.address), 16);
-        ip.append(reinterpret_cast<const char *>(to.address), 16);
-    }
-    return ip + tcp;
+    Giop tcp = net();
+    tcp.ushort(from.port).ushort(to.port).ulong(seq).ulong(0).octet(5 << 4).octet(flags);
+    tcp.ushort(65535).ulong(0).raw(payload);
+    const auto size = static_cast<uint16_t>(tcp.bytes().size());
+    Giop ip = net();
+    if (from.ip.size() == 16)
+        ip.ulong(0x60000000).ushort(size).octet(6).octet(64);
+    else  // id 0, don't fragment
+        ip.octet(0x45).octet(0).ushort(20 + size).ulong(0x4000).octet(64).octet(6).ushort(0);
+    return ip.raw(from.ip + to.ip).raw(tcp.bytes()).bytes();
 }
 
 // The link layer of a packet: DLT_EN10MB, DLT_LINUX_SLL, DLT_LINUX_SLL2,
 // DLT_NULL or DLT_RAW.
 inline std::string frame(int link, const std::string &ip) {
     const bool v6 = (static_cast<uint8_t>(ip[0]) >> 4) == 6;
-    const uint16_t ethertype = v6 ? 0x86DD : 0x0800;
-    std::string f;
-    switch (link) {
-        case DLT_EN10MB:
-            f.assign(12, '\0');
-            put16(f, ethertype, false);
-            break;
-        case DLT_LINUX_SLL:
-            f.assign(14, '\0');
-            put16(f, ethertype, false);
-            break;
-        case DLT_LINUX_SLL2:
-            put16(f, ethertype, false);
-            f.append(18, '\0');
-            break;
-        case DLT_NULL:
-            put32(f, v6 ? 30 : 2, true);
-            break;
-        default:
-            break;
-    }
-    return f + ip;
+    const std::string ethertype = net().ushort(v6 ? 0x86DD : 0x0800).bytes();
+    if (link == DLT_EN10MB) return std::string(12, '\0') + ethertype + ip;
+    if (link == DLT_LINUX_SLL) return std::string(14, '\0') + ethertype + ip;
+    if (link == DLT_LINUX_SLL2) return ethertype + std::string(18, '\0') + ip;
+    if (link == DLT_NULL) return file().ulong(v6 ? 30 : 2).bytes() + ip;
+    return ip;  // DLT_RAW
 }
 
 struct Packet {
@@ -108,67 +65,41 @@ struct Packet {
 // cuts each packet's captured bytes as a capture with that snap length does.
 inline std::string pcap_file(int link, const std::vector<Packet> &packets,
                              uint32_t snaplen = 262144) {
-    std::string f;
-    put32(f, 0xa1b2c3d4, true);
-    put16(f, 2, true);
-    put16(f, 4, true);
-    put32(f, 0, true);
-    put32(f, 0, true);
-    put32(f, snaplen, true);
-    put32(f, static_cast<uint32_t>(link), true);
+    Giop f = file();
+    f.ulong(0xa1b2c3d4).ushort(2).ushort(4).ulong(0).ulong(0).ulong(snaplen).ulong(link);
+    std::string out = f.bytes();
     for (const Packet &p : packets) {
         const auto caplen = static_cast<uint32_t>(std::min<size_t>(p.bytes.size(), snaplen));
-        put32(f, static_cast<uint32_t>(p.time_us / 1000000), true);
-        put32(f, static_cast<uint32_t>(p.time_us % 1000000), true);
-        put32(f, caplen, true);
-        put32(f, static_cast<uint32_t>(p.bytes.size()), true);
-        f.append(p.bytes, 0, caplen);
+        Giop r = file();
+        r.ulong(p.time_us / 1000000).ulong(p.time_us % 1000000).ulong(caplen).ulong(p.bytes.size());
+        out += r.raw(p.bytes.substr(0, caplen)).bytes();
     }
-    return f;
+    return out;
 }
 
-// The same packets as a pcapng file: a section, one interface, enhanced
-// packet blocks.
+// The same packets as a pcapng file: a section, one interface with no snap
+// length, enhanced packet blocks.
 inline std::string pcapng_file(int link, const std::vector<Packet> &packets) {
-    auto block = [](std::string &f, uint32_t type, const std::string &body) {
-        std::string padded = body;
-        padded.append((4 - padded.size() % 4) % 4, '\0');
+    std::string out;
+    auto block = [&out](uint32_t type, Giop body) {
+        const std::string padded = body.align(4).bytes();
         const auto total = static_cast<uint32_t>(12 + padded.size());
-        put32(f, type, true);
-        put32(f, total, true);
-        f += padded;
-        put32(f, total, true);
+        out += file().ulong(type).ulong(total).raw(padded).ulong(total).bytes();
     };
-    std::string f, body;
-    put32(body, 0x1A2B3C4D, true);
-    put16(body, 1, true);
-    put16(body, 0, true);
-    put32(body, 0xFFFFFFFF, true);
-    put32(body, 0xFFFFFFFF, true);
-    block(f, 0x0A0D0D0A, body);
-    body.clear();
-    put16(body, static_cast<uint16_t>(link), true);
-    put16(body, 0, true);
-    put32(body, 0, true);  // no snap length
-    block(f, 1, body);
+    block(0x0A0D0D0A, file().ulong(0x1A2B3C4D).ushort(1).ushort(0).ulong(~0u).ulong(~0u));
+    block(1, file().ushort(static_cast<uint16_t>(link)).ushort(0).ulong(0));
     for (const Packet &p : packets) {
-        body.clear();
-        put32(body, 0, true);
         const auto t = static_cast<uint64_t>(p.time_us);
-        put32(body, static_cast<uint32_t>(t >> 32), true);
-        put32(body, static_cast<uint32_t>(t), true);
-        put32(body, static_cast<uint32_t>(p.bytes.size()), true);
-        put32(body, static_cast<uint32_t>(p.bytes.size()), true);
-        body += p.bytes;
-        block(f, 6, body);
+        Giop body = file();
+        body.ulong(0).ulong(t >> 32).ulong(t).ulong(p.bytes.size()).ulong(p.bytes.size());
+        block(6, body.raw(p.bytes));
     }
-    return f;
+    return out;
 }
 
 // A GIOP message begun: its header, with the body size left for sized() to
 // fill in. The body is written on; alignment counts from the message's
 // first byte.
-using Giop = peer::Writer;
 inline Giop giop_start(uint8_t minor, bool little, uint8_t type, uint8_t more_flag = 0) {
     Giop w(little, 0);
     w.raw("GIOP").octet(1).octet(minor).octet((little ? 1 : 0) | more_flag).octet(type).ulong(0);
@@ -177,9 +108,9 @@ inline Giop giop_start(uint8_t minor, bool little, uint8_t type, uint8_t more_fl
 
 // The message with its body size filled in, in the byte order its flags give.
 inline std::string sized(const Giop &message) {
-    std::string out = message.bytes(), size;
-    put32(size, static_cast<uint32_t>(out.size() - 12), (out[6] & 1) != 0);
-    return out.replace(8, 4, size);
+    std::string out = message.bytes();
+    const auto size = static_cast<uint32_t>(out.size() - 12);
+    return out.replace(8, 4, Giop((out[6] & 1) != 0, 0).ulong(size).bytes());
 }
 
 // An IIOP 1.0 profile body addressing key on the captures' server.

@@ -40,12 +40,10 @@ std::string request(uint8_t minor, bool little, uint32_t id, const std::string &
         if (target_kind == 0) g.octets(key);
         if (target_kind == 1) g.ulong(0).octets(capwrite::iiop_profile(key, little));
         if (target_kind == 2) {
-            g.ulong(1).string("IDL:Bank/Account:1.0").ulong(2);
-            g.ulong(1).octets("other profile");
+            g.ulong(1).string("IDL:Bank/Account:1.0").ulong(2).ulong(1).octets("other profile");
             g.ulong(0).octets(capwrite::iiop_profile(key, !little));
         }
-        g.string(op).ulong(0);
-        g.align(8);
+        g.string(op).ulong(0).align(8);
     }
     g.ulong(0xCAFE0001);  // the body: one long
     return sized(g);
@@ -61,12 +59,29 @@ std::string reply(uint8_t minor, bool little, uint32_t id, uint32_t status) {
     return sized(g);
 }
 
-GiopHeader header_of(const std::string &bytes) {
+std::vector<std::string> bytes_of(const std::vector<GiopMessage> &ms) {
+    std::vector<std::string> out;
+    for (const GiopMessage &m : ms) out.push_back(m.bytes);
+    return out;
+}
+
+GiopMessage one_message(const std::string &bytes) {
     std::vector<GiopMessage> ms = frame_all({bytes});
     EXPECT_EQ(ms.size(), 1u);
+    return ms.empty() ? GiopMessage{} : ms[0];
+}
+
+// Why read_header refuses m, or "read" when it does not.
+std::string refusal(const GiopMessage &m) {
     GiopHeader h;
     std::string why;
-    EXPECT_TRUE(!ms.empty() && read_header(ms[0], h, why)) << why;
+    return read_header(m, h, why) ? "read" : why;
+}
+
+GiopHeader header_of(const GiopMessage &m) {
+    GiopHeader h;
+    std::string why;
+    EXPECT_TRUE(read_header(m, h, why)) << why;
     return h;
 }
 
@@ -81,29 +96,21 @@ TEST(GiopHeaders, EveryVersionByteOrderAndTargetKind) {
                 SCOPED_TRACE(std::to_string(minor) + (little ? " le " : " be ") +
                              std::to_string(kind));
                 std::string bytes = request(minor, little, 77, "key\x01", "deposit", kind);
-                GiopHeader h = header_of(bytes);
-                EXPECT_EQ(h.request_id, 77u);
-                EXPECT_TRUE(h.response_expected);
-                EXPECT_EQ(h.object_key, std::string("key\x01"));
-                EXPECT_EQ(h.operation, "deposit");
-                EXPECT_EQ(h.target_kind, kind);
-                EXPECT_EQ(h.target_type_id, kind == 2 ? "IDL:Bank/Account:1.0" : "");
-                EXPECT_EQ(bytes.size() - h.body_offset, 4u);
-                if (minor == 2) {
-                    EXPECT_EQ(h.body_offset % 8, 0u);
-                }
-
-                GiopHeader r = header_of(reply(minor, little, 77, 1));
-                EXPECT_EQ(r.request_id, 77u);
-                EXPECT_EQ(r.status, 1u);
+                GiopHeader h = header_of(one_message(bytes));
+                EXPECT_EQ(
+                    std::make_tuple(h.request_id, h.response_expected, h.object_key, h.operation,
+                                    h.target_kind, h.target_type_id, bytes.size() - h.body_offset),
+                    std::make_tuple(77u, true, std::string("key\x01"), std::string("deposit"), kind,
+                                    kind == 2 ? "IDL:Bank/Account:1.0" : "", 4u));
+                EXPECT_TRUE(minor < 2 || h.body_offset % 8 == 0) << h.body_offset;
+                GiopHeader r = header_of(one_message(reply(minor, little, 77, 1)));
+                EXPECT_EQ(std::make_pair(r.request_id, r.status), std::make_pair(77u, 1u));
             }
         }
     }
-    Giop locate = giop_start(2, false, giop_locate_request);
-    locate.ulong(9).ushort(0).octets("k");
-    GiopHeader l = header_of(sized(locate));
-    EXPECT_EQ(l.request_id, 9u);
-    EXPECT_EQ(l.object_key, "k");
+    GiopHeader l = header_of(one_message(
+        sized(giop_start(2, false, giop_locate_request).ulong(9).ushort(0).octets("k"))));
+    EXPECT_EQ(std::make_pair(l.request_id, l.object_key), std::make_pair(9u, std::string("k")));
 }
 
 // A header cut at any length, or holding what no peer sends, is refused
@@ -112,43 +119,21 @@ TEST(GiopHeaders, CutOrImpossibleHeadersAreRefused) {
     const std::string whole = request(2, true, 5, "key", "op", 2);
     // The header ends 8 bytes before the message: padding, then the body.
     for (size_t cut = giop_header_size; cut < whole.size() - 8; ++cut) {
-        GiopMessage m;
-        m.minor = 2;
-        m.little = true;
-        m.type = giop_request;
-        m.bytes = whole.substr(0, cut);
-        GiopHeader h;
-        std::string why;
-        EXPECT_FALSE(read_header(m, h, why)) << cut;
-        EXPECT_FALSE(why.empty());
+        const std::string why = refusal({2, true, giop_request, whole.substr(0, cut)});
+        EXPECT_TRUE(why != "read" && !why.empty()) << cut << " " << why;
     }
-    struct Bad {
-        std::string bytes;
-        const char *why;
+    const std::string past = "header runs past the message";
+    const std::pair<Giop, std::string> bad[] = {
+        {giop_start(0, false, giop_request).ulong(0).ulong(1).octet(1).ulong(0xFFFFFFF0), past},
+        {giop_start(2, false, giop_request).ulong(1).octet(3).octet(0).octet(0).octet(0).ushort(3),
+         "unknown target address kind 3"},
+        {giop_start(1, false, giop_reply).ulong(0).ulong(1).ulong(6), "unknown reply status"},
+        // No NUL after the operation; more contexts than bytes.
+        {giop_start(0, false, giop_request).ulong(0).ulong(1).octet(1).octets("k").octets("op"),
+         past},
+        {giop_start(0, false, giop_request).ulong(0x10000000), past},
     };
-    Giop huge_key = giop_start(0, false, giop_request);
-    huge_key.ulong(0).ulong(1).octet(1).ulong(0xFFFFFFF0);
-    Giop bad_kind = giop_start(2, false, giop_request);
-    bad_kind.ulong(1).octet(3).octet(0).octet(0).octet(0).ushort(3);
-    Giop bad_status = giop_start(1, false, giop_reply);
-    bad_status.ulong(0).ulong(1).ulong(6);
-    Giop no_null = giop_start(0, false, giop_request);
-    no_null.ulong(0).ulong(1).octet(1).octets("k").octets("op");
-    Giop many_contexts = giop_start(0, false, giop_request);
-    many_contexts.ulong(0x10000000);
-    const Bad bad[] = {{sized(huge_key), "header runs past the message"},
-                       {sized(bad_kind), "unknown target address kind 3"},
-                       {sized(bad_status), "unknown reply status"},
-                       {sized(no_null), "header runs past the message"},
-                       {sized(many_contexts), "header runs past the message"}};
-    for (const Bad &b : bad) {
-        std::vector<GiopMessage> ms = frame_all({b.bytes});
-        ASSERT_EQ(ms.size(), 1u);
-        GiopHeader h;
-        std::string why;
-        EXPECT_FALSE(read_header(ms[0], h, why));
-        EXPECT_EQ(why, b.why);
-    }
+    for (const auto &b : bad) EXPECT_EQ(refusal(one_message(sized(b.first))), b.second);
 }
 
 // Messages split at every byte boundary come out whole and unchanged.
@@ -157,10 +142,8 @@ TEST(GiopFramer, MessagesSplitAnywhereComeOutWhole) {
     const std::string both = a + b;
     for (size_t cut = 0; cut <= both.size(); ++cut) {
         std::vector<GiopMessage> ms = frame_all({both.substr(0, cut), both.substr(cut)});
-        ASSERT_EQ(ms.size(), 2u) << cut;
-        EXPECT_EQ(ms[0].bytes, a);
-        EXPECT_EQ(ms[1].bytes, b);
-        EXPECT_TRUE(ms[1].little);
+        EXPECT_EQ(bytes_of(ms), (std::vector<std::string>{a, b})) << cut;
+        EXPECT_TRUE(ms.size() == 2 && ms[1].little) << cut;
     }
 }
 
@@ -169,13 +152,13 @@ TEST(GiopFramer, MessagesSplitAnywhereComeOutWhole) {
 // flag, and its body is the parts' bodies in order.
 TEST(GiopFramer, FragmentsAreJoined) {
     for (bool little : {false, true}) {
-        Giop first11 = giop_start(1, little, giop_reply, 2);
-        first11.ulong(0).ulong(4).ulong(0).raw("AAAA");
-        Giop frag11 = giop_start(1, little, giop_fragment, 2);
-        Giop last11 = giop_start(1, little, giop_fragment);
-        frag11.raw("BBBB");
-        last11.raw("CC");
-        std::vector<GiopMessage> ms = frame_all({sized(first11) + sized(frag11), sized(last11)});
+        auto frag11 = [&](const std::string &data, bool more) {
+            return sized(giop_start(1, little, giop_fragment, more ? 2 : 0).raw(data));
+        };
+        std::vector<GiopMessage> ms = frame_all(
+            {sized(giop_start(1, little, giop_reply, 2).ulong(0).ulong(4).ulong(0).raw("AAAA")) +
+                 frag11("BBBB", true),
+             frag11("CC", false)});
         ASSERT_EQ(ms.size(), 1u);
         EXPECT_EQ(ms[0].bytes.substr(ms[0].bytes.size() - 10), "AAAABBBBCC");
         EXPECT_EQ(ms[0].fragments, 2u);
@@ -187,34 +170,28 @@ TEST(GiopFramer, FragmentsAreJoined) {
         std::string r1 = request(2, little, 1, "k", "one", 0, 2);
         std::string r2 = request(2, little, 2, "k", "two", 0, 2);
         auto frag12 = [&](uint32_t id, const std::string &data, bool more) {
-            Giop f = giop_start(2, little, giop_fragment, more ? 2 : 0);
-            return sized(f.ulong(id).raw(data));
+            return sized(giop_start(2, little, giop_fragment, more ? 2 : 0).ulong(id).raw(data));
         };
         ms = frame_all({r1 + r2 + frag12(2, "22222222", true) + frag12(1, "1111", false) +
                         frag12(2, "2", false) + frag12(9, "orphan", false)});
         ASSERT_EQ(ms.size(), 2u);
         EXPECT_EQ(ms[0].bytes.substr(ms[0].bytes.size() - 4), "1111");
         EXPECT_EQ(ms[1].bytes.substr(ms[1].bytes.size() - 9), "222222222");
-        GiopHeader h;
-        std::string why;
-        EXPECT_TRUE(read_header(ms[1], h, why)) << why;
-        EXPECT_EQ(h.operation, "two");
+        EXPECT_EQ(header_of(ms[1]).operation, "two");
     }
     // As many 1.2 messages awaiting fragments as the limit allows; one more
     // is refused, and the ones held still complete.
     std::string pending, ends;
     for (uint32_t id = 1; id <= limits::max_capture_fragmented + 1; ++id) {
         pending += request(2, false, id, "k", "op", 0, 2);
-        Giop end = giop_start(2, false, giop_fragment);
-        ends += sized(end.ulong(id));
+        ends += sized(giop_start(2, false, giop_fragment).ulong(id));
     }
     FramerCounts counts;
     EXPECT_EQ(frame_all({pending + ends}, false, &counts).size(), limits::max_capture_fragmented);
-    EXPECT_EQ(counts.refused_messages, 1u);
-    EXPECT_EQ(counts.orphan_fragments, 1u);
+    EXPECT_EQ(std::make_pair(counts.refused_messages, counts.orphan_fragments),
+              std::make_pair(uint64_t{1}, uint64_t{1}));
 
-    Giop orphan = giop_start(2, false, giop_fragment);
-    frame_all({sized(orphan.ulong(3).raw("x"))}, false, &counts);
+    frame_all({sized(giop_start(2, false, giop_fragment).ulong(3).raw("x"))}, false, &counts);
     EXPECT_EQ(counts.orphan_fragments, 1u);
 }
 
@@ -224,18 +201,15 @@ TEST(GiopFramer, FragmentsAreJoined) {
 TEST(GiopFramer, FindsItsWayAfterHolesAndGarbage) {
     const std::string m = request(0, false, 3, "k", "op");
     FramerCounts counts;
-    std::vector<GiopMessage> ms =
-        frame_all({m.substr(0, 20), "xx" + m.substr(5) + "GIOP" + m}, true, &counts);
-    ASSERT_EQ(ms.size(), 1u);
-    EXPECT_EQ(ms[0].bytes, m);
+    EXPECT_EQ(
+        bytes_of(frame_all({m.substr(0, 20), "xx" + m.substr(5) + "GIOP" + m}, true, &counts)),
+        std::vector<std::string>{m});
     EXPECT_EQ(counts.cut_messages, 1u);
     EXPECT_GT(counts.skipped_bytes, 0u);
 
     std::string huge = m;
     huge[8] = '\x7F';  // a body of 2 GiB declared
-    ms = frame_all({huge + m}, false, &counts);
-    ASSERT_EQ(ms.size(), 1u);
-    EXPECT_EQ(ms[0].bytes, m);
+    EXPECT_EQ(bytes_of(frame_all({huge + m}, false, &counts)), std::vector<std::string>{m});
     EXPECT_EQ(counts.refused_messages, 1u);
 
     // A header for 1.3, an unknown type, or flag bits nobody sets: not a

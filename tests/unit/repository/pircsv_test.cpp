@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "repository/pirapi.h"
+#include "repository/pirinstance.h"
 #include "tests/support.h"
 #include "tests/unit/repository/pirtest.h"
 
@@ -21,6 +24,33 @@ std::string shape(PirTypNod *t) {
     return std::to_string(t->typKind) + " '" + t->typNam + "' " + std::to_string(t->typCnt) + " " +
            std::to_string(t->typBnd) + " " + std::to_string(t->children.size());
 }
+// Records every call as "operation type supertype flg stlNam stfNam subNam";
+// answers lengths by subNam and one member position.
+class Recorder : public PirPrimitiveCallback {
+public:
+    std::vector<std::string> calls;
+    std::map<std::string, uint32_t> lengths;
+    uint32_t member = 0;
+
+    void NewPrimitive(PirPrimitive &p) override {
+        add("NP", p);
+        p.val = "v";
+        p.stfNam += "!";  // a rename reaches the instance
+    }
+    void NewSequence(PirPrimitive &p) override { add("NS", p); }
+    void NewUnion(PirPrimitive &p) override { add("NU", p); }
+    uint32_t NewSequenceLength(PirPrimitive &p) override {
+        return add("NSL", p), lengths[p.subNam];
+    }
+    uint32_t NewUnionDiscriminator(PirPrimitive &p) override { return add("NUD", p), member; }
+
+private:
+    void add(const char *op, const PirPrimitive &p) {
+        calls.push_back(std::string(op) + " " + std::to_string(p.type) + " " +
+                        std::to_string(p.supertype) + " " + std::to_string(p.flg) + " " + p.stlNam +
+                        " " + p.stfNam + " " + p.subNam + " " + std::to_string(p.index));
+    }
+};
 }  // namespace
 
 TEST(PirCsvFile, TokeniserJoinsAtCommentsAndCommasAndSplitsAtWhiteSpace) {
@@ -83,4 +113,49 @@ TEST(PirCsvFile, TruncatedOrHostileInputIsRefusedWithoutOverrun) {
     std::string deep = "opr a b normal res ";
     for (int i = 1; i < 100000; ++i) deep += ". sequence 0 ";
     EXPECT_EQ(parse_failure(deep + ". long"), invalid);
+}
+
+TEST(PirGetInterface, RepositoryIdsMapToFilesBelowIdl) {
+    EXPECT_EQ(PirInterfacePath("/s", "IDL:org.x/A/B:2.3"), "/s/idl/org.x-A-B.csv");
+    EXPECT_EQ(PirInterfacePath(".", "IDL:a:b:1.0"), "./idl/a:b.csv");
+    EXPECT_EQ(PirInterfacePath(".", "IDL::1.0"), "./idl/.csv");
+    for (const char *bad : {"", "IDL", "idl:Bank/Teller/Account:1.0", "RMI:A:1.0"})
+        EXPECT_EQ(failure_of([&] { PirGetInterface(".", bad); }), "invalid repId") << bad;
+
+    testsupport::TempDir dir;
+    dir.write("idl/Bank-Teller-Account.csv", "opr o1 balance normal res . double");
+    for (const char *id : {"IDL:Bank/Teller/Account:1.0", "IDL:Bank/Teller/Account"}) {
+        Tree ifc(PirGetInterface(".", id));
+        EXPECT_EQ(PirGetOperation(ifc.get(), "balance")->oprId, "o1") << id;
+    }
+    EXPECT_EQ(failure_of([] { PirGetInterface(".", "IDL:Bank/Other:1.0"); }),
+              "can't open .csv file");
+}
+
+TEST(PirCreateInstance, InstancesMirrorTheValueAndAreReleasedOnFailure) {
+    Tree ifc = parse_text(
+        "opr o x normal res . void par in s . sequence 3 . struct 2 a long b array 2 . short "
+        "par in t x struct 1 y union . long 1 z alias");
+    PirParNod *s = PirGetFirstParameter(PirGetOperation(ifc.get(), "x"));
+    Recorder rec;
+    rec.lengths["s^length"] = 2;
+    PirInstance *top = PirCreateInstance(PirGetParameterType(s), &rec);
+    EXPECT_EQ(top->count, 2);
+    ASSERT_EQ(top->children.size(), 2u);
+    PirInstance *second = top->children[1];
+    EXPECT_EQ(std::make_tuple(second->index, second->parent, second->stlNam + " " + second->stfNam),
+              std::make_tuple(1, top, "s[] s[1]"));
+    PirInstance *leaf = second->children.at(1)->children.at(1);
+    EXPECT_EQ(leaf->stlNam + " " + leaf->stfNam + " " + leaf->val, "s[].b[] s[1].b[1]! v");
+    EXPECT_EQ(leaf->count, -1);
+    PirFreeInstance(top);
+
+    // A name behind the parameter's joins it directly; an alias is a leaf.
+    rec.calls.clear();
+    PirFreeInstance(PirCreateInstance(PirGetParameterType(PirGetNextParameter(s)), &rec));
+    EXPECT_EQ(rec.calls.back(), "NP 21 16 0 tx.y:z tx.y:z  0");
+
+    rec.lengths["s^length"] = 4;  // past the bound of 3
+    EXPECT_EQ(failure_of([&] { PirCreateInstance(PirGetParameterType(s), &rec); }),
+              "invalid sequence length");
 }

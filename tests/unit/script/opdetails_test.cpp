@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "script/parms.h"
 #include "tests/support.h"
 #include "trace/trace.h"
 
@@ -121,4 +122,32 @@ TEST_F(OperationDetails, PlistEntriesAreMatchedByTheTextBeforeLength) {
         EXPECT_EQ(length_of({{"s^length", value}}), "s^length 1 3 19 0") << value;
     EXPECT_TRUE(hostkit::printed_contains("getseqlen:  's' matches, value 'NULL'"));
     EXPECT_TRUE(hostkit::printed_contains("getseqlen:  'xs' does not match"));
+}
+
+// The well-known operations need no description, nor an interface id.
+TEST_F(OperationDetails, WellKnownOperationsGiveTheirFixedList) {
+    const std::pair<const char *, Recs> cases[] = {
+        {"_is_a", {"^is_a 2 8 0 -", "logical_type_id 1 18 0 -"}},
+        {"_non_existent", {"^non_existent 2 8 0 -"}},
+        {"_get_interface", {"^get_interface 2 14 0 -"}},
+        {"_get_implementation", {"^get_implementation 2 14 0 -"}}};
+    for (const auto &c : cases) EXPECT_EQ(parms(c.first, nullptr, nullptr), c.second) << c.first;
+
+    // Tracing names each record it hands over.
+    hostkit::clear_printed();
+    parms("_is_a", nullptr, "IDL:Thing:1.0");
+    EXPECT_EQ(hostkit::printed().front(),
+              "_iiop_get_parms:  operation '_is_a', repoid 'IDL:Thing:1.0'\n");
+    EXPECT_TRUE(
+        hostkit::printed_contains("   well-known operation parameter name 'logical_type_id'"));
+    EXPECT_EQ(hostkit::printed().back(), "_iiop_get_parms: returning IIOP_OK\n");
+}
+
+TEST(WellKnown, OnlyExactNamesAreWellKnown) {
+    for (const char *name : {"_is_a", "_non_existent", "_get_interface", "_get_implementation"})
+        EXPECT_TRUE(is_well_known_operation(name)) << name;
+    for (const char *name : {"_is_ab", "_IS_A", "_is", "is_a", "_non_existent ", "_Get_interface",
+                             "_get_implementations", "", "^is_a"})
+        EXPECT_FALSE(is_well_known_operation(name)) << name;
+    EXPECT_FALSE(is_well_known_operation(nullptr));
 }
